@@ -1,0 +1,47 @@
+#include "Simulator.h"
+
+#include <asio/post.hpp>
+#include <csignal>
+
+namespace zelsim {
+namespace {
+
+constexpr std::chrono::seconds kLastCall{1};
+
+}  // namespace
+
+Simulator::Simulator(const Options& options)
+    : options_(options),
+      loop_(1),
+      signals_(loop_),
+      lastCall_(loop_),
+      server_(loop_, options_.server, trace_) {}
+
+std::string Simulator::Start() {
+  if (!options_.trace.empty() && !trace_.Open(options_.trace))
+    return "cannot write the trace to " + options_.trace;
+  return server_.Listen();
+}
+
+void Simulator::StopOnSignals() {
+  signals_.add(SIGTERM);
+  signals_.add(SIGINT);
+  signals_.async_wait([this](const asio::error_code& error, int) {
+    if (!error) Stop();
+  });
+}
+
+void Simulator::Run() { loop_.run(); }
+
+void Simulator::RequestStop() {
+  asio::post(loop_, [this] { Stop(); });
+}
+
+void Simulator::Stop() {
+  signals_.cancel();
+  lastCall_.expires_after(kLastCall);
+  lastCall_.async_wait([this](const asio::error_code&) { loop_.stop(); });
+  server_.Stop([this] { loop_.stop(); });
+}
+
+}  // namespace zelsim
