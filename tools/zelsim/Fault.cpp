@@ -13,50 +13,84 @@ struct KindRow {
   FaultKind kind;
   size_t leastArguments;
   size_t mostArguments;
+  uint64_t firstDefault;
   uint64_t secondDefault;
 };
 
 constexpr KindRow kKinds[] = {
-    {"split", FaultKind::kSplit, 1, 2, kDefaultSplitGapUs},
-    {"short", FaultKind::kShort, 1, 1, 0},
-    {"body", FaultKind::kBody, 1, 1, 0},
-    {"length", FaultKind::kLength, 1, 1, 0},
-    {"invoke", FaultKind::kInvoke, 1, 1, 0},
-    {"version", FaultKind::kVersion, 1, 1, 0},
-    {"close", FaultKind::kClose, 1, 1, 0},
-    {"reset", FaultKind::kReset, 1, 1, 0},
-    {"stall", FaultKind::kStall, 1, 1, 0},
-    {"garbage", FaultKind::kGarbage, 1, 2, 1},
-    {"raw", FaultKind::kRaw, 1, 1, 0},
-    {"greet", FaultKind::kGreet, 1, 1, 0},
-    {"cut", FaultKind::kCut, 1, 1, 0},
-    {"pause", FaultKind::kPause, 2, 2, 0},
+    {"split", FaultKind::kSplit, 1, 2, 0, kDefaultSplitGapUs},
+    {"short", FaultKind::kShort, 1, 1, 0, 0},
+    {"body", FaultKind::kBody, 1, 1, 0, 0},
+    {"length", FaultKind::kLength, 1, 1, 0, 0},
+    {"invoke", FaultKind::kInvoke, 1, 1, 0, 0},
+    {"version", FaultKind::kVersion, 1, 1, 0, 0},
+    {"close", FaultKind::kClose, 1, 1, 0, 0},
+    {"reset", FaultKind::kReset, 1, 1, 0, 0},
+    {"stall", FaultKind::kStall, 1, 1, 0, 0},
+    {"garbage", FaultKind::kGarbage, 1, 2, 0, 1},
+    {"raw", FaultKind::kRaw, 1, 1, 0, 0},
+    {"greet", FaultKind::kGreet, 1, 1, 0, 0},
+    {"cut", FaultKind::kCut, 1, 1, 0, 0},
+    {"pause", FaultKind::kPause, 2, 2, 0, 0},
+    {"scan-silent", FaultKind::kScanSilent, 0, 0, 0, 0},
+    {"scan-short", FaultKind::kScanShort, 0, 1, 8, 0},
+    {"scan-header", FaultKind::kScanHeader, 0, 0, 0, 0},
+    {"scan-type", FaultKind::kScanType, 0, 1, 3, 0},
+    {"scan-reserved", FaultKind::kScanReserved, 0, 1, 1, 0},
+    {"scan-not-json", FaultKind::kScanNotJson, 0, 0, 0, 0},
+    {"scan-not-object", FaultKind::kScanNotObject, 0, 0, 0, 0},
+    {"scan-member", FaultKind::kScanMember, 1, 1, 0, 0},
+    {"scan-no-mac", FaultKind::kScanNoMac, 0, 0, 0, 0},
+    {"scan-oversize", FaultKind::kScanOversize, 0, 1, 3000, 0},
+    {"scan-text", FaultKind::kScanText, 1, 1, 0, 0},
+    {"scan-raw", FaultKind::kScanRaw, 1, 1, 0, 0},
+    {"udp-silent", FaultKind::kUdpSilent, 0, 0, 0, 0},
+    {"udp-error", FaultKind::kUdpError, 1, 1, 0, 0},
+    {"udp-invoke", FaultKind::kUdpInvoke, 0, 1, 1, 0},
+    {"udp-length", FaultKind::kUdpLength, 1, 1, 0, 0},
+    {"udp-short", FaultKind::kUdpShort, 0, 1, 20, 0},
+    {"udp-oversize", FaultKind::kUdpOversize, 0, 1, 5000, 0},
+    {"udp-size", FaultKind::kUdpSize, 1, 1, 0, 0},
+    {"udp-delay", FaultKind::kUdpDelay, 1, 1, 0, 0},
+    {"udp-raw", FaultKind::kUdpRaw, 1, 1, 0, 0},
 };
 
 std::optional<uint64_t> ParseArgument(FaultKind kind, std::string_view text) {
-  if (kind == FaultKind::kLength && text == "zero") return 0;
+  const bool length = kind == FaultKind::kLength || kind == FaultKind::kUdpLength;
+  if (length && text == "zero") return 0;
   if (kind == FaultKind::kLength && text == "oversize") return kOversize;
+  if (kind == FaultKind::kUdpLength && text == "be") return kSwapLength;
   return ParseNumber(text, UINT32_MAX);
 }
 
-bool HoldsBytes(FaultKind kind) { return kind == FaultKind::kRaw || kind == FaultKind::kGreet; }
+bool HoldsBytes(FaultKind kind) {
+  return kind == FaultKind::kRaw || kind == FaultKind::kGreet || kind == FaultKind::kScanRaw ||
+         kind == FaultKind::kUdpRaw;
+}
 
-bool ReadArguments(const KindRow& row, std::string_view text, Fault& fault) {
-  fault.kind = row.kind;
-  fault.second = row.secondDefault;
-  if (HoldsBytes(row.kind)) {
-    auto bytes = ParseBytes(text);
-    if (bytes) fault.bytes = std::move(*bytes);
-    return bytes.has_value();
-  }
-  const auto parts = Split(text, ':');
+bool HoldsText(FaultKind kind) { return kind == FaultKind::kScanText || kind == FaultKind::kScanMember; }
+
+bool ReadBytes(std::optional<Bytes> bytes, Fault& fault) {
+  if (bytes) fault.bytes = std::move(*bytes);
+  return bytes.has_value();
+}
+
+bool ReadNumbers(const KindRow& row, const std::vector<std::string_view>& parts, Fault& fault) {
   if (parts.size() < row.leastArguments || parts.size() > row.mostArguments) return false;
-  const auto first = ParseArgument(row.kind, parts[0]);
+  const auto first = parts.empty() ? row.firstDefault : ParseArgument(row.kind, parts[0]);
   const auto second = parts.size() > 1 ? ParseNumber(parts[1], UINT32_MAX) : row.secondDefault;
   if (!first || !second || (row.kind == FaultKind::kSplit && *first == 0)) return false;
   fault.first = *first;
   fault.second = *second;
   return true;
+}
+
+// `text` is what follows the kind's colon; nothing when there is no colon.
+bool ReadArguments(const KindRow& row, std::optional<std::string_view> text, Fault& fault) {
+  fault.kind = row.kind;
+  if (text && HoldsBytes(row.kind)) return ReadBytes(ParseBytes(*text), fault);
+  if (text && HoldsText(row.kind)) return ReadBytes(Bytes(text->begin(), text->end()), fault);
+  return ReadNumbers(row, text ? Split(*text, ':') : std::vector<std::string_view>(), fault);
 }
 
 // "3", "3+" or "3-5".
@@ -102,14 +136,20 @@ std::optional<Fault> ParseFault(std::string_view text) {
   Fault fault;
   fault.where = TakeWhere(text);
   if (!TakeSelectors(text, fault)) return std::nullopt;
-  const auto sides = SplitOnce(text, ':');
-  if (!sides) return std::nullopt;
+  const size_t colon = text.find(':');
+  const std::string_view name = text.substr(0, colon);
   for (const KindRow& row : kKinds) {
-    if (row.name != sides->first) continue;
-    if (!ReadArguments(row, sides->second, fault)) return std::nullopt;
+    if (row.name != name) continue;
+    const auto arguments = colon == text.npos ? std::nullopt : std::optional(text.substr(colon + 1));
+    if (!ReadArguments(row, arguments, fault)) return std::nullopt;
     return fault;
   }
   return std::nullopt;
+}
+
+FaultFamily FamilyOf(FaultKind kind) {
+  if (kind >= FaultKind::kUdpSilent) return FaultFamily::kUdp;
+  return kind >= FaultKind::kScanSilent ? FaultFamily::kScan : FaultFamily::kTcp;
 }
 
 FaultPlan::FaultPlan(const std::vector<Fault>& all, std::string_view where, uint64_t connection) {

@@ -29,11 +29,41 @@ enum class FaultKind {
   kGreet,    // greet:HEX        these bytes as soon as the connection is accepted (greet:@FILE)
   kCut,      // cut:N            only the first N bytes of the answer, then an orderly close
   kPause,    // pause:N:MS       MS milliseconds pass after the first N bytes of an answer
+
+  kScanSilent,     // scan-silent        no discovery answer
+  kScanShort,      // scan-short[:N]     only the first N bytes of the answer (default 8)
+  kScanHeader,     // scan-header        only the 9 bytes in front of the document
+  kScanType,       // scan-type[:N]      the type byte is N (default 3)
+  kScanReserved,   // scan-reserved[:N]  the reserved word is N (default 1)
+  kScanNotJson,    // scan-not-json      text that is no JSON
+  kScanNotObject,  // scan-not-object    a JSON array
+  kScanMember,     // scan-member:NAME   the member is a number: one of "device", "device" itself, "frames",
+                   //                    "frameIp" or "frameMacAddr"
+  kScanNoMac,      // scan-no-mac        the frames have no frameMacAddr
+  kScanOversize,   // scan-oversize[:N]  a datagram of N bytes (default 3000), its document still valid
+  kScanText,       // scan-text:TEXT     TEXT in place of the document
+  kScanRaw,        // scan-raw:HEX|@FILE these bytes in place of the whole answer
+
+  kUdpSilent,    // udp-silent           no answer to a direct request
+  kUdpError,     // udp-error:CODE       the error word is CODE, the payload is empty
+  kUdpInvoke,    // udp-invoke[:N]       the invoke identifier is N too high (default 1)
+  kUdpLength,    // udp-length:N|be|zero the announced length is N, or has its bytes swapped, or is 0
+  kUdpShort,     // udp-short[:N]        cut to N bytes and announced so (default 20, a body of 12)
+  kUdpOversize,  // udp-oversize[:N]     a datagram of N bytes (default 5000)
+  kUdpSize,      // udp-size:N           a payload of N bytes in place of the right one
+  kUdpDelay,     // udp-delay:MS         the answer waits
+  kUdpRaw,       // udp-raw:HEX|@FILE    these bytes in place of the answer
 };
+
+enum class FaultFamily { kTcp, kScan, kUdp };
+FaultFamily FamilyOf(FaultKind kind);
+
+// The value of first in a kUdpLength fault that swaps the bytes.
+inline constexpr uint64_t kSwapLength = uint64_t{1} << 32;
 
 struct Fault {
   FaultKind kind = FaultKind::kSplit;
-  std::string where;  // the listener as given to --listen; empty for all
+  std::string where;  // empty for everywhere
   uint64_t first = 0;
   uint64_t second = 0;
   Bytes bytes;
@@ -47,7 +77,7 @@ std::optional<Fault> ParseFault(std::string_view text);
 // "A.B.C.D:PORT=" or "A.B.C.D=" in front of a fault; the view loses it. Empty when there is none.
 std::string TakeWhere(std::string_view& text);
 
-// The faults of one connection.
+// The faults of one connection or one device.
 class FaultPlan {
  public:
   FaultPlan() = default;

@@ -4,11 +4,14 @@
 #include <functional>
 #include <ostream>
 
+#include "Text.h"
+
 namespace zelsim {
 namespace {
 
 constexpr const char* kAbout =
-    "zelsim simulates a Zel device: it answers clients over TCP, and misbehaves when it is told to.\n"
+    "zelsim simulates Zel devices: it answers clients over TCP, discovery and direct requests over UDP,\n"
+    "and misbehaves when it is told to.\n"
     "It prints \"ready\" on a line of its own once everything is open, and ends on SIGTERM or SIGINT.";
 
 constexpr const char* kExamples =
@@ -17,7 +20,11 @@ constexpr const char* kExamples =
     "  zelsim --listen 127.0.0.1:9999 --answer 600=error:5   port 600 answers error 5\n"
     "  zelsim --listen 127.0.0.1:9999 --listen 127.0.0.2:9999 --fault 127.0.0.2:9999=split:1\n"
     "  zelsim --listen 127.0.0.1:9999 --tick 700=250 --trace -\n"
-    "  zelsim --listen 127.0.0.1:9999 --burst load=1000000:64\n";
+    "  zelsim --listen 127.0.0.1:9999 --burst load=1000000:64\n"
+    "  zelsim --device 10.77.0.2.0.1 --interface 10.77.0.2 --host-name press-4 --frame "
+    "self=02:00:00:00:00:01\n"
+    "  zelsim --devices 1000 --base 10.77.1.1 --answer-spread 100\n"
+    "  zelsim --device 1.2.3.4.5.6@127.0.0.2 --no-discovery --udp-fault error:5\n";
 
 // Options that may be repeated, each with one text that a reader accepts or refuses.
 class TextOptions {
@@ -66,16 +73,117 @@ void AddServerOptions(TextOptions& texts, CLI::App& app, ServerOptions& server, 
   texts.Add("--burst", "TOPIC=N:SIZE",
             "Send N messages of SIZE bytes, as fast as they go, to whoever subscribes to TOPIC; 0 never ends",
             Into(server.bursts, ParseBurstRule));
-  texts.Add(
-      "--fault", "[A.B.C.D:PORT=]KIND[@FRAMES][#CONNECTION]",
-      "Misbehave, on one listener or on all. KIND: split:N[:US] short:N body:N length:N|zero|oversize "
-      "invoke:N\n"
-      "version:N close:N reset:N stall:N garbage:N[:SEED] raw:HEX|@FILE greet:HEX|@FILE cut:N pause:N:MS",
-      Into(server.faults, ParseFault));
   app.add_option("--spin", spinUs,
                  "Poll this long for a client's next request before sleeping (for benchmarks)")
       ->type_name("US")
       ->check(CLI::Range(0, 1'000'000));
+}
+
+// Sorts a fault to those who play it.
+bool AddFault(Options& options, std::string_view text, std::string_view prefix) {
+  std::string_view rest = text;
+  const std::string where = TakeWhere(rest);
+  const std::string whole = (where.empty() ? "" : where + "=") + std::string(prefix) + std::string(rest);
+  auto fault = ParseFault(whole);
+  if (!fault) return false;
+  auto& list = FamilyOf(fault->kind) == FaultFamily::kTcp ? options.server.faults : options.devices.faults;
+  list.push_back(std::move(*fault));
+  return true;
+}
+
+void AddFaultOptions(TextOptions& texts, Options& options) {
+  texts.Add(
+      "--fault", "[WHERE=]KIND[@FRAMES][#CONNECTION]",
+      "Misbehave: on one listener (WHERE is as given to --listen) or on all. KIND: split:N[:US] short:N\n"
+      "body:N length:N|zero|oversize invoke:N version:N close:N reset:N stall:N garbage:N[:SEED]\n"
+      "raw:HEX|@FILE greet:HEX|@FILE cut:N pause:N:MS. Kinds that begin with scan- or udp- are those of\n"
+      "the two options below",
+      [&options](const std::string& text) { return AddFault(options, text, ""); });
+  texts.Add(
+      "--scan-fault", "[ADDRESS=]KIND[@REQUESTS]",
+      "Bend discovery answers, of the device at an address or of all. KIND: silent short[:N] header\n"
+      "type[:N] reserved[:N] not-json not-object member:NAME no-mac oversize[:N] text:TEXT raw:HEX|@FILE",
+      [&options](const std::string& text) { return AddFault(options, text, "scan-"); });
+  texts.Add("--udp-fault", "[ADDRESS=]KIND[@REQUESTS]",
+            "Bend answers to direct requests. KIND: silent error:CODE invoke[:N] length:N|be|zero short[:N]\n"
+            "oversize[:N] size:N delay:MS raw:HEX|@FILE",
+            [&options](const std::string& text) { return AddFault(options, text, "udp-"); });
+}
+
+struct FleetArguments {
+  size_t count = 0;
+  std::string base;
+  std::string descriptionFile;
+  int64_t answerSpreadMs = 0;
+  bool noDiscovery = false;
+};
+
+void AddMemberOption(CLI::App& app, DescriptionOptions& description, const std::string& name,
+                     const char* member) {
+  app.add_option_function<std::string>(
+         name,
+         [&description, member](const std::string& text) { description.members.emplace_back(member, text); },
+         std::string("Value of \"") + member + "\" in discovery answers; {n} is the device's number")
+      ->type_name("TEXT");
+}
+
+void AddDescriptionOptions(CLI::App& app, TextOptions& texts, DescriptionOptions& description) {
+  AddMemberOption(app, description, "--zel-version", "zelVersion");
+  AddMemberOption(app, description, "--rte-version", "rteVersion");
+  AddMemberOption(app, description, "--serial-no", "serialNo");
+  AddMemberOption(app, description, "--vorlin-version", "vorlinVersion");
+  AddMemberOption(app, description, "--host-name", "hostName");
+  AddMemberOption(app, description, "--sn", "sn");
+  texts.Add("--frame", "ADDRESS=MAC",
+            "One element of \"frames\"; \"self\" on either side is the device's own",
+            Into(description.frames, ParseFrameOption));
+}
+
+void AddDeviceOptions(CLI::App& app, TextOptions& texts, DeviceOptions& devices, FleetArguments& fleet) {
+  texts.Add("--device", "ID[@ADDRESS]",
+            "Be a device with this identifier, at an address or at all of this host",
+            [&devices](const std::string& text) {
+              const auto device = ParseDevice(text);
+              if (device) devices.fleet.Add(*device);
+              return device.has_value();
+            });
+  auto* count = app.add_option("--devices", fleet.count, "Be a fleet of N devices on consecutive addresses")
+                    ->type_name("N")
+                    ->check(CLI::Range(1, 65536));
+  auto* base = app.add_option("--base", fleet.base, "First address of the fleet; identifiers are ADDRESS.0.1")
+                   ->type_name("A.B.C.D");
+  count->needs(base);
+  base->needs(count);
+  texts.Add("--interface", "A.B.C.D", "Take discovery requests on this interface (default: on all)",
+            Into(devices.interfaces, ParseAddress));
+  app.add_flag("--no-discovery", fleet.noDiscovery, "Answer direct requests only; join no group");
+  app.add_option("--answer-spread", fleet.answerSpreadMs, "Spread a fleet's discovery answers evenly over MS")
+      ->type_name("MS")
+      ->check(CLI::Range(0, 60'000));
+  app.add_option("--description", fleet.descriptionFile, "JSON document for discovery answers, sent as it is")
+      ->type_name("FILE");
+  AddDescriptionOptions(app, texts, devices.description);
+}
+
+// Takes over what needs a look at more than one option.
+void Finish(const FleetArguments& fleet, Options& options) {
+  DeviceOptions& devices = options.devices;
+  if (fleet.count > 0) {
+    const auto base = ParseAddress(fleet.base);
+    if (!base) throw CLI::ValidationError("--base", "\"" + fleet.base + "\" is not an address");
+    devices.fleet.AddRange(fleet.count, *base);
+  }
+  if (!fleet.descriptionFile.empty()) {
+    devices.description.document = ReadDescriptionFile(fleet.descriptionFile);
+    if (!devices.description.document) {
+      throw CLI::ValidationError("--description", "\"" + fleet.descriptionFile + "\" cannot be read as JSON");
+    }
+  }
+  devices.discovery = !fleet.noDiscovery;
+  devices.answerSpread = std::chrono::milliseconds(fleet.answerSpreadMs);
+  if (options.server.listens.empty() && devices.fleet.Empty()) {
+    throw CLI::RequiredError("--listen, --device or --devices");
+  }
 }
 
 }  // namespace
@@ -87,12 +195,15 @@ std::optional<Options> ParseOptions(int argc, const char* const* argv, std::ostr
   CLI::App app(kAbout, "zelsim");
   app.footer(kExamples);
   TextOptions texts(app);
+  FleetArguments fleet;
   AddServerOptions(texts, app, options.server, spinUs);
+  AddDeviceOptions(app, texts, options.devices, fleet);
+  AddFaultOptions(texts, options);
   app.add_option("--trace", options.trace, "Write one line per frame and event; - for standard output")
       ->type_name("FILE");
   try {
     app.parse(argc, argv);
-    if (options.server.listens.empty()) throw CLI::RequiredError("--listen");
+    Finish(fleet, options);
   } catch (const CLI::ParseError& error) {
     exitCode = app.exit(error, out, errors);
     return std::nullopt;

@@ -5,12 +5,14 @@
 #include <optional>
 #include <string>
 
+#include "DeviceHost.h"
 #include "Server.h"
 
 namespace zelsim {
 
 struct Options {
   ServerOptions server;
+  DeviceOptions devices;
   std::string trace;  // empty for none, "-" for standard output
 };
 

@@ -15,12 +15,14 @@ Simulator::Simulator(const Options& options)
       loop_(1),
       signals_(loop_),
       lastCall_(loop_),
-      server_(loop_, options_.server, trace_) {}
+      server_(loop_, options_.server, trace_),
+      devices_(loop_, options_.devices, trace_) {}
 
 std::string Simulator::Start() {
   if (!options_.trace.empty() && !trace_.Open(options_.trace))
     return "cannot write the trace to " + options_.trace;
-  return server_.Listen();
+  const std::string problem = devices_.Open();
+  return problem.empty() ? server_.Listen() : problem;
 }
 
 void Simulator::StopOnSignals() {
@@ -39,6 +41,7 @@ void Simulator::RequestStop() {
 
 void Simulator::Stop() {
   signals_.cancel();
+  devices_.Close();
   lastCall_.expires_after(kLastCall);
   lastCall_.async_wait([this](const asio::error_code&) { loop_.stop(); });
   server_.Stop([this] { loop_.stop(); });

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "DeviceHost.h"
 #include "Options.h"
 #include "Server.h"
 #include "Trace.h"
@@ -38,6 +39,7 @@ class Simulator {
   asio::signal_set signals_;
   asio::steady_timer lastCall_;
   Server server_;
+  DeviceHost devices_;
 };
 
 }  // namespace zelsim
