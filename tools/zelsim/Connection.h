@@ -43,6 +43,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
   void Start();
   uint64_t Id() const { return settings_.id; }
+  // A trace line that names the connection.
+  TraceLine Line(std::string_view event) const;
 
   // Answers the request that came with frame number `frame`, as the faults make it.
   void Answer(uint64_t frame, const AnswerHead& head, ByteView payload);
@@ -76,7 +78,6 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void OnDrained();
   void FinishClose();
   void SendShaped(uint64_t frame, const AnswerHead& head, ByteView payload);
-  TraceLine Line(std::string_view event) const;
 
   asio::ip::tcp::socket socket_;
   ConnectionSettings settings_;

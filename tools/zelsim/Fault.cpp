@@ -53,6 +53,11 @@ constexpr KindRow kKinds[] = {
     {"udp-size", FaultKind::kUdpSize, 1, 1, 0, 0},
     {"udp-delay", FaultKind::kUdpDelay, 1, 1, 0, 0},
     {"udp-raw", FaultKind::kUdpRaw, 1, 1, 0, 0},
+    {"transfer-error", FaultKind::kTransferError, 1, 1, 0, 0},
+    {"transfer-late", FaultKind::kTransferLate, 1, 1, 0, 0},
+    {"transfer-short", FaultKind::kTransferShort, 0, 1, 1, 0},
+    {"transfer-silent", FaultKind::kTransferSilent, 0, 0, 0, 0},
+    {"transfer-close", FaultKind::kTransferClose, 0, 0, 0, 0},
 };
 
 std::optional<uint64_t> ParseArgument(FaultKind kind, std::string_view text) {
@@ -148,8 +153,16 @@ std::optional<Fault> ParseFault(std::string_view text) {
 }
 
 FaultFamily FamilyOf(FaultKind kind) {
+  if (kind >= FaultKind::kTransferError) return FaultFamily::kTransfer;
   if (kind >= FaultKind::kUdpSilent) return FaultFamily::kUdp;
   return kind >= FaultKind::kScanSilent ? FaultFamily::kScan : FaultFamily::kTcp;
+}
+
+const Fault* FindFault(const std::vector<Fault>& faults, FaultKind kind, uint64_t number) {
+  for (const Fault& fault : faults) {
+    if (fault.kind == kind && number >= fault.fromFrame && number <= fault.toFrame) return &fault;
+  }
+  return nullptr;
 }
 
 FaultPlan::FaultPlan(const std::vector<Fault>& all, std::string_view where, uint64_t connection) {
@@ -159,12 +172,7 @@ FaultPlan::FaultPlan(const std::vector<Fault>& all, std::string_view where, uint
   }
 }
 
-const Fault* FaultPlan::Find(FaultKind kind, uint64_t frame) const {
-  for (const Fault& fault : faults_) {
-    if (fault.kind == kind && frame >= fault.fromFrame && frame <= fault.toFrame) return &fault;
-  }
-  return nullptr;
-}
+const Fault* FaultPlan::Find(FaultKind kind, uint64_t frame) const { return FindFault(faults_, kind, frame); }
 
 const Fault* FaultPlan::Find(FaultKind kind) const {
   for (const Fault& fault : faults_) {

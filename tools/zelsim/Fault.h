@@ -53,9 +53,15 @@ enum class FaultKind {
   kUdpSize,      // udp-size:N           a payload of N bytes in place of the right one
   kUdpDelay,     // udp-delay:MS         the answer waits
   kUdpRaw,       // udp-raw:HEX|@FILE    these bytes in place of the answer
+
+  kTransferError,   // transfer-error:CODE the answer carries CODE
+  kTransferLate,    // transfer-late:MS    the answer waits
+  kTransferShort,   // transfer-short[:N]  only the first N bytes of the answer's 9 (default 1)
+  kTransferSilent,  // transfer-silent     no answer
+  kTransferClose,   // transfer-close      no answer, and an orderly close
 };
 
-enum class FaultFamily { kTcp, kScan, kUdp };
+enum class FaultFamily { kTcp, kScan, kUdp, kTransfer };
 FaultFamily FamilyOf(FaultKind kind);
 
 // The value of first in a kUdpLength fault that swaps the bytes.
@@ -67,7 +73,7 @@ struct Fault {
   uint64_t first = 0;
   uint64_t second = 0;
   Bytes bytes;
-  uint64_t fromFrame = 1;
+  uint64_t fromFrame = 0;
   uint64_t toFrame = UINT64_MAX;
   uint64_t connection = 0;  // 0 for all
 };
@@ -76,6 +82,9 @@ std::optional<Fault> ParseFault(std::string_view text);
 
 // "A.B.C.D:PORT=" or "A.B.C.D=" in front of a fault; the view loses it. Empty when there is none.
 std::string TakeWhere(std::string_view& text);
+
+// The first fault of this kind that covers the number, or null.
+const Fault* FindFault(const std::vector<Fault>& faults, FaultKind kind, uint64_t number);
 
 // The faults of one connection or one device.
 class FaultPlan {

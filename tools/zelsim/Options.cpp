@@ -23,6 +23,7 @@ constexpr const char* kExamples =
     "  zelsim --listen 127.0.0.1:9999 --burst load=1000000:64\n"
     "  zelsim --device 10.77.0.2.0.1 --interface 10.77.0.2 --host-name press-4 --frame "
     "self=02:00:00:00:00:01\n"
+    "  zelsim --listen 127.0.0.1:9999 --files /tmp/in --transfer-fault error:8201@2\n"
     "  zelsim --devices 1000 --base 10.77.1.1 --answer-spread 100\n"
     "  zelsim --device 1.2.3.4.5.6@127.0.0.2 --no-discovery --udp-fault error:5\n";
 
@@ -79,6 +80,11 @@ void AddServerOptions(TextOptions& texts, CLI::App& app, ServerOptions& server, 
       ->check(CLI::Range(0, 1'000'000));
 }
 
+std::vector<Fault>& ListFor(Options& options, FaultFamily family) {
+  if (family == FaultFamily::kTcp) return options.server.faults;
+  return family == FaultFamily::kTransfer ? options.files.faults : options.devices.faults;
+}
+
 // Sorts a fault to those who play it.
 bool AddFault(Options& options, std::string_view text, std::string_view prefix) {
   std::string_view rest = text;
@@ -86,8 +92,7 @@ bool AddFault(Options& options, std::string_view text, std::string_view prefix) 
   const std::string whole = (where.empty() ? "" : where + "=") + std::string(prefix) + std::string(rest);
   auto fault = ParseFault(whole);
   if (!fault) return false;
-  auto& list = FamilyOf(fault->kind) == FaultFamily::kTcp ? options.server.faults : options.devices.faults;
-  list.push_back(std::move(*fault));
+  ListFor(options, FamilyOf(fault->kind)).push_back(std::move(*fault));
   return true;
 }
 
@@ -96,8 +101,8 @@ void AddFaultOptions(TextOptions& texts, Options& options) {
       "--fault", "[WHERE=]KIND[@FRAMES][#CONNECTION]",
       "Misbehave: on one listener (WHERE is as given to --listen) or on all. KIND: split:N[:US] short:N\n"
       "body:N length:N|zero|oversize invoke:N version:N close:N reset:N stall:N garbage:N[:SEED]\n"
-      "raw:HEX|@FILE greet:HEX|@FILE cut:N pause:N:MS. Kinds that begin with scan- or udp- are those of\n"
-      "the two options below",
+      "raw:HEX|@FILE greet:HEX|@FILE cut:N pause:N:MS. Kinds that begin with scan-, udp- or transfer-\n"
+      "are those of the options below",
       [&options](const std::string& text) { return AddFault(options, text, ""); });
   texts.Add(
       "--scan-fault", "[ADDRESS=]KIND[@REQUESTS]",
@@ -108,6 +113,20 @@ void AddFaultOptions(TextOptions& texts, Options& options) {
             "Bend answers to direct requests. KIND: silent error:CODE invoke[:N] length:N|be|zero short[:N]\n"
             "oversize[:N] size:N delay:MS raw:HEX|@FILE",
             [&options](const std::string& text) { return AddFault(options, text, "udp-"); });
+  texts.Add(
+      "--transfer-fault", "KIND[@MESSAGE]",
+      "Bend the answer to message 0 (file information), 1, 2, ... (chunks), or to all. KIND: error:CODE\n"
+      "late:MS short[:N] silent close",
+      [&options](const std::string& text) { return AddFault(options, text, "transfer-"); });
+}
+
+void AddFileOptions(CLI::App& app, FileOptions& files) {
+  app.add_option("--files", files.directory, "Receive files into this directory and nowhere else")
+      ->type_name("DIR")
+      ->check(CLI::ExistingDirectory);
+  app.add_option("--transfer-port", files.port, "Router port of file messages (default 700)")
+      ->type_name("PORT")
+      ->check(CLI::Range(501, 65535));
 }
 
 struct FleetArguments {
@@ -198,6 +217,7 @@ std::optional<Options> ParseOptions(int argc, const char* const* argv, std::ostr
   FleetArguments fleet;
   AddServerOptions(texts, app, options.server, spinUs);
   AddDeviceOptions(app, texts, options.devices, fleet);
+  AddFileOptions(app, options.files);
   AddFaultOptions(texts, options);
   app.add_option("--trace", options.trace, "Write one line per frame and event; - for standard output")
       ->type_name("FILE");

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "DeviceHost.h"
+#include "FileService.h"
 #include "Server.h"
 
 namespace zelsim {
@@ -13,6 +14,7 @@ namespace zelsim {
 struct Options {
   ServerOptions server;
   DeviceOptions devices;
+  FileOptions files;
   std::string trace;  // empty for none, "-" for standard output
 };
 

@@ -107,13 +107,18 @@ void Server::Stop(std::function<void()> done) {
 
 void Server::OnClosed(Connection& connection) {
   topics_.Forget(connection);
+  for (const auto& [port, service] : services_) service->OnClosed(connection);
   clients_.erase(connection.Id());
   if (stopped_ && clients_.empty()) stopped_();
 }
 
 bool Server::OnRequest(Connection& connection, const Request& request, uint64_t frame) {
   if (request.port == kTopicPort) return OnTopicRequest(connection, request);
-  AnswerByRule(connection, request, frame);
+  if (const auto found = services_.find(request.port); found != services_.end()) {
+    found->second->OnRequest(connection, request, frame);
+  } else {
+    AnswerByRule(connection, request, frame);
+  }
   return true;
 }
 

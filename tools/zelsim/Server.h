@@ -16,6 +16,7 @@
 #include "Burst.h"
 #include "Connection.h"
 #include "Fault.h"
+#include "PortService.h"
 #include "Ticker.h"
 #include "TopicTable.h"
 
@@ -35,6 +36,8 @@ class Server : public ConnectionHost {
   Server(asio::io_context& loop, ServerOptions options, Trace& trace);
   ~Server() override;
 
+  // Hands the requests on the service's port to it. The service outlives the server.
+  void Serve(PortService& service) { services_[service.Port()] = &service; }
   // Opens every listener. Empty on success, otherwise what went wrong, for people.
   std::string Listen();
   // The bound addresses, in the order of the options.
@@ -73,6 +76,7 @@ class Server : public ConnectionHost {
   std::list<Ticker> tickers_;
   std::map<uint64_t, Client> clients_;
   TopicTable topics_;
+  std::map<uint16_t, PortService*> services_;
   Bytes counting_;
   uint64_t lastId_ = 0;
   std::function<void()> stopped_;  // set while stopping

@@ -15,13 +15,17 @@ Simulator::Simulator(const Options& options)
       loop_(1),
       signals_(loop_),
       lastCall_(loop_),
+      files_(options_.files, trace_),
       server_(loop_, options_.server, trace_),
-      devices_(loop_, options_.devices, trace_) {}
+      devices_(loop_, options_.devices, trace_) {
+  if (files_.Wanted()) server_.Serve(files_);
+}
 
 std::string Simulator::Start() {
   if (!options_.trace.empty() && !trace_.Open(options_.trace))
     return "cannot write the trace to " + options_.trace;
-  const std::string problem = devices_.Open();
+  std::string problem = files_.Open();
+  if (problem.empty()) problem = devices_.Open();
   return problem.empty() ? server_.Listen() : problem;
 }
 

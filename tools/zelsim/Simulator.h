@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "DeviceHost.h"
+#include "FileService.h"
 #include "Options.h"
 #include "Server.h"
 #include "Trace.h"
@@ -38,6 +39,7 @@ class Simulator {
   asio::io_context loop_;
   asio::signal_set signals_;
   asio::steady_timer lastCall_;
+  FileService files_;
   Server server_;
   DeviceHost devices_;
 };
