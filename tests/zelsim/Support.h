@@ -23,7 +23,7 @@ Bytes Join(std::initializer_list<Bytes> parts);
 struct RequestSpec {
   uint16_t port = 700;
   uint32_t invokeId = 1;
-  Bytes payload;
+  Bytes payload{};
   uint32_t idGroup = 0;
   uint32_t idOffset = 0;
   uint16_t cmd = 9;
@@ -38,7 +38,7 @@ struct Frame {
   uint8_t version = 0;
   uint16_t port = 0;
   uint32_t length = 0;
-  Bytes body;
+  Bytes body{};
 
   uint32_t Error() const;
   uint32_t InvokeId() const;

@@ -14,11 +14,11 @@
 namespace zelsim {
 
 struct Datagram {
-  asio::ip::udp::endpoint from;
-  asio::ip::udp::endpoint to;  // as in the datagram: a group, a broadcast address or one of ours
-  asio::ip::address_v4 local;  // our address on the network that it came from
+  asio::ip::udp::endpoint from{};
+  asio::ip::udp::endpoint to{};  // as in the datagram: a group, a broadcast address or one of ours
+  asio::ip::address_v4 local{};  // our address on the network that it came from
   int ttl = -1;
-  ByteView bytes;  // valid during the call only
+  ByteView bytes{};  // valid during the call only
 };
 
 class DatagramSocket {

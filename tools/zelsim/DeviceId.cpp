@@ -18,7 +18,10 @@ std::optional<DeviceId> ParseDeviceId(std::string_view text) {
 
 std::string ToText(const DeviceId& id) {
   std::string text;
-  for (const uint8_t byte : id) text += (text.empty() ? "" : ".") + std::to_string(byte);
+  for (const uint8_t byte : id) {
+    if (!text.empty()) text += '.';
+    text += std::to_string(byte);
+  }
   return text;
 }
 

@@ -18,10 +18,10 @@ namespace zelsim {
 class FileReceiver {
  public:
   struct Step {
-    TransferAnswer answer;
+    TransferAnswer answer{};
     uint64_t number = 0;  // 0 for the information, the chunk's number, or one more than the count at the end
     const char* kind = "bad";  // "info", "chunk", "end" or "bad", for the trace
-    std::string name;          // of the stored file; empty when no file is concerned
+    std::string name{};        // of the stored file; empty when no file is concerned
   };
 
   FileReceiver() = default;

@@ -16,7 +16,7 @@ namespace zelsim {
 struct Device {
   DeviceId id{};
   // The address that it answers from; unspecified (0.0.0.0) for whatever address it was asked at.
-  asio::ip::address_v4 address;
+  asio::ip::address_v4 address{};
   // True when the device has its direct-request socket to itself (--device ID@ADDRESS).
   bool ownSocket = false;
   size_t number = 0;      // from 1, in the order of the command line

@@ -23,7 +23,7 @@ std::string SafeName(std::string_view destination, std::string_view ownName) {
   std::string name = LastComponent(destination);
   if (name.empty()) name = LastComponent(ownName);
   if (name.empty()) name = "unnamed";
-  if (name.starts_with(kPartPrefix)) name.insert(0, "_");
+  if (name.starts_with(kPartPrefix)) name.insert(name.begin(), '_');
   return name.substr(0, kLongestName);
 }
 

@@ -39,6 +39,6 @@ Bytes EncodeTransferAnswer(const TransferAnswer& answer) {
   return bytes;
 }
 
-uint32_t ChunkCount(uint32_t size) { return size == 0 ? 0 : (size - 1) / kChunkSize + 1; }
+uint32_t ChunkCount(uint32_t size) { return size == 0 ? 0 : (size - 1) / uint32_t{kChunkSize} + 1; }
 
 }  // namespace zelsim
