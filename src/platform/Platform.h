@@ -1,0 +1,168 @@
+// The whole contract with the operating system. Everything above this header is the same code on both systems; the
+// two folders beside it implement it, one topic per file, under the same names.
+//
+// No function here logs, throws or allocates unless it says so. A function that fails leaves its reason in
+// SocketError() and RuntimeError() of the calling thread until that thread's next call into this header.
+// All functions may be called from any thread.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace libzel::platform {
+
+// ---- Errors (Errors.cpp) -------------------------------------------------------------------------------------------
+
+// The socket layer's numbers, the same on both systems.
+inline constexpr int32_t kSocketInterrupted = 10004;
+inline constexpr int32_t kSocketWouldBlock = 10035;
+inline constexpr int32_t kSocketNotASocket = 10038;
+inline constexpr int32_t kSocketMessageTooLong = 10040;
+inline constexpr int32_t kSocketAborted = 10053;
+inline constexpr int32_t kSocketReset = 10054;
+inline constexpr int32_t kSocketNotConnected = 10057;
+inline constexpr int32_t kSocketShutDown = 10058;
+
+// The runtime's numbers that the write path tells apart.
+inline constexpr int32_t kRuntimeInterrupted = 4;
+inline constexpr int32_t kRuntimeTryAgain = 11;
+inline constexpr int32_t kRuntimeBrokenPipe = 32;
+
+// The calling thread's last socket error in the numbering above; another error keeps the system's own number.
+int32_t SocketError();
+
+// The same error in the runtime's numbering (4 interrupted, 11 try again, 32 broken pipe, else the system's number).
+int32_t RuntimeError();
+
+// The runtime's text for a runtime number, its generic unknown-error text where it has none. Allocates.
+std::string ErrorText(int32_t runtimeError);
+
+// ---- Sockets (Sockets.cpp) -----------------------------------------------------------------------------------------
+
+using SocketHandle = std::intptr_t;
+inline constexpr SocketHandle kNoSocket = -1;
+
+// One run of bytes of a gathered send.
+using ConstBytes = std::span<const uint8_t>;
+
+// An IPv4 end point; the address is dotted text, the port in host order.
+struct Endpoint {
+  std::string host;
+  uint16_t port = 0;
+};
+
+// Starts the system's socket library; 0 or its error. Every successful start wants one StopSockets.
+int32_t StartSockets();
+void StopSockets();
+
+// A new IPv4 socket, blocking and not inherited by child processes, or kNoSocket. The caller owns it.
+SocketHandle OpenStreamSocket();
+SocketHandle OpenDatagramSocket();
+// A local (file system) stream socket; kNoSocket where the system has none.
+SocketHandle OpenLocalStreamSocket();
+void CloseSocket(SocketHandle socket);
+// Ends both directions and so wakes every thread that waits on the socket.
+void ShutdownSocket(SocketHandle socket);
+bool SetNonBlocking(SocketHandle socket);
+
+enum class ConnectResult { kConnected, kInProgress, kFailed };
+// Starts a connect on a non-blocking socket. `host` is converted as inet_addr does. A socket that is connected
+// already counts as in progress.
+ConnectResult StartConnect(SocketHandle socket, const char* host, uint16_t port);
+ConnectResult StartLocalConnect(SocketHandle socket, const char* path);
+// Takes the pending error off the socket; 0 when there is none. The number is the runtime's.
+int32_t TakePendingError(SocketHandle socket);
+
+// Wakes one waiting thread from another; empty (IsOpen false) where the system could not make one.
+class Waker {
+ public:
+  Waker() = default;
+  ~Waker();
+  Waker(const Waker&) = delete;
+  Waker& operator=(const Waker&) = delete;
+
+  // Makes the waker usable; again once open does nothing. Not safe against a concurrent Open.
+  bool Open();
+  bool IsOpen() const { return handle_ != kNoSocket; }
+  // Ends the present or else the next wait that is given this waker.
+  void Wake();
+  // Forgets wakes that no wait has taken.
+  void Drain();
+  SocketHandle handle() const { return handle_; }
+
+ private:
+  SocketHandle handle_ = kNoSocket;
+};
+
+// Waits until the socket can be read (hang-up and error count as readable). Time-outs are in ms; negative ones are 0;
+// interrupted waits go on with the time that remains. Gives 1 ready, 0 time-out or woken, -1 error. An invalid handle
+// fails with kSocketNotASocket.
+int WaitReadable(SocketHandle socket, int64_t timeoutMs, const Waker* waker = nullptr);
+int WaitWritable(SocketHandle socket, int64_t timeoutMs);
+
+// The most sockets that WaitReadableSet watches at once.
+inline constexpr size_t kMaxWatched = 64;
+// Waits until one of the sockets can be read and sets the flag of each that can. Result as WaitReadable, but the count
+// of readable sockets; one invalid handle fails the whole wait. `ready` has as many elements as `sockets`.
+int WaitReadableSet(std::span<const SocketHandle> sockets, std::span<bool> ready, int64_t timeoutMs);
+
+// One receive or one gathered send, never blocking longer than the socket's mode says, never raising a signal.
+// Give the bytes moved, 0 when the peer closed (Receive), or -1.
+int64_t Receive(SocketHandle socket, uint8_t* buffer, size_t size);
+inline constexpr size_t kMaxPieces = 4;
+int64_t Send(SocketHandle socket, std::span<const ConstBytes> pieces);
+
+// One datagram. A datagram longer than the buffer is a failed receive (kSocketMessageTooLong) on both systems.
+// `sender` may be null.
+int64_t ReceiveDatagram(SocketHandle socket, uint8_t* buffer, size_t size, Endpoint* sender);
+int64_t SendDatagram(SocketHandle socket, const char* host, uint16_t port, ConstBytes datagram);
+
+bool Bind(SocketHandle socket, const char* ip, uint16_t port);
+
+// ---- Socket options (SocketOptions.cpp): true on success -------------------------------------------------------------
+
+bool GetSendBuffer(SocketHandle socket, int32_t& bytes);
+bool GetReceiveBuffer(SocketHandle socket, int32_t& bytes);
+bool SetSendBuffer(SocketHandle socket, int32_t bytes);
+bool SetReceiveBuffer(SocketHandle socket, int32_t bytes);
+// Raises the receive buffer as far as the system lets this process, whatever that is.
+void RaiseReceiveBuffer(SocketHandle socket, int32_t bytes);
+bool SetLinger(SocketHandle socket, bool on, uint16_t seconds);
+bool SetKeepAlive(SocketHandle socket, bool on);
+bool SetKeepAliveIdle(SocketHandle socket, int32_t seconds);
+bool SetKeepAliveInterval(SocketHandle socket, int32_t seconds);
+bool SetKeepAliveCount(SocketHandle socket, int32_t probes);
+bool SetNoDelay(SocketHandle socket, bool on);
+bool SetReuseAddress(SocketHandle socket, bool on);
+bool SetBroadcast(SocketHandle socket, bool on);
+bool SetMulticastTtl(SocketHandle socket, int32_t hops);
+bool SetMulticastLoop(SocketHandle socket, bool on);
+bool JoinMulticastGroup(SocketHandle socket, const char* group, const char* interfaceIp);
+
+// ---- Process and thread (Process.cpp) ------------------------------------------------------------------------------
+
+// The system's number of the calling thread, read once per thread.
+uint32_t ThreadId();
+// Cores that this process may run on, at least 1.
+uint32_t CoreCount();
+// Puts the bytes into the runtime's standard output in one piece, without a flush. A failure is nobody's to handle.
+void WriteStandardOutput(const char* text, size_t size);
+// Keeps the library in the process until the process ends: its threads may outlive an unload.
+void KeepLoaded();
+
+// ---- Network adapters (Adapters.cpp) -------------------------------------------------------------------------------
+
+struct Adapter {
+  uint32_t type = 0;
+  std::vector<uint8_t> hardwareAddress;
+  std::string name;
+  std::string ip;
+};
+
+// The adapters that have an IPv4 address, in the system's order; empty when the system cannot tell. Allocates.
+std::vector<Adapter> ListAdapters();
+
+}  // namespace libzel::platform

@@ -1,0 +1,53 @@
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <netpacket/packet.h>
+
+#include <memory>
+#include <string_view>
+
+#include "platform/Platform.h"
+
+namespace libzel::platform {
+
+namespace {
+
+constexpr uint32_t kEthernet = 6;
+
+std::vector<uint8_t> HardwareAddress(const ifaddrs* list, std::string_view name) {
+  for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
+    if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_PACKET || name != entry->ifa_name) continue;
+    const auto* link = reinterpret_cast<const sockaddr_ll*>(entry->ifa_addr);
+    return {link->sll_addr, link->sll_addr + std::min<size_t>(link->sll_halen, sizeof link->sll_addr)};
+  }
+  return {};
+}
+
+bool IsListed(const std::vector<Adapter>& adapters, std::string_view name) {
+  for (const Adapter& adapter : adapters) {
+    if (adapter.name == name) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+std::vector<Adapter> ListAdapters() {
+  ifaddrs* list = nullptr;
+  if (getifaddrs(&list) != 0) return {};
+  const std::unique_ptr<ifaddrs, void (*)(ifaddrs*)> owner(list, freeifaddrs);
+
+  std::vector<Adapter> adapters;
+  for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
+    if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_INET) continue;
+    if ((entry->ifa_flags & IFF_LOOPBACK) != 0 || IsListed(adapters, entry->ifa_name)) continue;
+    char ip[INET_ADDRSTRLEN] = "";
+    const auto* address = reinterpret_cast<const sockaddr_in*>(entry->ifa_addr);
+    if (inet_ntop(AF_INET, &address->sin_addr, ip, sizeof ip) == nullptr) continue;
+    adapters.push_back({kEthernet, HardwareAddress(list, entry->ifa_name), entry->ifa_name, ip});
+  }
+  return adapters;
+}
+
+}  // namespace libzel::platform
