@@ -1,0 +1,33 @@
+#include <winsock2.h>
+
+#include <cstring>
+
+#include "platform/Platform.h"
+#include "platform/windows/RuntimeNumber.h"
+
+namespace libzel::platform {
+
+int32_t RuntimeNumber(int socketError) {
+  constexpr int32_t kBadDescriptor = 9;
+  switch (socketError) {
+    case WSAEINTR:
+      return kRuntimeInterrupted;
+    case WSAEWOULDBLOCK:
+      return kRuntimeTryAgain;
+    case WSAESHUTDOWN:
+      return kRuntimeBrokenPipe;
+    case WSAENOTSOCK:
+      return kBadDescriptor;
+    default:
+      return socketError;
+  }
+}
+
+int32_t SocketError() { return WSAGetLastError(); }
+
+int32_t RuntimeError() { return RuntimeNumber(WSAGetLastError()); }
+
+// The runtime keeps the text per thread.
+std::string ErrorText(int32_t runtimeError) { return std::strerror(runtimeError); }
+
+}  // namespace libzel::platform
