@@ -1,0 +1,101 @@
+// Library frame and life of the instances.
+#include "libzel/libzel.h"
+
+#include <algorithm>
+
+#include "libzel/Guard.h"
+#include "platform/Platform.h"
+
+using namespace libzel;
+
+namespace {
+
+constexpr uint32_t kMajor = 0;
+constexpr uint32_t kMinor = 2;
+constexpr uint32_t kPatch = 3;
+
+ZelInstance CreateInstance(const ZelDeviceId* device, uint32_t type, int64_t timeoutMs, ZelConnEventCallback callback,
+                           void* user) {
+  const auto connection = CPeerConnMgr::Instance().CreateInstance(device, type);
+  if (connection == nullptr) return 0;
+  connection->SetEventCallback(callback, user);
+  (void)connection->Connect(timeoutMs);  // the instance reconnects by itself
+  return CPeerConnMgr::HandleOf(connection);
+}
+
+}  // namespace
+
+int32_t libzel_init() {
+  return Guard("libzel_init", -1, []() -> int32_t {
+    platform::KeepLoaded();
+    ZEL_LOG_AS("libzel_init", kNotice, "libzelclient Version %d.%d.%d", static_cast<int>(kMajor),
+               static_cast<int>(kMinor), static_cast<int>(kPatch));
+    ZEL_LOG_AS("libzel_init", kNotice, "libzelclient Compile Time:%s", GetBuildTimeText().c_str());
+    SetLogLevel(static_cast<int32_t>(LogLevel::kDebug));
+    return platform::StartSockets();
+  });
+}
+
+int32_t libzel_version(uint32_t* major, uint32_t* minor, uint32_t* patch) {
+  SetErrno(ZEL_OK);
+  *major = kMajor;
+  *minor = kMinor;
+  *patch = kPatch;
+  return ZEL_OK;
+}
+
+int32_t libzel_get_errno() { return GetErrno(); }
+
+const char* libzel_strerror(int32_t code) { return ErrorCodeText(code); }
+
+ZelInstance libzel_createInstance(const ZelDeviceId* device, uint32_t type) {
+  return Guard("libzel_createInstance", ZelInstance{0},
+               [&] { return CreateInstance(device, type, kCreateTimeoutMs, nullptr, nullptr); });
+}
+
+ZelInstance libzel_createInstanceEx(const ZelDeviceId* device, uint32_t type, int32_t timeoutMs,
+                                    ZelConnEventCallback callback, void* user) {
+  return Guard("libzel_createInstanceEx", ZelInstance{0},
+               [&] { return CreateInstance(device, type, std::max(timeoutMs, 100), callback, user); });
+}
+
+int32_t libzel_releaseInstance(ZelInstance instance) {
+  (void)Guard("libzel_releaseInstance", 0, [&] {
+    CPeerConnMgr::Instance().ReleaseInstance(instance);
+    return 0;
+  });
+  // In every case, also after a release. Deliberate.
+  SetErrno(ZEL_E_HANDLE);
+  return ZEL_E_HANDLE;
+}
+
+int32_t libzel_destory() {
+  return Guard("libzel_destory", 0, [] {
+    CPeerConnMgr::Instance().ReleaseAll();
+    platform::StopSockets();
+    return 0;
+  });
+}
+
+int32_t libzel_loop_start(ZelInstance instance) {
+  return WithInstance("libzel_loop_start", instance, ZEL_E_HANDLE,
+                      [](IZelPeerConnection& connection) { return connection.loop_start(); });
+}
+
+int32_t libzel_loop_stop(ZelInstance instance) {
+  return WithInstance("libzel_loop_stop", instance, ZEL_E_HANDLE,
+                      [](IZelPeerConnection& connection) { return connection.loop_stop(); });
+}
+
+bool libzel_reconnect(ZelInstance instance, int32_t timeoutMs) {
+  return WithInstance("libzel_reconnect", instance, false, [&](IZelPeerConnection& connection) {
+    return connection.Reconnect(std::max(timeoutMs, 50));
+  });
+}
+
+int32_t libzel_reconnect_delay_set(ZelInstance instance, uint32_t intervalSec) {
+  return WithInstance("libzel_reconnect_delay_set", instance, ZEL_E_HANDLE, [&](IZelPeerConnection& connection) {
+    connection.SetReconnectDelay(intervalSec, true);
+    return ZEL_OK;
+  });
+}

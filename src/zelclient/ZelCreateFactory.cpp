@@ -1,0 +1,100 @@
+#include "zelclient/ZelCreateFactory.h"
+
+#include <string>
+
+#include "utils/Forever.h"
+#include "utils/Log.h"
+#include "zelclient/ZelTcpclient.h"
+#include "zelclient/routetable/RouterTable.h"
+#include "zelcomm/ErrorCode.h"
+
+namespace libzel {
+
+namespace {
+constexpr uint16_t kServerPort = 9999;
+}
+
+CPeerConnMgr& CPeerConnMgr::Instance() {
+  static Forever<CPeerConnMgr> manager;
+  return *manager;
+}
+
+ZelInstance CPeerConnMgr::HandleOf(const Connection& connection) {
+  return reinterpret_cast<ZelInstance>(connection.get());
+}
+
+CPeerConnMgr::Connection CPeerConnMgr::CreateTcpClientConnection(const ZelDeviceId* device) {
+  if (device == nullptr) {
+    SetErrno(ZEL_E_DEVICE_ID);
+    return nullptr;
+  }
+  const std::string host = CRouterTable::Instance().GetHostIpFromDeviceId(*device);
+  const std::string parameters = "ip=" + host + ";port=" + std::to_string(kServerPort);
+  auto connection = std::make_shared<CTcpclient>(*device, parameters, false);
+  ZEL_LOG(kTrace, "create tcp client <param:%s>", parameters.c_str());
+  return connection;
+}
+
+CPeerConnMgr::Connection CPeerConnMgr::CreateInstance(const ZelDeviceId* device, uint32_t type) {
+  if (type >= 1 && type <= 4) {
+    SetErrno(ZEL_E_PROTOCOL);
+    return nullptr;
+  }
+  Connection connection = CreateTcpClientConnection(device);
+  if (connection == nullptr) return nullptr;
+  const MutexLock lock(mutex_);
+  live_.emplace(HandleOf(connection), connection);
+  return connection;
+}
+
+CPeerConnMgr::Connection CPeerConnMgr::FindInstance(ZelInstance handle) {
+  const MutexLock lock(mutex_);
+  const auto entry = live_.find(handle);
+  return entry != live_.end() ? entry->second : nullptr;
+}
+
+void CPeerConnMgr::ReleaseInstance(ZelInstance handle) {
+  const MutexLock lock(mutex_);
+  const auto entry = live_.find(handle);
+  if (entry == live_.end()) return;
+  (void)entry->second->loop_stop();
+  live_.erase(entry);
+}
+
+void CPeerConnMgr::ReleaseAll() {
+  const MutexLock lock(mutex_);
+  for (auto& [handle, connection] : live_) {
+    (void)connection->loop_stop();
+    connection.reset();
+  }
+  live_.clear();
+}
+
+CDeviceConnectionCache& CDeviceConnectionCache::Instance() {
+  static Forever<CDeviceConnectionCache> cache;
+  return *cache;
+}
+
+CPeerConnMgr::Connection CDeviceConnectionCache::Find(const ZelDeviceId& device) {
+  ZelInstance handle = 0;
+  {
+    const MutexLock lock(mutex_);
+    const auto entry = handles_.find(device);
+    if (entry == handles_.end()) return nullptr;
+    handle = entry->second;
+  }
+  return CPeerConnMgr::Instance().FindInstance(handle);
+}
+
+CPeerConnMgr::Connection CDeviceConnectionCache::GetConnection(const ZelDeviceId& device) {
+  if (auto connection = Find(device)) return connection;
+  auto connection = CPeerConnMgr::Instance().CreateInstance(&device, 0);
+  if (connection == nullptr) return nullptr;
+  (void)connection->Connect(kCreateTimeoutMs);  // a server that is away is no error: the receive thread finds it later
+  (void)connection->loop_start();
+  const MutexLock lock(mutex_);
+  handles_.insert_or_assign(device, CPeerConnMgr::HandleOf(connection));
+  return connection;
+}
+
+}  // namespace libzel

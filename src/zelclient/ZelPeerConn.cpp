@@ -1,0 +1,203 @@
+#include "zelclient/ZelPeerConn.h"
+
+#include <system_error>
+
+#include "utils/Forever.h"
+#include "utils/Log.h"
+#include "zelcomm/ErrorCode.h"
+#include "zelcomm/Frame.h"
+
+namespace libzel {
+
+namespace {
+
+void libzelsubscribeMsgRouterCallBack(uint16_t /*port*/, const uint8_t* body, uint32_t length, void* connection) {
+  ZEL_LOG_AS("libzelsubscribeMsgRouterCallBack", kTrace, "libzel recv subscribe message,TotalSize:%d",
+             static_cast<int>(length));
+  static_cast<IZelPeerConnection*>(connection)->filter(body, length);
+}
+
+void Withdraw(ResponsePool::Slot* slot) {
+  slot->object.result = ZelResponse::kPending;
+  slot->object.owner = nullptr;
+  ResponseRecords().Return(slot);
+}
+
+// Called from a noexcept function, so it ends the process, with its text on standard error.
+[[noreturn]] void FailSelfJoin() {
+  throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
+}
+
+}  // namespace
+
+ResponsePool& ResponseRecords() {
+  static Forever<ResponsePool> pool;
+  return *pool;
+}
+
+IZelPeerConnection::IZelPeerConnection(const ZelDeviceId& remote, std::string parameters)
+    : parameters_(std::move(parameters)), remoteDeviceId_(remote) {
+  (void)router_.addUserMessaggeRouter(kTopicPort, libzelsubscribeMsgRouterCallBack, this);  // an empty table takes it
+}
+
+IZelPeerConnection::~IZelPeerConnection() { (void)IZelPeerConnection::loop_stop(); }
+
+uint32_t IZelPeerConnection::GenInvokeId() {
+  uint32_t id = 0;
+  while (id == 0) id = invokeIds_.fetch_add(1);
+  return id;
+}
+
+// ---- Requests with a response record -------------------------------------------------------------------------------
+
+ResponsePool::Slot* IZelPeerConnection::Reserve(const ZelRequest& request) {
+  ResponsePool::Slot* slot = ResponseRecords().Take();
+  slot->object.owner = nullptr;
+  slot->object.invokeId = 0;
+  slot->object.result = 0;
+  const ZelRequest* none = nullptr;
+  if (slot->object.owner.compare_exchange_strong(none, &request)) return slot;
+  ZEL_LOG(kError, "response ZelRequest is already in use");
+  return nullptr;
+}
+
+ResponsePool::Slot* IZelPeerConnection::SendRequest(ZelRequest& request) {
+  const uint32_t invokeId = GenInvokeId();
+  uint8_t zoe[kZoeHeaderSize];
+  ZoeHeader{0, invokeId, request.command}.Write(zoe);
+  request.message.prepend(zoe, sizeof zoe);
+  uint8_t header[kZelHeaderSize];
+  ZelHeader{0, kVersionZoe, request.target->port, request.message.length()}.Write(header);
+  request.message.prepend(header, sizeof header);
+
+  ResponsePool::Slot* slot = Reserve(request);
+  if (slot == nullptr) return nullptr;
+  slot->object.invokeId.exchange(invokeId);
+  if (SendBuffer(request.message) < static_cast<int32_t>(request.message.length())) Withdraw(slot);
+  return nullptr;
+}
+
+int32_t IZelPeerConnection::SyncRequest(ZelRequest& request) {
+  ResponsePool::Slot* slot = SendRequest(request);
+  return slot != nullptr ? AwaitResponse(request, slot) : -1;
+}
+
+int32_t IZelPeerConnection::AwaitResponse(const ZelRequest& request, ResponsePool::Slot* slot) {
+  ZelResponse& response = slot->object;
+  int32_t result = ZEL_E_TIMEOUT;
+  {
+    std::unique_lock lock(response.mutex);
+    (void)response.answered.wait_until(lock, request.deadline, [&] { return response.invokeId == 0; });
+    if (response.invokeId.exchange(0) == 0) {
+      response.answered.wait(lock, [&] { return response.result != ZelResponse::kPending; });
+      result = response.result;
+    }
+  }
+  Withdraw(slot);
+  return result;
+}
+
+// ---- Settings and tables -------------------------------------------------------------------------------------------
+
+void IZelPeerConnection::SetEventCallback(ZelConnEventCallback callback, void* user) {
+  const MutexLock lock(eventMutex_);
+  eventTarget_ = {callback, user};
+}
+
+void IZelPeerConnection::FireEvent(int32_t event) {
+  EventTarget target;
+  {
+    const MutexLock lock(eventMutex_);
+    target = eventTarget_;
+  }
+  if (target.callback != nullptr) target.callback(&remoteDeviceId_, target.user, event);
+}
+
+void IZelPeerConnection::SetReconnectDelay(uint32_t intervalSec, bool automatic) {
+  reconnectIntervalSec_ = intervalSec;
+  autoReconnect_ = automatic;
+}
+
+int32_t IZelPeerConnection::addUserMessaggeRouter(uint16_t port, ZelRouterCallback handler, void* user) {
+  return router_.addUserMessaggeRouter(port, handler, user);
+}
+
+int32_t IZelPeerConnection::addCmpMessageRouter(uint16_t port, ZelCmpRouterCallback handler, void* user) {
+  return router_.addCmpMessageRouter(port, handler, user);
+}
+
+int32_t IZelPeerConnection::delMessageRouter(uint16_t port) { return router_.delMessageRouter(port); }
+
+TopicTable IZelPeerConnection::GetSubscribes() {
+  const MutexLock lock(topicMutex_);
+  return topics_;
+}
+
+void IZelPeerConnection::StoreSubscriber(const char* topic, const TopicSubscriber& subscriber) {
+  const MutexLock lock(topicMutex_);
+  topics_.insert_or_assign(topic, subscriber);
+}
+
+bool IZelPeerConnection::RemoveSubscriber(const char* topic) {
+  const MutexLock lock(topicMutex_);
+  return topics_.erase(topic) != 0;
+}
+
+bool IZelPeerConnection::FindSubscriber(std::string_view topic, TopicSubscriber& subscriber) {
+  const MutexLock lock(topicMutex_);
+  const auto entry = topics_.find(topic);
+  if (entry == topics_.end()) return false;
+  subscriber = entry->second;
+  return true;
+}
+
+void IZelPeerConnection::filter(const uint8_t* body, uint32_t length) {
+  const auto record = ReadTopicRecord({body, length});
+  if (!record) {
+    ZEL_LOG(kError, "topic record is longer than its message,size:%d", static_cast<int>(length));
+    return;
+  }
+  const std::string topic(record->topic);
+  TopicSubscriber subscriber;
+  if (!FindSubscriber(topic, subscriber)) {
+    ZEL_LOG(kError, "unknow topic:%s", topic.c_str());
+    return;
+  }
+  if (subscriber.callback == nullptr) return;
+  subscriber.callback(record->IdGroup, record->IdOffset, topic.c_str(), record->data.data(),
+                      static_cast<uint32_t>(record->data.size()), subscriber.user);
+}
+
+// ---- Receive thread ------------------------------------------------------------------------------------------------
+
+int32_t IZelPeerConnection::loop_start() noexcept {
+  const std::lock_guard lock(threadMutex_);
+  if (thread_.joinable()) return ZEL_OK;  // one that is being stopped counts as stopped after this call
+  stop_ = false;
+  (void)stopWaker_.Open();  // without one a stop takes up to a second
+  stopWaker_.Drain();
+  thread_ = std::thread([this] { (void)svc(); });
+  return ZEL_OK;
+}
+
+int32_t IZelPeerConnection::loop_stop() noexcept {
+  std::unique_lock lock(threadMutex_);
+  stop_ = true;
+  if (!thread_.joinable()) return ZEL_OK;
+  if (thread_.get_id() == std::this_thread::get_id()) FailSelfJoin();
+  if (joining_) {
+    joined_.wait(lock, [this] { return !joining_; });
+    return ZEL_OK;
+  }
+  joining_ = true;
+  stopWaker_.Wake();
+  lock.unlock();
+  thread_.join();
+  lock.lock();
+  thread_ = {};
+  joining_ = false;
+  joined_.notify_all();
+  return ZEL_OK;
+}
+
+}  // namespace libzel

@@ -1,0 +1,145 @@
+// The connection to one Zel server, as everything but its transport sees it: invoke identifiers, the message router,
+// the topic table and its delivery, the event callback, the receive thread, and the pool of response records.
+//
+// Any thread may call any member. Topic and router callbacks run on the receive thread, event callbacks on whichever
+// thread connects; no lock is held while one runs.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "libzel/libzel.h"
+#include "platform/Platform.h"
+#include "utils/Mutex.h"
+#include "utils/ObjectPoolBase.h"
+#include "zelclient/msgrouter/MsgRouter.h"
+#include "zelcomm/FrameBuffer.h"
+
+namespace libzel {
+
+// A request that waits for a response record.
+struct ZelRequest {
+  FrameBuffer message;                // the body behind the inner header; both headers are put in front
+  const ZelDeviceAddr* target;        // its port becomes the header's
+  uint16_t command = 0;
+  uint32_t requestWord = 0;           // carried along, read by nothing
+  uint8_t* answer = nullptr;
+  uint32_t* answerLength = nullptr;
+  std::chrono::steady_clock::time_point deadline{};
+};
+
+// A pooled record that an answer completes.
+struct ZelResponse {
+  static constexpr int32_t kPending = -1;
+
+  std::atomic<const ZelRequest*> owner{nullptr};  // null when free
+  std::atomic<uint32_t> invokeId{0};              // that the answer must carry; 0 when answered or withdrawn
+  std::mutex mutex;
+  std::condition_variable answered;
+  int32_t result = 0;
+};
+
+using ResponsePool = CObjectPool<ZelResponse, 100>;
+ResponsePool& ResponseRecords();
+
+struct TopicSubscriber {
+  ZelTopicCallback callback = nullptr;
+  void* user = nullptr;
+};
+using TopicTable = std::map<std::string, TopicSubscriber, std::less<>>;
+
+class IZelPeerConnection {
+ public:
+  IZelPeerConnection(const ZelDeviceId& remote, std::string parameters);
+  virtual ~IZelPeerConnection();
+  IZelPeerConnection(const IZelPeerConnection&) = delete;
+  IZelPeerConnection& operator=(const IZelPeerConnection&) = delete;
+
+  // 1, 2, 3 and so on; 0 is left out when the counter wraps.
+  virtual uint32_t GenInvokeId();
+  // -1 once the request has left: no record is given to wait on. Deliberate.
+  virtual int32_t SyncRequest(ZelRequest& request);
+  virtual int32_t Write(const uint8_t* data, uint32_t length, int64_t timeoutMs) = 0;
+  // Frames, reserves, stamps and sends. Always null: the record of a request that was sent whole stays reserved.
+  virtual ResponsePool::Slot* SendRequest(ZelRequest& request);
+  // A record owned by the request, or null when it has an owner.
+  virtual ResponsePool::Slot* Reserve(const ZelRequest& request);
+  virtual void SetEventCallback(ZelConnEventCallback callback, void* user);
+  virtual void SetReconnectDelay(uint32_t intervalSec, bool automatic);
+  virtual int32_t addUserMessaggeRouter(uint16_t port, ZelRouterCallback handler, void* user);
+  virtual int32_t addCmpMessageRouter(uint16_t port, ZelCmpRouterCallback handler, void* user);
+  virtual int32_t delMessageRouter(uint16_t port);
+  virtual TopicTable GetSubscribes();
+  virtual int32_t Send(uint16_t port, uint32_t idGroup, uint32_t idOffset, const uint8_t* data, uint32_t length,
+                       uint32_t timeoutMs) = 0;
+  virtual int32_t Recv(void* context, uint8_t* buffer, uint32_t size, uint32_t timeoutMs) = 0;
+  virtual int32_t SendBuffer(const FrameBuffer& message) = 0;
+  virtual int32_t Publish(const char* topic, uint32_t idGroup, uint32_t idOffset, const uint8_t* data,
+                          uint32_t length) = 0;
+  virtual int32_t Subscribe(const char* topic, ZelTopicCallback callback, void* user) = 0;
+  virtual int32_t UnSubscribe(const char* topic) = 0;
+  // Delivers one topic message to its subscriber.
+  virtual void filter(const uint8_t* body, uint32_t length);
+  virtual bool Connect(int64_t /*timeoutMs*/) { return false; }
+  virtual bool Reconnect(int64_t /*timeoutMs*/) { return false; }
+  virtual bool IsConnected() { return false; }
+  virtual void Close() {}
+  virtual int32_t svc() = 0;
+  // A thread that cannot be started, and a thread that joins itself, end the process.
+  virtual int32_t loop_start() noexcept;
+  virtual int32_t loop_stop() noexcept;
+
+  const ZelDeviceId& remoteDeviceId() const { return remoteDeviceId_; }
+  const std::string& parameters() const { return parameters_; }
+
+ protected:
+  void FireEvent(int32_t event);
+  bool IsAutoReconnect() const { return autoReconnect_; }
+  uint32_t reconnectIntervalSec() const { return reconnectIntervalSec_; }
+  bool IsStopped() const { return stop_; }
+  const platform::Waker& stopWaker() const { return stopWaker_; }
+  CMsgRouter& router() { return router_; }
+
+  void StoreSubscriber(const char* topic, const TopicSubscriber& subscriber);
+  bool RemoveSubscriber(const char* topic);
+
+  std::atomic<uint32_t> lastInvokeId_{0};
+
+ private:
+  bool FindSubscriber(std::string_view topic, TopicSubscriber& subscriber);
+  int32_t AwaitResponse(const ZelRequest& request, ResponsePool::Slot* slot);
+
+  struct EventTarget {
+    ZelConnEventCallback callback = nullptr;
+    void* user = nullptr;
+  };
+
+  std::atomic<bool> autoReconnect_{true};
+  std::atomic<bool> stop_{false};
+  std::atomic<uint32_t> reconnectIntervalSec_{2};
+  std::atomic<uint32_t> invokeIds_{0};
+  const std::string parameters_;
+  const ZelDeviceId remoteDeviceId_;
+  CMsgRouter router_;
+
+  Mutex eventMutex_;
+  EventTarget eventTarget_ ZEL_GUARDED_BY(eventMutex_);
+
+  Mutex topicMutex_;
+  TopicTable topics_ ZEL_GUARDED_BY(topicMutex_);
+
+  // The receive thread. It is joined outside the mutex, with `joining_` set.
+  std::mutex threadMutex_;
+  std::condition_variable joined_;
+  std::thread thread_;
+  bool joining_ = false;
+  platform::Waker stopWaker_;
+};
+
+}  // namespace libzel
