@@ -1,6 +1,5 @@
 #include "zelcomm/DeviceId.h"
 
-#include <charconv>
 #include <cstring>
 #include <span>
 
@@ -37,13 +36,16 @@ bool ParseDotted(std::string_view text, std::span<uint8_t> bytes) {
 }  // namespace
 
 std::string DeviceIdText(const ZelDeviceId& id) {
-  char text[24];
-  char* at = text;
+  std::string text;
+  text.reserve(24);
   for (const uint8_t byte : id.bytes) {
-    at = std::to_chars(at, text + sizeof text, byte).ptr;
-    *at++ = '.';
+    if (byte >= 100) text += static_cast<char>('0' + byte / 100);
+    if (byte >= 10) text += static_cast<char>('0' + byte / 10 % 10);
+    text += static_cast<char>('0' + byte % 10);
+    text += '.';
   }
-  return {text, static_cast<size_t>(at - text - 1)};
+  text.pop_back();
+  return text;
 }
 
 ZelDeviceId ParseDeviceId(std::string_view text) {
