@@ -1,0 +1,82 @@
+#!/bin/bash
+# Sets the machine up, builds, and runs the tests:  ./test.sh [linux|asan|tsan|windows]...   (default: all four)
+# The last line says "N passed, N failed"; the exit status is 0 when none failed. Logs are in build/.
+set -uo pipefail
+cd "$(dirname "$0")" || exit 1
+
+declare -A presets=([linux]=linux-release [asan]=linux-asan [tsan]=linux-tsan [windows]=windows-release)
+passed=0 failed=0 report=()
+
+say_failure() {
+  local what=$1 log=$2
+  echo "---- $what failed; the end of $log:"
+  tail -n "${3:-40}" "$log"
+  echo "---- $what failed; everything is in $log"
+}
+
+# step NAME LOG COMMAND...: quiet unless it fails.
+step() {
+  local name=$1 log=$2
+  shift 2
+  "$@" >"$log" 2>&1 && return
+  say_failure "$name" "$log"
+  return 1
+}
+
+configure_and_build() {
+  local preset=$1
+  shift
+  step "configuring $preset" "build/$preset-configure.log" cmake --preset "$preset" &&
+    step "building $preset" "build/$preset-build.log" \
+      cmake --build --preset "$preset" --parallel "$(nproc)" "$@"
+}
+
+# The other systems' tests talk to the simulator of the Linux build.
+prepare() {
+  case $1 in
+    linux) return 0 ;;
+    windows) step "making the Wine prefix" build/wineprefix.log \
+      tests/lab/lab.sh tests/lab/make_wine_prefix.sh "$PWD/build/wineprefix" || return ;;
+  esac
+  configure_and_build linux-release --target zelsim
+}
+
+count() {
+  local log=$1 summary
+  summary=$(grep -E '^[0-9]+% tests passed, [0-9]+ tests? failed out of [0-9]+' "$log" | tail -n 1)
+  [[ $summary =~ ,\ ([0-9]+)\ tests?\ failed\ out\ of\ ([0-9]+) ]] || return 1
+  testsFailed=${BASH_REMATCH[1]} testsPassed=$((BASH_REMATCH[2] - BASH_REMATCH[1]))
+}
+
+run() {
+  local name=$1 preset=${presets[$1]} log="build/${presets[$1]}-tests.log" testsPassed=0 testsFailed=0 start=$SECONDS
+  if prepare "$name" && configure_and_build "$preset"; then
+    ctest --preset "$preset" >"$log" 2>&1
+    local status=$?
+    count "$log" || testsFailed=1
+    [ "$status" = 0 ] || [ "$testsFailed" != 0 ] || testsFailed=1
+    if [ "$testsFailed" != 0 ]; then
+      say_failure "testing $preset" "$log" 120
+      echo "     run one again:  ctest --preset $preset --verbose --tests-regex NAME"
+    fi
+  else
+    testsFailed=1
+  fi
+  passed=$((passed + testsPassed)) failed=$((failed + testsFailed))
+  report+=("$(printf '%-8s %4d passed, %d failed (%d s)' "$name" "$testsPassed" "$testsFailed" $((SECONDS - start)))")
+}
+
+[ $# -gt 0 ] || set -- linux asan tsan windows
+for name in "$@"; do
+  if [ -z "${presets[$name]:-}" ]; then
+    echo "usage: ./test.sh [linux|asan|tsan|windows]..." >&2
+    exit 2
+  fi
+done
+
+mkdir -p build
+scripts/bootstrap.sh || exit 1
+for name in "$@"; do run "$name"; done
+printf '%s\n' "${report[@]}"
+echo "$passed passed, $failed failed"
+[ "$failed" = 0 ]

@@ -1,0 +1,179 @@
+#!/bin/bash
+# Runs a command on a host of its own, in a network that nobody else sees. Nothing in there reaches a network of the
+# machine, and /opt/zel and /var/tmp/zel are empty directories of its own. Everything that loads the library runs here.
+#
+#   lab.sh [options] [--] COMMAND [ARGUMENT...]
+#
+#   --hosts N            N hosts on one network: the command's at 10.77.0.1, "device1" at 10.77.0.2 and so on. Default 1.
+#   --second-interface   a second interface for every host, on a second network: 10.77.1.1, 10.77.1.2 and so on.
+#   --sim "HOST ARGS"    starts the simulator with these arguments (quoted as for a shell) on a host, 0 the command's
+#                        own, before the command. Repeatable. The n-th one's trace is in the file $ZEL_TRACE_n.
+#                        $ZELSIM names the simulator; default: the one of the linux-release build.
+#   --wine               the command is a Windows program. $ZEL_WINE_PREFIX is the prefix to start from, which stays as
+#                        it is; default: the one that ./test.sh windows makes.
+#
+# The exit status is the command's; 97 when the lab itself cannot be set up. Whatever was started in the lab ends with
+# it. $ZEL_LAB is the lab's scratch directory. Needs no privilege where the system allows user namespaces.
+set -Eeuo pipefail
+
+tree=$(cd "$(dirname "$0")/../.." && pwd)
+export ZELSIM=${ZELSIM:-$tree/build/linux-release/tools/zelsim/zelsim}
+export ZEL_WINE_PREFIX=${ZEL_WINE_PREFIX:-$tree/build/wineprefix}
+
+fail() {
+  echo "lab: $*" >&2
+  exit 97
+}
+
+enter() {
+  local user=()
+  [ "$(id -u)" = 0 ] || user=(--user --map-root-user)
+  exec unshare "${user[@]}" --net --mount --pid --fork --kill-child --mount-proc -- "$0" --inside "$@"
+}
+
+parse() {
+  hosts=1 interfaces=1 wine=no sims=()
+  while [ $# -gt 0 ]; do
+    case $1 in
+      --hosts) hosts=$2; shift 2 ;;
+      --second-interface) interfaces=2; shift ;;
+      --sim) sims+=("$2"); shift 2 ;;
+      --wine) wine=yes; shift ;;
+      --) shift; break ;;
+      -*) fail "unknown option $1" ;;
+      *) break ;;
+    esac
+  done
+  [ $# -gt 0 ] || fail "no command"
+  command=("$@")
+}
+
+# Covers a directory by an empty one that still shows what was in it, but for the names that follow.
+cover() {
+  local directory=$1 entry name
+  shift
+  exec 9<"$directory"
+  mount -t tmpfs -o mode=1777 lab "$directory"
+  for entry in /proc/self/fd/9/* /proc/self/fd/9/.[!.]*; do
+    name=${entry##*/}
+    if [[ " $* " == *" $name "* ]]; then continue; fi
+    if [ -L "$entry" ]; then
+      cp -P "$entry" "$directory/"
+    elif [ -d "$entry" ]; then
+      mkdir -p "$directory/$name" && mount --no-canonicalize --rbind "$entry" "$directory/$name"
+    elif [ -e "$entry" ]; then
+      touch "$directory/$name" && mount --no-canonicalize --bind "$entry" "$directory/$name"
+    fi
+  done
+  exec 9<&-
+}
+
+private_files() {
+  cover /opt zel
+  mkdir /opt/zel
+  cover /var/tmp zel lab
+  mkdir /var/tmp/zel /var/tmp/lab
+  export ZEL_LAB=/var/tmp/lab
+  cover /run netns
+  mkdir -p /run/netns
+}
+
+# in_host N COMMAND...: runs a command on a host.
+in_host() {
+  local host=$1
+  shift
+  if [ "$host" = 0 ]; then "$@"; else nsenter --net="/run/netns/device$host" -- "$@"; fi
+}
+
+in_switch() { nsenter --net=/run/netns/switch -- "$@"; }
+
+# add_interface HOST NETWORK: joins a host to a network by a cable from the switch.
+add_interface() {
+  local host=$1 network=$2 end="device$1" hardware
+  [ "$host" != 0 ] || end=$$
+  hardware=$(printf '02:77:00:00:%02x:%02x' "$network" "$((host + 1))")
+  in_switch ip link add name "port$host.$network" type veth peer name "eth$network" address "$hardware" netns "$end"
+  in_switch ip link set "port$host.$network" master "net$network" up
+  in_host "$host" ip addr add "10.77.$network.$((host + 1))/24" brd + dev "eth$network"
+  in_host "$host" ip link set "eth$network" up
+  [ "$network" != 0 ] || in_host "$host" ip route add default dev eth0
+}
+
+build_network() {
+  local host network
+  ip link set lo up
+  ip netns add switch
+  for ((network = 0; network < interfaces; ++network)); do
+    in_switch ip link add name "net$network" up type bridge mcast_snooping 0
+  done
+  for ((host = 0; host < hosts; ++host)); do
+    if [ "$host" != 0 ]; then
+      ip netns add "device$host"
+      in_host "$host" ip link set lo up
+    fi
+    for ((network = 0; network < interfaces; ++network)); do add_interface "$host" "$network"; done
+  done
+}
+
+# What a Windows program calls a file.
+shown_path() {
+  if [ "$wine" = yes ]; then printf 'Z:%s' "${1//\//\\}"; else printf '%s' "$1"; fi
+}
+
+start_sim() {
+  local number=$1 host=${2%% *} log="$ZEL_LAB/sim$1.log" trace="$ZEL_LAB/trace$1" arguments=() waited
+  [ -x "$ZELSIM" ] || fail "no simulator at $ZELSIM"
+  if [[ $2 == *" "* ]]; then eval "arguments=(${2#* })"; fi
+  : >"$trace"
+  in_host "$host" "$ZELSIM" "${arguments[@]}" --trace "$trace" >"$log" 2>&1 </dev/null &
+  simPids+=($!)
+  for ((waited = 0; waited < 500; ++waited)); do
+    if grep -qx ready "$log"; then break; fi
+    kill -0 $! 2>/dev/null || fail "zelsim $2: $(cat "$log")"
+    sleep 0.02
+  done
+  ((waited < 500)) || fail "zelsim $2 is not ready after 10 s: $(cat "$log")"
+  export "ZEL_TRACE_$number=$(shown_path "$trace")"
+}
+
+stop_sims() {
+  local pid
+  for pid in "${simPids[@]}"; do kill "$pid" 2>/dev/null || true; done
+}
+
+prepare_wine() {
+  [ -d "$ZEL_WINE_PREFIX/drive_c" ] || fail "no Wine prefix at $ZEL_WINE_PREFIX; ./test.sh windows makes one"
+  export WINEPREFIX=$ZEL_LAB/wine WINEDEBUG=-all WINEDLLOVERRIDES="mscoree=d;mshtml=d"
+  unset DISPLAY WAYLAND_DISPLAY
+  mkdir "$ZEL_LAB/wine.changes" "$ZEL_LAB/wine.work" "$WINEPREFIX"
+  mount -t overlay -o "lowerdir=$ZEL_WINE_PREFIX,upperdir=$ZEL_LAB/wine.changes,workdir=$ZEL_LAB/wine.work" \
+    lab "$WINEPREFIX" 2>/dev/null || cp -a --reflink=auto "$ZEL_WINE_PREFIX/." "$WINEPREFIX"
+  # Where every Wine of a user keeps its sockets.
+  mkdir -p "/tmp/.wine-$(id -u)"
+  mount -t tmpfs -o mode=700 lab "/tmp/.wine-$(id -u)"
+  ZEL_LAB=$(shown_path "$ZEL_LAB")
+  command=("$(command -v wine64 || echo /usr/lib/wine/wine64)" "${command[@]}")
+}
+
+inside() {
+  parse "$@"
+  trap 'fail "line $LINENO: $BASH_COMMAND"' ERR
+  private_files
+  build_network
+  simPids=()
+  local number=0 sim status=0
+  for sim in "${sims[@]}"; do start_sim $((++number)) "$sim"; done
+  [ "$wine" = no ] || prepare_wine
+  trap - ERR
+  "${command[@]}" || status=$?
+  stop_sims
+  exit "$status"
+}
+
+if [ "${1:-}" = --inside ]; then
+  shift
+  inside "$@"
+else
+  parse "$@"
+  enter "$@"
+fi
