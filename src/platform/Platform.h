@@ -153,6 +153,18 @@ void WriteStandardOutput(const char* text, size_t size);
 // Keeps the library in the process until the process ends: its threads may outlive an unload.
 void KeepLoaded();
 
+// ---- Files (Files.cpp) ---------------------------------------------------------------------------------------------
+
+struct FileInfo {
+  bool exists = false;
+  bool isRegular = false;
+  bool isDirectory = false;
+  int64_t size = 0;
+};
+
+// What stands at a path, links followed. A path where nothing can be found leaves its reason in errno.
+FileInfo GetFileInfo(const char* path);
+
 // ---- Network adapters (Adapters.cpp) -------------------------------------------------------------------------------
 
 struct Adapter {
