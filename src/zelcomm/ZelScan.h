@@ -1,0 +1,56 @@
+// The base of the discovery client: the scan thread, its stop flag, and the main multicast socket, which is bound to
+// the discovery port on all local addresses and joined to the group on the default interface.
+//
+// `start` and `stop` run on application threads, not two of them at once; `svc` runs on the scan thread, which also
+// makes the main socket. Neither `stop` nor the destructor closes that socket. Stop before destroying.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <thread>
+
+#include "platform/Platform.h"
+
+namespace libzel {
+
+inline constexpr const char* kMulticastGroup = "239.255.0.3";
+inline constexpr uint16_t ZEL_MUTILCAST_PORT = 38897;
+inline constexpr int32_t kMulticastTtl = 10;
+
+class CZelScan {
+ public:
+  CZelScan() = default;
+  virtual ~CZelScan() = default;
+  CZelScan(const CZelScan&) = delete;
+  CZelScan& operator=(const CZelScan&) = delete;
+
+  // Starts the thread unless one is held. Gives 0; a thread that cannot be made throws std::system_error. The stop flag
+  // is cleared after the start, so a start right behind a stop may end at once. Deliberate.
+  virtual int32_t start();
+  // Sets the stop flag and waits for the thread, which notices within about a second. Gives 0; throws
+  // std::system_error when called on the scan thread.
+  virtual int32_t stop();
+  virtual int32_t svc() = 0;
+  // 0, or -1 with an ERROR line. A socket that failed on the way is closed.
+  virtual int32_t initMutilCastSocket();
+
+ protected:
+  bool IsStopped() const { return stop_; }
+  platform::SocketHandle mainSocket() const { return mainSocket_; }
+
+  // Closes the socket and forgets its handle, so that whatever still uses it fails.
+  static void Close(platform::SocketHandle& socket);
+
+ private:
+  std::atomic<bool> stop_{false};
+  platform::SocketHandle mainSocket_ = platform::kNoSocket;
+  std::thread thread_;
+};
+
+// The runtime's text for what the last call into the platform failed with.
+std::string LastErrorText();
+
+// What the discovery sockets' receive buffers are raised to: a fleet may answer in the same instant.
+inline constexpr int32_t kDiscoveryReceiveBuffer = 8 * 1024 * 1024;
+
+}  // namespace libzel
