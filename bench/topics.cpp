@@ -1,0 +1,107 @@
+// Topic messages of 64 B that the sender has ready in blocks, the library's log lines written to a file:
+//   bench_topics LOG [ROUNDS]
+// against a raw socket that reads the same stream in large pieces, finds the same data, and writes as many
+// log bytes. Wants zelsim --listen 127.0.0.3:9999 --burst load=1000000:64.
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+
+#include "RawClient.h"
+#include "Support.h"
+
+namespace {
+
+constexpr const char* kTopic = "load";
+constexpr uint32_t kMessages = 1000000;
+constexpr size_t kDataSize = 64;
+
+std::atomic<uint32_t> g_left{0};
+uint64_t g_sum = 0;  // of first data bytes, so that the data is looked at
+
+void Take(const uint8_t* data, uint32_t length) {
+  bench::Require(length == kDataSize, "message size");
+  g_sum += data[0];
+  if (g_left.fetch_sub(1, std::memory_order_relaxed) == 1) g_left.notify_one();
+}
+
+void OnTopic(uint32_t, uint32_t, const char*, const uint8_t* data, uint32_t length, void*) {
+  Take(data, length);
+}
+
+void RunLibrary(ZelInstance instance) {
+  g_left = kMessages;
+  bench::Require(libzel_subscribe(instance, kTopic, OnTopic, nullptr) == 0, "subscribe");
+  for (uint32_t left = g_left; left != 0; left = g_left) g_left.wait(left);
+  (void)libzel_unsubscribe(instance, kTopic);
+}
+
+// Looks at one frame on its way, as far as a reader must to find its data.
+void TakeFrame(const uint8_t* frame, bool withLog) {
+  const uint8_t* record = frame + bench::kOuterSize + bench::kInnerSize;
+  const size_t verb = bench::ReadLe32(record);
+  const size_t topic = bench::ReadLe32(record + 8);
+  bench::Require(std::memcmp(record + 24 + verb + 1, kTopic, topic) == 0, "topic");
+  static constexpr char kLine[] =
+      "2025-01-16 18:09:37.123 \x1b[33m[libzel,DEBUG,MsgRouter.cpp,CMsgRouter::call,78,12345\x1b[37m]:"
+      "ZoeHeader:error:0,invokeId:0,Cmd:9\n";
+  if (withLog) (void)std::fwrite(kLine, 1, sizeof kLine - 1, stdout);
+  Take(record + 24 + verb + 1 + topic + 1, bench::ReadLe32(record + 16));
+}
+
+void RunRaw(const bench::RawClient& raw, bool withLog) {
+  static std::vector<uint8_t> buffer(64 * 1024);
+  g_left = kMessages;
+  raw.Write(bench::RequestFrame(bench::kTopicPort, bench::TopicRecord("sub", kTopic, 0)));
+  for (size_t filled = 0; g_left != 0;) {
+    filled += raw.ReadSome(buffer.data() + filled, buffer.size() - filled);
+    size_t at = 0;
+    while (filled - at >= bench::kOuterSize) {
+      const size_t size = bench::kOuterSize + bench::ReadLe32(buffer.data() + at + 4);
+      if (filled - at < size) break;
+      TakeFrame(buffer.data() + at, withLog);
+      at += size;
+    }
+    std::memmove(buffer.data(), buffer.data() + at, filled - at);
+    filled -= at;
+  }
+  raw.Write(bench::RequestFrame(bench::kTopicPort, bench::TopicRecord("unsub", kTopic, 0)));
+}
+
+void Report(FILE* out, const char* name, const std::vector<double>& seconds, double librarySec) {
+  const double median = bench::Median(seconds);
+  (void)std::fprintf(out, "topics 64 B  %-22s %5.2f million/s   library/this %.2f\n", name,
+                     kMessages / median / 1e6, median / librarySec);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  bench::Require(argc >= 2, "usage: bench_topics LOG [ROUNDS]");
+  FILE* out = bench::MoveLogTo(argv[1]);
+  (void)libzel_init();
+  const int rounds = argc > 2 ? std::atoi(argv[2]) : 9;
+  const ZelDeviceId device = bench::LocalDevice(0, 0, 3);
+  const ZelInstance instance = libzel_createInstance(&device, 0);
+  (void)libzel_loop_start(instance);
+  const bench::RawClient raw("127.0.0.3");
+
+  std::vector<double> library, rawLogged, rawSilent;
+  for (int round = 0; round <= rounds; ++round) {
+    const double librarySec = bench::Seconds([&] { RunLibrary(instance); });
+    bench::EmptyLog();
+    const double loggedSec = bench::Seconds([&] { RunRaw(raw, true); });
+    bench::EmptyLog();
+    const double silentSec = bench::Seconds([&] { RunRaw(raw, false); });
+    if (round == 0) continue;  // warms all up
+    library.push_back(librarySec);
+    rawLogged.push_back(loggedSec);
+    rawSilent.push_back(silentSec);
+  }
+  const double librarySec = bench::Median(library);
+  Report(out, "library", library, librarySec);
+  Report(out, "raw, same log bytes", rawLogged, librarySec);
+  Report(out, "raw, no log", rawSilent, librarySec);
+  (void)libzel_releaseInstance(instance);
+  (void)libzel_destory();
+  return std::fclose(out) == 0 ? 0 : 1;
+}
