@@ -52,7 +52,7 @@ int32_t CZelScanClient::stopScan() {
 int32_t CZelScanClient::svc() {
   ZEL_LOG(kDebug, "Zel Scan Client Start");
   (void)initMutilCastSocket();  // a failure ends the first wait
-  for (const AdapterRecord& adapter : LocalDeviceIdSource().GetAdapterTable()) (void)addBroadcastSocket(adapter);
+  for (const AdapterRecord& adapter : DeviceIdGenerator().GetAdapterTable()) (void)addBroadcastSocket(adapter);
   while (!IsStopped() && RunCycle()) {
   }
   ZEL_LOG(kDebug, "Zel Scan Client End");
