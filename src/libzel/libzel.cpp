@@ -5,6 +5,8 @@
 
 #include "libzel/Guard.h"
 #include "platform/Platform.h"
+#include "zelclient/ZelScanClient.h"
+#include "zelcomm/ZelDeviceIdGenerator.h"
 
 using namespace libzel;
 
@@ -23,6 +25,18 @@ ZelInstance CreateInstance(const ZelDeviceId* device, uint32_t type, int64_t tim
   return CPeerConnMgr::HandleOf(connection);
 }
 
+// A description file that cannot be read as such leaves this machine without an identifier, and nothing else.
+void DeriveLocalDeviceId() {
+  try {
+    (void)LocalDeviceIdSource();
+  } catch (const std::exception& fault) {
+    ZEL_LOG_AS("libzel_init", kError, "local device id:%s", fault.what());
+  }
+}
+
+// noexcept: without its discovery thread the library cannot work, and the process ends.
+void StartDiscovery() noexcept { (void)CZelScanClient::Instance().start(); }
+
 }  // namespace
 
 int32_t libzel_init() {
@@ -32,7 +46,10 @@ int32_t libzel_init() {
                static_cast<int>(kMinor), static_cast<int>(kPatch));
     ZEL_LOG_AS("libzel_init", kNotice, "libzelclient Compile Time:%s", GetBuildTimeText().c_str());
     SetLogLevel(static_cast<int32_t>(LogLevel::kDebug));
-    return platform::StartSockets();
+    const int32_t result = platform::StartSockets();
+    DeriveLocalDeviceId();
+    StartDiscovery();
+    return result;
   });
 }
 
@@ -98,4 +115,17 @@ int32_t libzel_reconnect_delay_set(ZelInstance instance, uint32_t intervalSec) {
     connection.SetReconnectDelay(intervalSec, true);
     return ZEL_OK;
   });
+}
+
+int32_t libzel_registerZelScanEvent(ZelScanEventCallback callback, void* user) {
+  return Guard("libzel_registerZelScanEvent", kErrorResource,
+               [&] { return CZelScanClient::Instance().registerScanEvent(callback, user); });
+}
+
+int32_t libzel_startZelScan() {
+  return Guard("libzel_startZelScan", kErrorResource, [] { return CZelScanClient::Instance().startScan(); });
+}
+
+int32_t libzel_stopZelScan() {
+  return Guard("libzel_stopZelScan", kErrorResource, [] { return CZelScanClient::Instance().stopScan(); });
 }

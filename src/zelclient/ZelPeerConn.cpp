@@ -1,11 +1,13 @@
 #include "zelclient/ZelPeerConn.h"
 
+#include <stdexcept>
 #include <system_error>
 
 #include "utils/Forever.h"
 #include "utils/Log.h"
 #include "zelcomm/ErrorCode.h"
 #include "zelcomm/Frame.h"
+#include "zelcomm/ZelDeviceIdGenerator.h"
 
 namespace libzel {
 
@@ -23,6 +25,15 @@ void Withdraw(ResponsePool::Slot* slot) {
   ResponseRecords().Return(slot);
 }
 
+// A description file that cannot be read must not keep this machine from connecting.
+ZelDeviceId LocalDeviceIdOrZero() {
+  try {
+    return LocalDeviceIdSource().GetLocalDeviceId();
+  } catch (const std::logic_error&) {
+    return {};
+  }
+}
+
 // Called from a noexcept function, so it ends the process, with its text on standard error.
 [[noreturn]] void FailSelfJoin() {
   throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
@@ -36,7 +47,7 @@ ResponsePool& ResponseRecords() {
 }
 
 IZelPeerConnection::IZelPeerConnection(const ZelDeviceId& remote, std::string parameters)
-    : parameters_(std::move(parameters)), remoteDeviceId_(remote) {
+    : parameters_(std::move(parameters)), remoteDeviceId_(remote), localDeviceId_(LocalDeviceIdOrZero()) {
   (void)router_.addUserMessaggeRouter(kTopicPort, libzelsubscribeMsgRouterCallBack, this);  // an empty table takes it
 }
 

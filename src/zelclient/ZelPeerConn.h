@@ -96,6 +96,7 @@ class IZelPeerConnection {
   virtual int32_t loop_stop() noexcept;
 
   const ZelDeviceId& remoteDeviceId() const { return remoteDeviceId_; }
+  const ZelDeviceId& localDeviceId() const { return localDeviceId_; }
   const std::string& parameters() const { return parameters_; }
 
  protected:
@@ -126,6 +127,7 @@ class IZelPeerConnection {
   std::atomic<uint32_t> invokeIds_{0};
   const std::string parameters_;
   const ZelDeviceId remoteDeviceId_;
+  const ZelDeviceId localDeviceId_;  // all zero when this machine has none
   CMsgRouter router_;
 
   Mutex eventMutex_;

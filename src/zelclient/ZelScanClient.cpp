@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <thread>
 
 #include "utils/Forever.h"
 #include "utils/Log.h"
