@@ -15,6 +15,8 @@
 #include <string>
 #include <string_view>
 
+#include "utils/LogFormat.h"
+
 namespace libzel {
 
 enum class LogLevel : int32_t {
@@ -46,17 +48,48 @@ constexpr std::string_view QualifiedName(std::string_view decorated) {
 
 constexpr std::string_view FileName(std::string_view path) { return path.substr(path.find_last_of("/\\") + 1); }
 
-// Where a call site stands, "file,function,line", put together at compile time.
-class Location {
+struct LevelStyle {
+  std::string_view colour;
+  std::string_view name;
+};
+
+inline constexpr std::array<std::string_view, 4> kColours = {"\x1b[31m", "\x1b[33m", "\x1b[37m", "\x1b[32m"};
+inline constexpr std::string_view kRed = kColours[0];
+inline constexpr std::string_view kYellow = kColours[1];
+inline constexpr std::string_view kWhite = kColours[2];
+
+constexpr LevelStyle StyleOf(LogLevel level) {
+  switch (level) {
+    case LogLevel::kTrace: return {kYellow, "TRACE"};
+    case LogLevel::kDebug: return {kYellow, "DEBUG"};
+    case LogLevel::kInfo: return {kYellow, "INFO"};
+    case LogLevel::kWarning: return {kRed, "WARNING"};
+    case LogLevel::kError: return {kRed, "ERROR"};
+    case LogLevel::kCritical: return {kYellow, "CRITICAL"};
+    case LogLevel::kNotice: return {kYellow, "NOTICE"};
+    case LogLevel::kComm: return {kYellow, "COMM"};
+  }
+  return {kYellow, "UNKNOWN"};
+}
+
+// What is the same in every line of a call site, put together at compile time: its text
+// "ESC[33m[libzel,INFO,file,function,line," and its format.
+class CallSite {
  public:
-  constexpr Location(std::string_view file, std::string_view function, int32_t line) {
-    Append(file);
-    Append(",");
-    Append(function);
+  constexpr CallSite(LogLevel level, std::string_view file, std::string_view function, int32_t line,
+                     const char* format)
+      : format_(format) {
+    const LevelStyle style = StyleOf(level);
+    for (const std::string_view part : {style.colour, std::string_view("[libzel,"), style.name,
+                                        std::string_view(","), file, std::string_view(","), function}) {
+      Append(part);
+    }
     Append(",");
     AppendNumber(line);
+    Append(",");
   }
   constexpr std::string_view text() const { return {text_.data(), size_}; }
+  constexpr const MessageFormat& format() const { return format_; }
 
  private:
   constexpr void Append(std::string_view part) {
@@ -70,11 +103,13 @@ class Location {
     Append({&digit, 1});
   }
 
-  std::array<char, 128> text_{};
+  MessageFormat format_;
+  std::array<char, 160> text_{};
   size_t size_ = 0;
 };
 
-[[gnu::format(printf, 3, 4)]] void Write(LogLevel level, std::string_view location, const char* format, ...);
+// `format` is the call site's own; it stands here for the compiler's checks.
+[[gnu::format(printf, 2, 3)]] void Write(const CallSite& site, const char* format, ...);
 }  // namespace log_internal
 
 inline bool IsLogged(LogLevel level) {
@@ -108,10 +143,11 @@ std::string FormatBuildTime(const char* date, const char* time);
 #define ZEL_LOG_AS(function, level, ...) \
   ZEL_LOG_FROM(::libzel::log_internal::FileName(__FILE__), function, level, __VA_ARGS__)
 
-#define ZEL_LOG_FROM(file, function, level, ...)                                          \
-  do {                                                                                    \
-    if (::libzel::IsLogged(::libzel::LogLevel::level)) {                                  \
-      static constexpr ::libzel::log_internal::Location kLocation(file, function, __LINE__); \
-      ::libzel::log_internal::Write(::libzel::LogLevel::level, kLocation.text(), __VA_ARGS__); \
-    }                                                                                     \
+#define ZEL_LOG_FROM(file, function, level, format, ...)                                                 \
+  do {                                                                                                   \
+    if (::libzel::IsLogged(::libzel::LogLevel::level)) {                                                 \
+      static constexpr ::libzel::log_internal::CallSite kSite(::libzel::LogLevel::level, file, function, \
+                                                              __LINE__, format);                         \
+      ::libzel::log_internal::Write(kSite, format __VA_OPT__(, ) __VA_ARGS__);                           \
+    }                                                                                                    \
   } while (false)

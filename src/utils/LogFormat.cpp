@@ -15,6 +15,9 @@ class Output {
  public:
   Output(char* begin, size_t capacity) : begin_(begin), at_(begin), end_(begin + capacity) {}
 
+  void Append(char character) {
+    if (at_ != end_) *at_++ = character;
+  }
   void Append(std::string_view text) {
     const size_t count = std::min(text.size(), static_cast<size_t>(end_ - at_));
     std::memcpy(at_, text.data(), count);
@@ -22,6 +25,10 @@ class Output {
   }
   template <typename T>
   void AppendNumber(T number, int base = 10) {
+    if (const auto result = std::to_chars(at_, end_, number, base); result.ec == std::errc()) {
+      at_ = result.ptr;
+      return;
+    }
     char digits[16];
     const auto result = std::to_chars(digits, digits + sizeof digits, number, base);
     Append({digits, static_cast<size_t>(result.ptr - digits)});
@@ -34,47 +41,66 @@ class Output {
   char* end_;
 };
 
-bool IsSimple(const char* format) {
-  for (const char* at = std::strchr(format, '%'); at != nullptr; at = std::strchr(at + 2, '%')) {
-    if (at[1] == '\0' || std::strchr("sduxc%", at[1]) == nullptr) return false;
-  }
-  return true;
-}
-
 size_t FormatByRuntime(char* out, size_t capacity, const char* format, va_list arguments) {
   // The runtime wants room for its terminator, which a log line has behind the message anyway.
   const int length = std::vsnprintf(out, capacity + 1, format, arguments);
   return length < 0 ? 0 : std::min(static_cast<size_t>(length), capacity);
 }
 
+// A va_list that a helper can take from, whatever kind of type the system's is.
+struct Arguments {
+  explicit Arguments(va_list from) { va_copy(list, from); }
+  ~Arguments() { va_end(list); }
+  Arguments(const Arguments&) = delete;
+  Arguments& operator=(const Arguments&) = delete;
+
+  va_list list;
+};
+
+void AppendArgument(Output& output, char conversion, Arguments& arguments) {
+  switch (conversion) {
+    case 's': {
+      const char* text = va_arg(arguments.list, const char*);
+      output.Append(std::string_view(text != nullptr ? text : "(null)"));
+      break;
+    }
+    case 'd':
+      output.AppendNumber(va_arg(arguments.list, int));
+      break;
+    case 'u':
+      output.AppendNumber(va_arg(arguments.list, unsigned));
+      break;
+    case 'x':
+      output.AppendNumber(va_arg(arguments.list, unsigned), 16);
+      break;
+    case 'c':
+      output.Append(static_cast<char>(va_arg(arguments.list, int)));
+      break;
+    case '%':
+      output.Append('%');
+      break;
+    default:
+      break;
+  }
+}
+
 }  // namespace
 
-size_t FormatMessage(char* out, size_t capacity, const char* format, va_list arguments) {
-  if (!IsSimple(format)) return FormatByRuntime(out, capacity, format, arguments);
-
+size_t FormatMessage(char* out, size_t capacity, const MessageFormat& format, va_list arguments) {
+  if (!format.simple()) return FormatByRuntime(out, capacity, format.text(), arguments);
   Output output(out, capacity);
-  while (const char* percent = std::strchr(format, '%')) {
-    output.Append({format, static_cast<size_t>(percent - format)});
-    switch (percent[1]) {
-      case 's': {
-        const char* text = va_arg(arguments, const char*);
-        output.Append(text != nullptr ? text : "(null)");
-        break;
-      }
-      case 'd': output.AppendNumber(va_arg(arguments, int)); break;
-      case 'u': output.AppendNumber(va_arg(arguments, unsigned)); break;
-      case 'x': output.AppendNumber(va_arg(arguments, unsigned), 16); break;
-      case 'c': {
-        const char character = static_cast<char>(va_arg(arguments, int));
-        output.Append({&character, 1});
-        break;
-      }
-      default: output.Append("%"); break;
-    }
-    format = percent + 2;
+  Arguments left(arguments);
+  const char* at = format.text();
+  for (const auto& piece : format.pieces()) {
+    output.Append(std::string_view(at, piece.literal));
+    AppendArgument(output, piece.conversion, left);
+    at += piece.literal + 2;
   }
-  output.Append(format);
   return output.size();
+}
+
+size_t FormatMessage(char* out, size_t capacity, const char* format, va_list arguments) {
+  return FormatMessage(out, capacity, MessageFormat(format), arguments);
 }
 
 }  // namespace libzel
