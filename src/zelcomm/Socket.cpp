@@ -161,7 +161,8 @@ bool TcpSocket::Connect(int64_t timeoutMs) {
 // Everything between the start of a connect and its outcome.
 bool TcpSocket::FinishConnect(SocketLink& link, int64_t timeoutMs) {
   const auto start = platform::StartConnect(link.handle(), host().c_str(), port());
-  if (start == platform::ConnectResult::kConnected) return false;
+  // On a link that is up already some systems say so and some report success; both go on.
+  if (start == platform::ConnectResult::kConnected && !link.connected()) return false;
   int32_t error = start == platform::ConnectResult::kFailed ? platform::RuntimeError() : 0;
   if (error == 0) {
     if (platform::WaitWritable(link.handle(), timeoutMs) != 1) return false;
