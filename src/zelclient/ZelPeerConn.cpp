@@ -175,11 +175,26 @@ void IZelPeerConnection::filter(const uint8_t* body, uint32_t length) {
     return;
   }
   if (subscriber.callback == nullptr) return;
-  subscriber.callback(record->IdGroup, record->IdOffset, topic.c_str(), record->data.data(),
+  // The NUL behind the data is promised to the callback; a peer may have left it out.
+  std::string copy;
+  const uint8_t* data = record->data.data();
+  if (data == nullptr || data[record->data.size()] != 0) {
+    copy.assign(record->data.begin(), record->data.end());
+    data = reinterpret_cast<const uint8_t*>(copy.c_str());
+  }
+  subscriber.callback(record->IdGroup, record->IdOffset, topic.c_str(), data,
                       static_cast<uint32_t>(record->data.size()), subscriber.user);
 }
 
 // ---- Receive thread ------------------------------------------------------------------------------------------------
+
+void IZelPeerConnection::PauseUnlessStopped(int64_t pauseMs) const {
+  if (stopWaker_.IsOpen()) {
+    (void)platform::WaitReadable(stopWaker_.handle(), pauseMs);
+  } else {
+    std::this_thread::sleep_for(std::chrono::milliseconds(pauseMs));
+  }
+}
 
 int32_t IZelPeerConnection::loop_start() noexcept {
   const std::lock_guard lock(threadMutex_);

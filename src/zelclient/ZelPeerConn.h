@@ -105,6 +105,8 @@ class IZelPeerConnection {
   uint32_t reconnectIntervalSec() const { return reconnectIntervalSec_; }
   bool IsStopped() const { return stop_; }
   const platform::Waker& stopWaker() const { return stopWaker_; }
+  // Sleeps on the receive thread; a stop ends it early.
+  void PauseUnlessStopped(int64_t pauseMs) const;
   CMsgRouter& router() { return router_; }
 
   void StoreSubscriber(const char* topic, const TopicSubscriber& subscriber);

@@ -1,11 +1,9 @@
 #include "zelclient/ZelTcpclient.h"
 
 #include <array>
-#include <chrono>
 #include <cmath>
 #include <cstring>
 #include <optional>
-#include <thread>
 #include <vector>
 
 #include "utils/Log.h"
@@ -17,6 +15,7 @@ namespace {
 
 constexpr const char* kLocalServerPath = "/var/tmp/zel/zelserver";
 constexpr int64_t kReceiveWaitMs = 1000;
+constexpr int64_t kDownPauseMs = 100;
 constexpr int64_t kBodyTimeoutMs = 1000;
 constexpr int64_t kReceiveReconnectMs = 1500;
 constexpr uint32_t kTopicTimeoutMs = 1000;
@@ -260,7 +259,7 @@ int32_t CTcpclient::svc() {
       ReceiveOnce(*link, body);
       continue;
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    PauseUnlessStopped(kDownPauseMs);
     if (!IsStopped()) (void)WrapReconnect(kReceiveReconnectMs);
   }
   ZEL_LOG(kDebug, "Stop Loop Success");
