@@ -1,7 +1,8 @@
 // For what happens once in a process, or ends it: a part of a test that runs in a process of its own.
 //
-//   IN_OWN_PROCESS({ ... });   the expectations in the braces are the test's; what they print goes to standard error
-//   EXPECT_ENDS_PROCESS({ ... });   the braces must end the process in the manner of a fault that nobody catches
+//   IN_OWN_PROCESS({ ... });   the expectations in the braces are the test's; what they print goes to
+//   standard error EXPECT_ENDS_PROCESS({ ... });   the braces must end the process in the manner of a fault
+//   that nobody catches
 //
 // The test's fixture is set up there too, so that it must not start the library itself.
 #pragma once
@@ -12,8 +13,8 @@
 #include <cstdlib>
 
 #ifndef _WIN32
-#include <csignal>
 #include <sys/wait.h>
+#include <csignal>
 #endif
 
 namespace zeltest {
@@ -38,18 +39,18 @@ inline bool EndedByAbort(int status) { return WIFSIGNALED(status) && WTERMSIG(st
 
 }  // namespace zeltest
 
-#define IN_OWN_PROCESS(...)               \
-  EXPECT_EXIT(                            \
-      {                                   \
-        [&] __VA_ARGS__();                \
-        zeltest::EndOwnProcess();         \
-      },                                  \
+#define IN_OWN_PROCESS(...)       \
+  EXPECT_EXIT(                    \
+      {                           \
+        [&] __VA_ARGS__();        \
+        zeltest::EndOwnProcess(); \
+      },                          \
       testing::ExitedWithCode(0), "")
 
-#define EXPECT_ENDS_PROCESS(...)          \
-  EXPECT_EXIT(                            \
-      {                                   \
-        [&] __VA_ARGS__();                \
-        zeltest::EndOwnProcess();         \
-      },                                  \
+#define EXPECT_ENDS_PROCESS(...)  \
+  EXPECT_EXIT(                    \
+      {                           \
+        [&] __VA_ARGS__();        \
+        zeltest::EndOwnProcess(); \
+      },                          \
       zeltest::EndedByAbort, "")

@@ -69,9 +69,10 @@ uint16_t TestDatagram::port() const {
 
 bool TestDatagram::Send(const std::string& host, uint16_t port, const Bytes& bytes) const {
   const sockaddr_in address = AddressOf(host, port);
-  const auto sent = sendto(Of(handle_), reinterpret_cast<const char*>(bytes.data()), static_cast<unsigned>(bytes.size()),
-                           0, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-  return sent == static_cast<decltype(sent)>(bytes.size());
+  const auto sent =
+      sendto(Of(handle_), reinterpret_cast<const char*>(bytes.data()), static_cast<unsigned>(bytes.size()), 0,
+             reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  return sent >= 0 && static_cast<size_t>(sent) == bytes.size();
 }
 
 std::optional<Datagram> TestDatagram::Receive(int timeoutMs) const {
@@ -80,8 +81,9 @@ std::optional<Datagram> TestDatagram::Receive(int timeoutMs) const {
   Datagram datagram{Bytes(kLargest), "", 0};
   sockaddr_in sender{};
   socklen_t size = sizeof sender;
-  const auto got = recvfrom(Of(handle_), reinterpret_cast<char*>(datagram.bytes.data()),
-                            static_cast<unsigned>(datagram.bytes.size()), 0, reinterpret_cast<sockaddr*>(&sender), &size);
+  const auto got =
+      recvfrom(Of(handle_), reinterpret_cast<char*>(datagram.bytes.data()),
+               static_cast<unsigned>(datagram.bytes.size()), 0, reinterpret_cast<sockaddr*>(&sender), &size);
   if (got < 0) return std::nullopt;
   datagram.bytes.resize(static_cast<size_t>(got));
   const auto* octets = reinterpret_cast<const uint8_t*>(&sender.sin_addr);

@@ -1,5 +1,5 @@
-// A plain datagram socket for the devices that tests play, the same on both systems. A wait that runs out gives an
-// empty result. Time-outs are in ms.
+// A plain datagram socket for the devices that tests play, the same on both systems. A wait that runs out
+// gives an empty result. Time-outs are in ms.
 #pragma once
 
 #include <cstdint>

@@ -41,7 +41,8 @@ class TraceFile {
     }
     return lines;
   }
-  bool Await(const std::map<std::string, std::string>& values, size_t count = 1, int timeoutMs = 20000) const {
+  bool Await(const std::map<std::string, std::string>& values, size_t count = 1,
+             int timeoutMs = 20000) const {
     return Eventually([&] { return Lines(values).size() >= count; }, timeoutMs);
   }
 
