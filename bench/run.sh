@@ -1,0 +1,93 @@
+#!/bin/bash
+# Builds the library and its benchmarks, runs them in a network of their own, and prints one table:
+#   bench/run.sh [--quick]
+# Every figure of the library stands beside one of a raw socket (or the runtime's own output) that did the same work in
+# rounds in between, on the same machine in the same minute: the ratios say more than the figures.
+set -euo pipefail
+tree=$(cd "$(dirname "$0")/.." && pwd)
+build=${ZEL_BENCH_BUILD:-$tree/build/linux-release}
+work=$build/bench/run
+
+build_all() {
+  mkdir -p "$work"
+  if ! { (cd "$tree" && cmake --preset linux-release && cmake --build "$build" --target bench zelsim -j2); } \
+    >"$work/build.log" 2>&1; then
+    tail -n 20 "$work/build.log" >&2
+    echo "bench: the build failed; all of it is in $work/build.log" >&2
+    exit 1
+  fi
+}
+
+start_sim() {
+  "$build/tools/zelsim/zelsim" --listen 127.0.0.3:9999 --burst load=1000000:64 >"$work/sim.log" 2>&1 &
+  simPid=$!
+  trap 'kill "$simPid" 2>/dev/null || true' EXIT
+  for ((tries = 0; tries < 500; ++tries)); do
+    if grep -qx ready "$work/sim.log"; then return; fi
+    kill -0 "$simPid" || break
+    sleep 0.02
+  done
+  echo "bench: zelsim is not ready: $(cat "$work/sim.log")" >&2
+  exit 1
+}
+
+log_lines() {
+  "$build/bench/bench_log_line" --benchmark_repetitions="$1" --benchmark_min_time=0.3 \
+    --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true \
+    --benchmark_out="$work/log_line.json" --benchmark_out_format=json >"$log" 2>"$work/log_line.err"
+  python3 - "$work/log_line.json" <<'PYTHON'
+import json, sys
+runs = json.load(open(sys.argv[1]))["benchmarks"]
+time = {run["run_name"]: run["real_time"] for run in runs if run["aggregate_name"] == "median"}
+print("log line to a file    %8.1f ns   printf %6.1f ns   ratio %.2f"
+      % (time["WrittenLine"], time["RuntimePrintf"], time["WrittenLine"] / time["RuntimePrintf"]))
+print("suppressed log line   %8.2f ns" % time["SuppressedLine"])
+PYTHON
+}
+
+# System calls of the library's side for each request and answer: what a run of many has over a run of few.
+system_calls() {
+  command -v strace >/dev/null || { echo "system calls          strace is not here"; return; }
+  local few=1000 many=11000 calls=() requests
+  for requests in $few $many; do
+    strace -c -S name -o "$work/strace.$requests" "$build/bench/bench_round_trip" "$log" 1 "$requests"
+  done
+  calls=()
+  for name in sendto sendmsg recvfrom poll futex total; do
+    calls+=("$(awk -v name="$name" -v few=$few -v many=$many '
+      $NF == name { count[FNR == NR ? 0 : 1] = $4 }
+      FNR == 1 { ++file }
+      $NF == name { seen[file] = $4 }
+      END { printf "%s %.2f", name, (seen[2] - seen[1]) / (many - few) }' \
+      "$work/strace.$few" "$work/strace.$many")")
+  done
+  local IFS=,
+  echo "system calls for each request and answer (under strace): ${calls[*]}"
+}
+
+inside() {
+  ip link set lo up
+  log=$work/library.log
+  local rounds=15
+  [ "${1:-}" != --quick ] || rounds=3
+  echo "$(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | xargs), $(nproc) cores, Linux $(uname -r), load $(cut -d' ' -f1 /proc/loadavg)"
+  "$build/bench/bench_round_trip" "$log" "$rounds"
+  start_sim
+  "$build/bench/bench_topics" "$log" "$rounds"
+  "$build/bench/bench_publish" "$log" "$rounds"
+  log_lines "$rounds"
+  "$build/bench/bench_idle" "$log"
+  system_calls
+  rm -f "$log"
+}
+
+if [ "${1:-}" = --inside ]; then
+  shift
+  inside "$@"
+else
+  [ -n "${ZEL_BENCH_BUILD:-}" ] || build_all
+  mkdir -p "$work"
+  user=()
+  [ "$(id -u)" = 0 ] || user=(--user --map-root-user)
+  exec unshare "${user[@]}" --net --mount --pid --fork --kill-child --mount-proc -- "$0" --inside "$@"
+fi
