@@ -83,6 +83,13 @@ CapturedLog::~CapturedLog() {
   (void)fflush(stdout);
   DuplicateTo(saved_, kStandardOutput);
   CloseDescriptor(saved_);
+  // What a test said meanwhile must not get lost.
+  std::ifstream file(path_, std::ios::binary);
+  LogLine line;
+  for (std::string text; std::getline(file, text);) {
+    if (!Parse(text, line)) (void)printf("%s\n", text.c_str());
+  }
+  file.close();
   (void)remove(path_.c_str());
 }
 
