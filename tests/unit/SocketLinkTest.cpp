@@ -1,0 +1,102 @@
+#include "zelcomm/SocketLink.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+
+#include "support/Recorders.h"
+#include "support/ScriptedServer.h"
+#include "zelcomm/Socket.h"
+
+namespace libzel {
+namespace {
+
+using zeltest::Bytes;
+
+class SocketLinkTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() { ASSERT_EQ(platform::StartSockets(), 0); }
+  SocketLinkTest() {
+    EXPECT_TRUE(socket.Connect(1000));
+    peer = server.Accept();
+    link = socket.link();
+  }
+
+  zeltest::ScriptedServer server;
+  TcpSocket socket{server.host().c_str(), 9999, Socket::kStream, false};
+  zeltest::Peer peer;
+  std::shared_ptr<SocketLink> link;
+  Bytes buffer = Bytes(8);
+};
+
+TEST_F(SocketLinkTest, OldLinkStaysUsableAfterAShutdown) {
+  socket.Shutdown();
+  EXPECT_FALSE(link->connected());
+  EXPECT_NE(link->handle(), platform::kNoSocket);
+  EXPECT_EQ(link->readFull(buffer.data(), 8), 0);
+}
+
+TEST_F(SocketLinkTest, OldLinkDoesNotEndItsSuccessor) {
+  socket.Shutdown();
+  EXPECT_TRUE(socket.Connect(1000));
+  socket.ShutdownLink(*link);
+  EXPECT_TRUE(socket.isConnected());
+}
+
+TEST_F(SocketLinkTest, WakeEndsAWait) {
+  platform::Waker waker;
+  ASSERT_TRUE(waker.Open());
+  waker.Wake();
+  const zeltest::ElapsedTime time;
+  EXPECT_FALSE(link->Select(10000, &waker));
+  EXPECT_LT(time.Ms(), 5000);
+}
+
+TEST_F(SocketLinkTest, BytesReadAheadAreReadyAtOnce) {
+  const SocketLink::Reader reader(link);
+  EXPECT_TRUE(peer.Send({1, 2, 3, 4}));
+  EXPECT_TRUE(link->SelectEagerly(1000));
+  EXPECT_EQ(link->readFull(buffer.data(), 2), 2);
+  EXPECT_TRUE(link->Select(0));
+  EXPECT_EQ(link->readFull(buffer.data() + 2, 2), 2);
+  EXPECT_EQ(buffer, (Bytes{1, 2, 3, 4, 0, 0, 0, 0}));
+}
+
+TEST_F(SocketLinkTest, SecondReaderSeesWhatTheFirstReadAhead) {
+  const SocketLink::Reader first(link);
+  EXPECT_TRUE(peer.Send({1, 2, 3, 4}));
+  EXPECT_TRUE(link->SelectEagerly(1000));
+  const SocketLink::Reader second(link);
+  EXPECT_TRUE(link->Select(0));
+  EXPECT_EQ(link->readFull(buffer.data(), 4), 4);
+  EXPECT_FALSE(link->Select(0));
+}
+
+TEST_F(SocketLinkTest, TrimKeepsUnreadBytes) {
+  const SocketLink::Reader reader(link);
+  EXPECT_TRUE(peer.Send({1, 2}));
+  EXPECT_TRUE(link->SelectEagerly(1000));
+  EXPECT_EQ(link->readFull(buffer.data(), 1), 1);
+  link->TrimReadAhead();
+  EXPECT_EQ(link->readFull(buffer.data(), 1), 1);
+  EXPECT_EQ(buffer[0], 2);
+}
+
+TEST_F(SocketLinkTest, EagerWaitTimesOut) {
+  const SocketLink::Reader reader(link);
+  const zeltest::ElapsedTime time;
+  EXPECT_FALSE(link->SelectEagerly(100));
+  EXPECT_GE(time.Ms(), 95);
+  EXPECT_LT(time.Ms(), 3000);
+}
+
+TEST_F(SocketLinkTest, PiecesAreWrittenAsOneFrame) {
+  const Bytes first{1, 2}, second, third{3};
+  const platform::ConstBytes pieces[] = {first, second, third};
+  EXPECT_EQ(link->write(pieces), 3);
+  EXPECT_EQ(peer.Read(3), (Bytes{1, 2, 3}));
+}
+
+}  // namespace
+}  // namespace libzel
