@@ -36,6 +36,14 @@ ConnectResult FinishStart(int result) {
                                                                        : ConnectResult::kFailed;
 }
 
+// The first connect() after one that went on in the background succeeds, and only later ones say "is connected"; a
+// caller must not see the difference.
+bool HasPeer(SocketHandle socket) {
+  sockaddr_in peer{};
+  socklen_t size = sizeof peer;
+  return getpeername(Fd(socket), reinterpret_cast<sockaddr*>(&peer), &size) == 0;
+}
+
 // poll() that goes on with the remaining time after a signal.
 int Poll(std::span<pollfd> watched, int64_t timeoutMs) {
   using Clock = std::chrono::steady_clock;
@@ -92,6 +100,7 @@ bool SetNonBlocking(SocketHandle socket) {
 }
 
 ConnectResult StartConnect(SocketHandle socket, const char* host, uint16_t port) {
+  if (HasPeer(socket)) return ConnectResult::kInProgress;
   const sockaddr_in address = Ipv4Address(host, port);
   return FinishStart(connect(Fd(socket), reinterpret_cast<const sockaddr*>(&address), sizeof address));
 }

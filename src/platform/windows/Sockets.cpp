@@ -81,6 +81,12 @@ bool Contains(const fd_set& set, SocketHandle socket) {
 
 void Add(fd_set& set, SocketHandle socket) { set.fd_array[set.fd_count++] = Handle(socket); }
 
+// The result of a wait on one socket. One that ShutdownSocket ended counts as ready: the connection is over.
+int OnOne(int result) {
+  if (result < 0 && WSAGetLastError() == WSA_OPERATION_ABORTED) return 1;
+  return std::min(result, 1);
+}
+
 int RefuseNoSocket() {
   WSASetLastError(WSAENOTSOCK);
   return -1;
@@ -108,7 +114,13 @@ SocketHandle OpenLocalStreamSocket() {
 }
 
 void CloseSocket(SocketHandle socket) { (void)closesocket(Handle(socket)); }
-void ShutdownSocket(SocketHandle socket) { (void)shutdown(Handle(socket), SD_BOTH); }
+
+// A select() that waits does not notice a shutdown from its own side, so it is cancelled. One that starts afterwards
+// lasts its time.
+void ShutdownSocket(SocketHandle socket) {
+  (void)shutdown(Handle(socket), SD_BOTH);
+  (void)CancelIoEx(reinterpret_cast<HANDLE>(socket), nullptr);
+}
 
 bool SetNonBlocking(SocketHandle socket) {
   u_long on = 1;
@@ -182,7 +194,7 @@ int WaitReadable(SocketHandle socket, int64_t timeoutMs, const Waker* waker) {
   Add(watched.readable, socket);
   if (waker != nullptr && waker->IsOpen()) Add(watched.readable, waker->handle());
   const int result = Wait(watched, timeoutMs);
-  if (result <= 0) return result;
+  if (result <= 0) return OnOne(result);
   return Contains(watched.readable, socket) ? 1 : 0;
 }
 
@@ -192,7 +204,7 @@ int WaitWritable(SocketHandle socket, int64_t timeoutMs) {
   Add(watched.writable, socket);
   // A refused connect shows here and never as writable.
   Add(watched.failed, socket);
-  return std::min(Wait(watched, timeoutMs), 1);
+  return OnOne(Wait(watched, timeoutMs));
 }
 
 int WaitReadableSet(std::span<const SocketHandle> sockets, std::span<bool> ready, int64_t timeoutMs) {
@@ -208,7 +220,9 @@ int WaitReadableSet(std::span<const SocketHandle> sockets, std::span<bool> ready
 }
 
 int64_t Receive(SocketHandle socket, uint8_t* buffer, size_t size) {
-  return recv(Handle(socket), reinterpret_cast<char*>(buffer), Cut(size), 0);
+  const int received = recv(Handle(socket), reinterpret_cast<char*>(buffer), Cut(size), 0);
+  // After a shutdown from this side there is nothing to receive, which elsewhere is no error.
+  return received < 0 && WSAGetLastError() == WSAESHUTDOWN ? 0 : received;
 }
 
 int64_t Send(SocketHandle socket, std::span<const ConstBytes> pieces) {
