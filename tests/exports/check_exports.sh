@@ -1,0 +1,40 @@
+#!/bin/bash
+# check_exports.sh LIBRARY LIST: the library exports exactly the names of the list and needs nothing unexpected. Reads
+# the file, never loads it.
+set -euo pipefail
+library=$1 list=$2
+problems=0
+
+# Complains when the two texts differ.
+same() {
+  local what=$1 expected=$2 found=$3
+  [ "$expected" = "$found" ] && return
+  echo "$what differs (< expected, > found):"
+  diff <(printf '%s\n' "$expected") <(printf '%s\n' "$found") || true
+  problems=1
+}
+
+check_elf() {
+  # Versioned names come with their version, whose own name is in the table too.
+  same "the export table" "$(sort "$list")" "$(nm -D --defined-only "$library" | awk '$2 != "A" { print $3 }' |
+    sed 's/@.*//' | sort)"
+  same "the SONAME" libzel.so.0 "$(readelf -d "$library" | sed -n 's/.*SONAME.*\[\(.*\)\]/\1/p')"
+}
+
+check_dll() {
+  local dump
+  dump=$(x86_64-w64-mingw32-objdump -p "$library")
+  same "the export table" "$(sort "$list")" "$(awk '
+    /^\[Ordinal\/Name Pointer\] Table/ { inside = 1; next }
+    inside && !/\[/ { exit }
+    inside { print $NF }' <<<"$dump" | sort)"
+  same "the DLL's own name" libzel.dll "$(sed -n 's/^Name[[:space:]]*[0-9a-f]* \(.*\)/\1/p' <<<"$dump")"
+  same "the list of imports that are not the system's" "" \
+    "$(sed -n 's/.*DLL Name: //p' <<<"$dump" | grep -viE '^(kernel32|msvcrt|ws2_32|iphlpapi)\.dll$' || true)"
+}
+
+case $library in
+  *.dll) check_dll ;;
+  *) check_elf ;;
+esac
+exit "$problems"
