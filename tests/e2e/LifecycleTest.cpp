@@ -350,8 +350,6 @@ TEST_F(LifecycleTest, ReconnectFailsWhenNobodyListens) {
 
 // ---- Misuse --------------------------------------------------------------------------------------------------------
 
-using LifecycleDeathTest = LifecycleTest;
-
 void StopFromCallback() {
   ScriptedServer server;
   Link link(server);
@@ -365,7 +363,7 @@ void StopFromCallback() {
   (void)link.peer.AwaitEnd();
 }
 
-TEST_F(LifecycleDeathTest, StoppingTheLoopFromACallbackEndsTheProcess) {
+TEST_F(LifecycleTest, StoppingTheLoopFromACallbackEndsTheProcess) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_DEATH(StopFromCallback(), "");
 }
