@@ -1,4 +1,5 @@
-// What the library sends to find devices. Two simulated devices on other hosts of two networks listen and answer.
+// What the library sends to find devices. Two simulated devices on other hosts of two networks listen and
+// answer.
 #include <gtest/gtest.h>
 #include <libzel/libzel.h>
 
@@ -31,7 +32,8 @@ std::vector<double> Gaps(const std::vector<TraceLine>& lines) {
   return gaps;
 }
 
-// ---- While a scan is on --------------------------------------------------------------------------------------------
+// ---- While a scan is on
+// --------------------------------------------------------------------------------------------
 
 class DiscoveryRequestTest : public testing::Test {
  protected:
@@ -62,8 +64,9 @@ class DiscoveryRequestTest : public testing::Test {
   }
   bool IsFound(const std::string& id, const std::string& ip) const {
     return devices_.AwaitThat([&](const std::vector<SeenDevice>& devices) {
-      return std::ranges::any_of(
-          devices, [&](const SeenDevice& seen) { return seen.record.ip == ip && seen.record.zelDeviceId == id; });
+      return std::ranges::any_of(devices, [&](const SeenDevice& seen) {
+        return seen.record.ip == ip && seen.record.zelDeviceId == id;
+      });
     });
   }
 
@@ -166,7 +169,8 @@ TEST_F(DiscoveryRequestTest, ACycleComesEveryOneToTwoSeconds) {
   }
 }
 
-// ---- Without a scan ------------------------------------------------------------------------------------------------
+// ---- Without a scan
+// ------------------------------------------------------------------------------------------------
 
 class DiscoveryIdleTest : public testing::Test {
  protected:

@@ -6,6 +6,7 @@
 #
 #   --hosts N            N hosts on one network: the command's at 10.77.0.1, "device1" at 10.77.0.2 and so on. Default 1.
 #   --second-interface   a second interface for every host, on a second network: 10.77.1.1, 10.77.1.2 and so on.
+#   --local "HOST PREFIX"  makes every address of a prefix, 10.78.0.0/16 say, one of a host's. Repeatable.
 #   --sim "HOST ARGS"    starts the simulator with these arguments (quoted as for a shell) on a host, 0 the command's
 #                        own, before the command. Repeatable. The n-th one's trace is in the file $ZEL_TRACE_n.
 #                        $ZELSIM names the simulator; default: the one of the linux-release build.
@@ -32,11 +33,12 @@ enter() {
 }
 
 parse() {
-  hosts=1 interfaces=1 wine=no sims=()
+  hosts=1 interfaces=1 wine=no sims=() locals=()
   while [ $# -gt 0 ]; do
     case $1 in
       --hosts) hosts=$2; shift 2 ;;
       --second-interface) interfaces=2; shift ;;
+      --local) locals+=("$2"); shift 2 ;;
       --sim) sims+=("$2"); shift 2 ;;
       --wine) wine=yes; shift ;;
       --) shift; break ;;
@@ -160,6 +162,8 @@ inside() {
   trap 'fail "line $LINENO: $BASH_COMMAND"' ERR
   private_files
   build_network
+  local extra
+  for extra in "${locals[@]}"; do in_host "${extra%% *}" ip route add local "${extra#* }" dev lo; done
   simPids=()
   local number=0 sim status=0
   for sim in "${sims[@]}"; do start_sim $((++number)) "$sim"; done
