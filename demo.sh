@@ -1,6 +1,6 @@
 #!/bin/bash
-# Shows the library at work: sets the machine up, builds, makes a private network of two hosts, starts a server on one of
-# them and runs examples/tour.c on the other, while the server is taken away and brought back. The exit status is 0 when
+# Shows the library at work: sets the machine up, builds, makes a private network of two hosts, starts a device on one of
+# them and runs examples/tour.c on the other, while the device is taken away and brought back. The exit status is 0 when
 # everything went as it should. Needs no privilege where the system allows user namespaces.
 set -euo pipefail
 tree=$(cd "$(dirname "$0")" && pwd)
@@ -26,7 +26,8 @@ build_all() {
 start_server() {
   : >"$work/zelsim.log"
   nsenter --net=/run/netns/device1 -- "$build/tools/zelsim/zelsim" --listen $server:9999 --tick 700=200 \
-    >"$work/zelsim.log" 2>&1 &
+    --device 10.0.0.7.0.1 --host-name press-4 --serial-no 4711-07 --frame self=02-00-5E-00-53-07 \
+    --files "$work/received" --transfer-port 701 >"$work/zelsim.log" 2>&1 &
   serverPid=$!
   for ((tries = 0; tries < 500; ++tries)); do
     if grep -qx ready "$work/zelsim.log"; then return; fi
@@ -55,14 +56,21 @@ follow() {
 
 inside() {
   local tourPid status=0
-  echo "Two hosts on a private network: the application at 10.77.0.1, the server at $server."
+  echo "Two hosts on a private network: the application at 10.77.0.1, the device at $server."
+  mkdir -p "$work/received"
+  head -c 400000 /dev/urandom >"$work/file"
   start_server
   mkfifo "$work/lines"
-  "$build/examples/tour" "$server" "$work/libzel.log" 2>"$work/lines" &
+  "$build/examples/tour" "$work/libzel.log" "$work/file" 2>"$work/lines" &
   tourPid=$!
   follow <"$work/lines"
   wait "$tourPid" || status=$?
   stop_server
+  if cmp "$work/file" "$work/received/tour.bin"; then
+    echo "The file on the device is the same, byte for byte: $(stat -c %s "$work/file") bytes."
+  else
+    status=1
+  fi
   exit "$status"
 }
 

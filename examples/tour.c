@@ -1,12 +1,13 @@
-/* A tour of the library: request and answer, topics, routed messages, and a server that is lost and found
- * again.
+/* A tour of the library: a device is found, asked who it is and given a name, requests and topics and routed
+ * messages go back and forth, its server is lost and found again, and it is sent a file.
  *
- *   tour SERVER LOG
+ *   tour LOG FILE
  *
- * SERVER is the server's IPv4 address, LOG the file that takes the library's own log. The server answers
- * requests on port 600 with what it was sent, and sends messages on port 700 by itself. When the tour prints
- * "Take the server away." end the server, and when it prints "Bring it back.", start it again; each is waited
- * for at most half a minute. The exit status is 0 when everything went as it should.
+ * LOG is the file that takes the library's own log, FILE the one that is sent, as "tour.bin". The device answers
+ * discovery, direct requests, and requests on port 600 with what it was sent; it sends messages on port 700 by
+ * itself and takes files on port 701. When the tour prints "Take the server away." end the device, and when it
+ * prints "Bring it back.", start it again; each is waited for at most half a minute. The exit status is 0 when
+ * everything went as it should.
  */
 #include <libzel/libzel.h>
 
@@ -18,10 +19,16 @@
 
 #define REQUEST_PORT 600
 #define MESSAGE_PORT 700
+#define FILE_PORT 701
 #define TOPIC "press/4/temperature"
 #define PATIENCE_SEC 30
 
-/* The callbacks write these on the library's receive thread, the main thread reads them. */
+/* The callbacks write these on threads of the library, the main thread reads them. */
+static ZelScanResult g_device; /* the first device found; complete once g_devices is not 0 */
+static volatile int g_devices;
+static volatile int g_quarters; /* of the file that have been sent */
+static volatile int g_transferEnds;
+static volatile int g_transferError;
 static volatile int g_publications;
 static volatile int g_messages;
 static volatile int g_connects;
@@ -65,15 +72,63 @@ static int WaitFor(const volatile int* counter, int wanted, int patienceSec) {
   return *counter >= wanted;
 }
 
-static int ReadDevice(const char* host, ZelDeviceId* device) {
-  unsigned part[4];
-  int i;
-  char rest;
-  if (sscanf(host, "%3u.%3u.%3u.%3u%c", &part[0], &part[1], &part[2], &part[3], &rest) != 4) return 0;
-  memset(device, 0, sizeof *device);
-  for (i = 0; i < 4; ++i) device->bytes[i] = (uint8_t)part[i];
-  device->bytes[5] = 1;
-  return 1;
+static void OnDevice(ZelScanResult device, void* user) {
+  (void)user;
+  if (g_devices == 0) {
+    g_device = device;
+    g_devices = 1;
+  }
+}
+
+static int32_t OnProgress(const ZelDeviceId* device, uint32_t transfer, float progress, uint32_t error,
+                          uint8_t state, void* user) {
+  static const char bar[] = "##########..........";
+  (void)device;
+  (void)transfer;
+  (void)user;
+  while (g_quarters < (int)(progress * 4)) {
+    ++g_quarters;
+    fprintf(stderr, "    [%.*s] %3d %%\n", 8, bar + 10 - 2 * g_quarters, g_quarters * 25);
+  }
+  if (error != 0) g_transferError = (int)error;
+  if (error != 0 || state == 2) ++g_transferEnds;
+  return error != 0 ? -1 : 0;
+}
+
+static int SameId(const ZelDeviceId* left, const ZelDeviceId* right) {
+  return memcmp(left->bytes, right->bytes, sizeof left->bytes) == 0;
+}
+
+static void ShowDiscovery(ZelDeviceId* device) {
+  (void)libzel_registerZelScanEvent(OnDevice, NULL);
+  (void)libzel_startZelScan();
+  Say("a device is found on the network", WaitFor(&g_devices, 1, PATIENCE_SEC));
+  (void)libzel_stopZelScan();
+  fprintf(stderr, "    %-16s %-12s %-10s %-10s %s\n", "identifier", "address", "host name", "serial no",
+          "hardware address");
+  fprintf(stderr, "    %-16s %-12s %-10s %-10s %s\n", g_device.zelDeviceId, g_device.ip, g_device.hostName,
+          g_device.serialNo, g_device.frameMacAddr);
+  (void)libzel_makeZelDeviceId(g_device.zelDeviceId, device);
+}
+
+static void ShowIdentifier(const ZelDeviceId* device) {
+  ZelDeviceId answer;
+  ZelDeviceId other;
+  (void)libzel_makeZelDeviceId("10.9.8.7.6.5", &other);
+  Say("asked directly, the device tells the same identifier",
+      libzel_getRemoteZelDeviceId(g_device.ip, 1000, &answer) == 0 && SameId(&answer, device));
+  Say("it takes another one",
+      libzel_setRemoteZelDeviceId(g_device.ip, "10.9.8.7.6.5", 1000) == 0 &&
+          libzel_getRemoteZelDeviceId(g_device.ip, 1000, &answer) == 0 && SameId(&answer, &other));
+  Say("and its own again", libzel_setRemoteZelDeviceId(g_device.ip, g_device.zelDeviceId, 1000) == 0);
+}
+
+static void ShowFile(const ZelDeviceId* device, const char* path) {
+  ZelDeviceAddr target;
+  target.id = *device;
+  target.port = FILE_PORT;
+  (void)ZelFileTransfer(target, 0, 0, path, "tour.bin", OnProgress, NULL);
+  Say("a file is sent", WaitFor(&g_transferEnds, 1, PATIENCE_SEC) && g_transferError == 0 && g_quarters == 4);
 }
 
 /* Without the receive thread an application reads its answers itself. */
@@ -116,9 +171,13 @@ static void ShowLossAndReturn(ZelInstance instance) {
   ShowTopic(instance, "the subscription is there again");
 }
 
-static void Tour(const ZelDeviceId* device) {
-  const ZelInstance instance = libzel_createInstanceEx(device, 0, 1500, OnEvent, NULL);
-  Say("an instance is created and connected", instance != 0 && g_connects == 1);
+static void Tour(const char* file) {
+  ZelDeviceId device;
+  ZelInstance instance;
+  ShowDiscovery(&device);
+  ShowIdentifier(&device);
+  instance = libzel_createInstanceEx(&device, 0, 1500, OnEvent, NULL);
+  Say("an instance is made by that identifier, and connected", instance != 0 && g_connects == 1);
   ShowRequest(instance);
   Say("the receive thread starts", libzel_loop_start(instance) == 0);
   Say("a topic is subscribed", libzel_subscribe(instance, TOPIC, OnTopic, NULL) == 0);
@@ -126,6 +185,7 @@ static void Tour(const ZelDeviceId* device) {
   Say("a port gets a handler", libzel__registerRouterEvent(instance, MESSAGE_PORT, OnMessage, NULL) == 0);
   Say("a message is routed to it", WaitFor(&g_messages, 1, PATIENCE_SEC));
   ShowLossAndReturn(instance);
+  ShowFile(&device, file);
   Say("the topic is unsubscribed", libzel_unsubscribe(instance, TOPIC) == 0);
   Say("the instance is released (the result is always 8193)",
       libzel_releaseInstance(instance) == ZEL_E_HANDLE);
@@ -133,22 +193,21 @@ static void Tour(const ZelDeviceId* device) {
 }
 
 int main(int argc, char** argv) {
-  ZelDeviceId device;
   uint32_t major, minor, patch;
-  if (argc != 3 || !ReadDevice(argv[1], &device)) {
-    fprintf(stderr, "usage: tour SERVER LOG\n");
+  if (argc != 3) {
+    fprintf(stderr, "usage: tour LOG FILE\n");
     return 2;
   }
   /* The library logs to standard output. */
-  if (freopen(argv[2], "w", stdout) == NULL) {
-    perror(argv[2]);
+  if (freopen(argv[1], "w", stdout) == NULL) {
+    perror(argv[1]);
     return 1;
   }
   (void)libzel_version(&major, &minor, &patch);
-  fprintf(stderr, "libzel %" PRIu32 ".%" PRIu32 ".%" PRIu32 ", server %s, the library's log is in %s\n",
-          major, minor, patch, argv[1], argv[2]);
+  fprintf(stderr, "libzel %" PRIu32 ".%" PRIu32 ".%" PRIu32 ", the library's log is in %s\n", major, minor, patch,
+          argv[1]);
   Say("the library starts", libzel_init() == 0);
-  Tour(&device);
+  Tour(argv[2]);
   Say("the library ends", libzel_destory() == 0);
   fprintf(stderr, "%d of %d steps went well\n", g_steps - g_failures, g_steps);
   return g_failures == 0 ? 0 : 1;
