@@ -266,7 +266,21 @@ int32_t CTcpclient::svc() {
   return 0;
 }
 
+// Frames that have been read ahead whole are handed over where they lie. True when there was one.
+bool CTcpclient::DispatchBuffered(SocketLink& link) {
+  bool any = false;
+  while (!IsStopped() && link.connected()) {
+    const auto frame = link.TakeBuffered(ReceivedFrameSize);
+    if (frame.empty()) break;
+    const auto body = frame.subspan(kZelHeaderSize);
+    (void)router().call(ZelHeader::Read(frame.data()), body.data(), static_cast<uint32_t>(body.size()), this);
+    any = true;
+  }
+  return any;
+}
+
 void CTcpclient::ReceiveOnce(SocketLink& link, ReceiveBuffer& body) {
+  if (DispatchBuffered(link)) return;
   if (!link.Select(kReceiveWaitMs, &stopWaker())) {
     link.TrimReadAhead();
     body.Trim();

@@ -61,6 +61,7 @@ class CTcpclient : public IZelPeerConnection {
   int32_t SendTopicRecord(const TopicRecord& record);
 
   void ReceiveOnce(SocketLink& link, ReceiveBuffer& body);
+  bool DispatchBuffered(SocketLink& link);
   Outcome ReadFrame(SocketLink& link, ReceiveBuffer& body, Incoming& incoming);
   void CloseByPeer(const SocketLink& link);
 

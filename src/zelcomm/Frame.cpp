@@ -98,6 +98,12 @@ void ZelHeader::Write(uint8_t* at) const {
 
 ZelHeader ZelHeader::Read(const uint8_t* at) { return {at[0], at[1], GetLe16(at + 2), GetLe32(at + 4)}; }
 
+size_t ReceivedFrameSize(std::span<const uint8_t> bytes) {
+  if (bytes.size() < kZelHeaderSize) return 0;
+  const uint32_t length = ZelHeader::Read(bytes.data()).nMsgLen;
+  return length == 0 || length > kMaxReceivedBody ? 0 : kZelHeaderSize + length;
+}
+
 void ZoeHeader::Write(uint8_t* at) const {
   PutBe32(at, error);
   PutBe32(at + 4, invokeId);

@@ -49,6 +49,10 @@ struct ZelHeader {
   static ZelHeader Read(const uint8_t* at);
 };
 
+// The whole size of the frame that begins with these bytes; 0 when its header is not complete, or announces a length
+// that the receive thread refuses.
+size_t ReceivedFrameSize(std::span<const uint8_t> bytes);
+
 // The inner header, 13 bytes, at the start of a version 1 body.
 struct ZoeHeader {
   uint32_t error = 0;

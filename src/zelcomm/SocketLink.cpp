@@ -103,6 +103,16 @@ int64_t SocketLink::Receive(uint8_t* buffer, size_t size) {
   return static_cast<int64_t>(count);
 }
 
+std::span<const uint8_t> SocketLink::TakeBuffered(size_t (*frameSize)(std::span<const uint8_t> bytes)) {
+  const MutexLock lock(receiveMutex_);
+  if (readers_ != 1) return {};
+  const std::span<const uint8_t> buffered(ahead_.get() + aheadBegin_, aheadEnd_ - aheadBegin_);
+  const size_t size = frameSize(buffered);
+  if (size > buffered.size()) return {};
+  aheadBegin_ += size;
+  return buffered.first(size);
+}
+
 void SocketLink::TrimReadAhead() {
   const MutexLock lock(receiveMutex_);
   if (aheadBegin_ == aheadEnd_) ahead_.reset();

@@ -46,6 +46,11 @@ class SocketLink {
   // Held by a reader from a frame's header to its end, so that two readers never share out one frame.
   Mutex& frameMutex() { return frameMutex_; }
 
+  // Takes the next frame if all of it has been read ahead and the caller is the sole reader; else nothing. `frameSize`
+  // tells the size of the frame that begins with the given bytes, 0 when it cannot tell or the frame is not to be taken.
+  // The bytes stay where they are until the caller reads again: only a sole reader reads ahead.
+  std::span<const uint8_t> TakeBuffered(size_t (*frameSize)(std::span<const uint8_t> bytes));
+
   // Gives the read-ahead's memory back while it is empty.
   void TrimReadAhead();
 
