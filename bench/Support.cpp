@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <ctime>
 
 namespace bench {
 
@@ -24,6 +25,12 @@ void Append(std::vector<uint8_t>& out, const std::string& text) {
 
 double NowSec() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+double ThreadCpuSec() {
+  timespec time{};
+  (void)clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
 }
 
 double Seconds(const std::function<void()>& work) {

@@ -20,6 +20,8 @@ inline constexpr size_t kAddressSize = 8;
 inline constexpr size_t kRequestOverhead = kOuterSize + kInnerSize + kAddressSize;
 
 double NowSec();
+// What the calling thread has used of a core.
+double ThreadCpuSec();
 // The time that `work` takes, in seconds.
 double Seconds(const std::function<void()>& work);
 double Median(std::vector<double> values);

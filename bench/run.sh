@@ -19,7 +19,9 @@ build_all() {
 }
 
 start_sim() {
-  "$build/tools/zelsim/zelsim" --listen 127.0.0.3:9999 --burst load=1000000:64 >"$work/sim.log" 2>&1 &
+  mkdir -p "$work/received"
+  "$build/tools/zelsim/zelsim" --listen 127.0.0.3:9999 --listen 127.0.0.5:9999 \
+    --burst load=1000000:64 --files "$work/received" >"$work/sim.log" 2>&1 &
   simPid=$!
   trap 'kill "$simPid" 2>/dev/null || true' EXIT
   for ((tries = 0; tries < 500; ++tries)); do
@@ -42,6 +44,21 @@ time = {run["run_name"]: run["real_time"] for run in runs if run["aggregate_name
 print("log line to a file    %8.1f ns   printf %6.1f ns   ratio %.2f"
       % (time["WrittenLine"], time["RuntimePrintf"], time["WrittenLine"] / time["RuntimePrintf"]))
 print("suppressed log line   %8.2f ns" % time["SuppressedLine"])
+PYTHON
+}
+
+parsers() {
+  "$build/bench/bench_parsers" --benchmark_repetitions="$1" --benchmark_min_time=0.1 \
+    --benchmark_report_aggregates_only=true --benchmark_out="$work/parsers.json" --benchmark_out_format=json \
+    >"$log" 2>"$work/parsers.err"
+  python3 - "$work/parsers.json" <<'PYTHON'
+import json, sys
+runs = json.load(open(sys.argv[1]))["benchmarks"]
+run = {run["run_name"]: run for run in runs if run["aggregate_name"] == "median"}
+print("answer of %d bytes parsed %6.2f us" % (run["ParseAnswer"]["bytes"], run["ParseAnswer"]["real_time"] / 1e3))
+print("answers handled       %8.0f per s, from text to callback" % (1e9 / run["HandleAnswer"]["real_time"]))
+print("identifier parsed     %8.1f ns, printed %.1f ns"
+      % (run["ParseIdentifier"]["real_time"], run["PrintIdentifier"]["real_time"]))
 PYTHON
 }
 
@@ -75,7 +92,10 @@ inside() {
   start_sim
   "$build/bench/bench_topics" "$log" "$rounds"
   "$build/bench/bench_publish" "$log" "$rounds"
+  "$build/bench/bench_direct_request" "$log" "$rounds"
+  "$build/bench/bench_file_transfer" "$log" "$work" "$rounds"
   log_lines "$rounds"
+  parsers "$rounds"
   "$build/bench/bench_idle" "$log"
   system_calls
   rm -f "$log"

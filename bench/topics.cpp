@@ -18,10 +18,17 @@ constexpr size_t kDataSize = 64;
 std::atomic<uint32_t> g_left{0};
 uint64_t g_sum = 0;  // of first data bytes, so that the data is looked at
 
+double g_cpuBeginSec = 0;  // the reading thread's, at the first message
+double g_cpuSec = 0;       // and what it had used at the last one
+
 void Take(const uint8_t* data, uint32_t length) {
   bench::Require(length == kDataSize, "message size");
   g_sum += data[0];
-  if (g_left.fetch_sub(1, std::memory_order_relaxed) == 1) g_left.notify_one();
+  const uint32_t left = g_left.load(std::memory_order_relaxed);
+  if (left == kMessages) g_cpuBeginSec = bench::ThreadCpuSec();
+  if (left == 1) g_cpuSec = bench::ThreadCpuSec() - g_cpuBeginSec;
+  g_left.store(left - 1, std::memory_order_release);
+  if (left == 1) g_left.notify_one();
 }
 
 void OnTopic(uint32_t, uint32_t, const char*, const uint8_t* data, uint32_t length, void*) {
@@ -67,11 +74,28 @@ void RunRaw(const bench::RawClient& raw, bool withLog) {
   raw.Write(bench::RequestFrame(bench::kTopicPort, bench::TopicRecord("unsub", kTopic, 0)));
 }
 
-void Report(FILE* out, const char* name, const std::vector<double>& seconds, double librarySec) {
-  const double median = bench::Median(seconds);
-  (void)std::fprintf(out, "topics 64 B  %-22s %5.2f million/s   library/this %.2f\n", name,
-                     kMessages / median / 1e6, median / librarySec);
-}
+// One way of reading, measured over the rounds.
+struct Reader {
+  const char* name;
+  std::vector<double> seconds;
+  std::vector<double> cpuSeconds;
+
+  void Run(const std::function<void()>& work) {
+    seconds.push_back(bench::Seconds(work));
+    cpuSeconds.push_back(g_cpuSec);
+    bench::EmptyLog();
+  }
+  void ForgetWarmUp() {
+    seconds.clear();
+    cpuSeconds.clear();
+  }
+  void Report(FILE* out, const Reader& library) const {
+    const double median = bench::Median(seconds);
+    (void)std::fprintf(out, "topics 64 B  %-20s %5.2f million/s  %4.0f ns CPU each   library/this %.2f\n",
+                       name, kMessages / median / 1e6, bench::Median(cpuSeconds) * 1e9 / kMessages,
+                       median / bench::Median(library.seconds));
+  }
+};
 
 }  // namespace
 
@@ -85,22 +109,15 @@ int main(int argc, char** argv) {
   (void)libzel_loop_start(instance);
   const bench::RawClient raw("127.0.0.3");
 
-  std::vector<double> library, rawLogged, rawSilent;
+  Reader library{"library", {}, {}}, logged{"raw, same log bytes", {}, {}}, silent{"raw, no log", {}, {}};
   for (int round = 0; round <= rounds; ++round) {
-    const double librarySec = bench::Seconds([&] { RunLibrary(instance); });
-    bench::EmptyLog();
-    const double loggedSec = bench::Seconds([&] { RunRaw(raw, true); });
-    bench::EmptyLog();
-    const double silentSec = bench::Seconds([&] { RunRaw(raw, false); });
-    if (round == 0) continue;  // warms all up
-    library.push_back(librarySec);
-    rawLogged.push_back(loggedSec);
-    rawSilent.push_back(silentSec);
+    library.Run([&] { RunLibrary(instance); });
+    logged.Run([&] { RunRaw(raw, true); });
+    silent.Run([&] { RunRaw(raw, false); });
+    if (round > 0) continue;
+    for (Reader* reader : {&library, &logged, &silent}) reader->ForgetWarmUp();
   }
-  const double librarySec = bench::Median(library);
-  Report(out, "library", library, librarySec);
-  Report(out, "raw, same log bytes", rawLogged, librarySec);
-  Report(out, "raw, no log", rawSilent, librarySec);
+  for (const Reader* reader : {&library, &logged, &silent}) reader->Report(out, library);
   (void)libzel_releaseInstance(instance);
   (void)libzel_destory();
   return std::fclose(out) == 0 ? 0 : 1;
