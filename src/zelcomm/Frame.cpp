@@ -16,20 +16,6 @@ void PutLe(uint8_t* at, T value) {
   for (size_t i = 0; i < sizeof(T); ++i) at[i] = static_cast<uint8_t>(value >> (8 * i));
 }
 
-template <typename T>
-T GetBe(const uint8_t* at) {
-  T value = 0;
-  for (size_t i = 0; i < sizeof(T); ++i) value = static_cast<T>(value | static_cast<T>(T{at[i]} << (8 * (sizeof(T) - 1 - i))));
-  return value;
-}
-
-template <typename T>
-T GetLe(const uint8_t* at) {
-  T value = 0;
-  for (size_t i = 0; i < sizeof(T); ++i) value = static_cast<T>(value | static_cast<T>(T{at[i]} << (8 * i)));
-  return value;
-}
-
 std::string_view UpToNul(std::span<const uint8_t> bytes) {
   const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
   return text.substr(0, text.find('\0'));
@@ -83,11 +69,6 @@ void PutBe32(uint8_t* at, uint32_t value) { PutBe(at, value); }
 void PutLe16(uint8_t* at, uint16_t value) { PutLe(at, value); }
 void PutLe32(uint8_t* at, uint32_t value) { PutLe(at, value); }
 void PutLe64(uint8_t* at, uint64_t value) { PutLe(at, value); }
-uint16_t GetBe16(const uint8_t* at) { return GetBe<uint16_t>(at); }
-uint32_t GetBe32(const uint8_t* at) { return GetBe<uint32_t>(at); }
-uint16_t GetLe16(const uint8_t* at) { return GetLe<uint16_t>(at); }
-uint32_t GetLe32(const uint8_t* at) { return GetLe<uint32_t>(at); }
-uint64_t GetLe64(const uint8_t* at) { return GetLe<uint64_t>(at); }
 
 void ZelHeader::Write(uint8_t* at) const {
   at[0] = reserved;
@@ -96,24 +77,11 @@ void ZelHeader::Write(uint8_t* at) const {
   PutLe32(at + 4, nMsgLen);
 }
 
-ZelHeader ZelHeader::Read(const uint8_t* at) { return {at[0], at[1], GetLe16(at + 2), GetLe32(at + 4)}; }
-
-size_t ReceivedFrameSize(std::span<const uint8_t> bytes) {
-  if (bytes.size() < kZelHeaderSize) return 0;
-  const uint32_t length = ZelHeader::Read(bytes.data()).nMsgLen;
-  return length == 0 || length > kMaxReceivedBody ? 0 : kZelHeaderSize + length;
-}
-
 void ZoeHeader::Write(uint8_t* at) const {
   PutBe32(at, error);
   PutBe32(at + 4, invokeId);
   PutBe16(at + 8, Cmd);
   std::memset(at + 10, 0, 3);
-}
-
-std::optional<ZoeHeader> ZoeHeader::Read(std::span<const uint8_t> body) {
-  if (body.size() < kZoeHeaderSize) return std::nullopt;
-  return ZoeHeader{GetBe32(body.data()), GetBe32(body.data() + 4), GetBe16(body.data() + 8)};
 }
 
 void AddressBlock::Write(uint8_t* at) const {

@@ -32,11 +32,27 @@ void PutBe32(uint8_t* at, uint32_t value);
 void PutLe16(uint8_t* at, uint16_t value);
 void PutLe32(uint8_t* at, uint32_t value);
 void PutLe64(uint8_t* at, uint64_t value);
-uint16_t GetBe16(const uint8_t* at);
-uint32_t GetBe32(const uint8_t* at);
-uint16_t GetLe16(const uint8_t* at);
-uint32_t GetLe32(const uint8_t* at);
-uint64_t GetLe64(const uint8_t* at);
+
+// Reading is inline: every message that arrives is read field by field.
+template <typename T>
+T GetBe(const uint8_t* at) {
+  T value = 0;
+  for (size_t i = 0; i < sizeof(T); ++i) {
+    value = static_cast<T>(value | static_cast<T>(T{at[i]} << (8 * (sizeof(T) - 1 - i))));
+  }
+  return value;
+}
+template <typename T>
+T GetLe(const uint8_t* at) {
+  T value = 0;
+  for (size_t i = 0; i < sizeof(T); ++i) value = static_cast<T>(value | static_cast<T>(T{at[i]} << (8 * i)));
+  return value;
+}
+inline uint16_t GetBe16(const uint8_t* at) { return GetBe<uint16_t>(at); }
+inline uint32_t GetBe32(const uint8_t* at) { return GetBe<uint32_t>(at); }
+inline uint16_t GetLe16(const uint8_t* at) { return GetLe<uint16_t>(at); }
+inline uint32_t GetLe32(const uint8_t* at) { return GetLe<uint32_t>(at); }
+inline uint64_t GetLe64(const uint8_t* at) { return GetLe<uint64_t>(at); }
 
 // The outer header, 8 bytes.
 struct ZelHeader {
@@ -46,12 +62,16 @@ struct ZelHeader {
   uint32_t nMsgLen = 0;  // body bytes that follow
 
   void Write(uint8_t* at) const;
-  static ZelHeader Read(const uint8_t* at);
+  static ZelHeader Read(const uint8_t* at) { return {at[0], at[1], GetLe16(at + 2), GetLe32(at + 4)}; }
 };
 
 // The whole size of the frame that begins with these bytes; 0 when its header is not complete, or announces a length
 // that the receive thread refuses.
-size_t ReceivedFrameSize(std::span<const uint8_t> bytes);
+inline size_t ReceivedFrameSize(std::span<const uint8_t> bytes) {
+  if (bytes.size() < kZelHeaderSize) return 0;
+  const uint32_t length = ZelHeader::Read(bytes.data()).nMsgLen;
+  return length == 0 || length > kMaxReceivedBody ? 0 : kZelHeaderSize + length;
+}
 
 // The inner header, 13 bytes, at the start of a version 1 body.
 struct ZoeHeader {
@@ -61,7 +81,10 @@ struct ZoeHeader {
 
   void Write(uint8_t* at) const;
   // Nothing when the body is too short.
-  static std::optional<ZoeHeader> Read(std::span<const uint8_t> body);
+  static std::optional<ZoeHeader> Read(std::span<const uint8_t> body) {
+    if (body.size() < kZoeHeaderSize) return std::nullopt;
+    return ZoeHeader{GetBe32(body.data()), GetBe32(body.data() + 4), GetBe16(body.data() + 8)};
+  }
 };
 
 // Two words that every request carries behind its inner header.

@@ -43,32 +43,8 @@ bool SocketLink::Select(int64_t timeoutMs, const platform::Waker* waker) {
 }
 
 bool SocketLink::SelectEagerly(int64_t timeoutMs) {
-  static const bool canSpin = platform::CoreCount() > 1;
-  if (HasInput(Look::kAlways)) return true;
-  if (canSpin && SpinForInput(timeoutMs)) return true;
-  return SelectSocket(handle_, timeoutMs, nullptr, connected_);
-}
-
-// Spins for as long as has paid of late. A budget that shrank to nothing is tried anew once in a while: the peer may
-// have become quick.
-bool SocketLink::SpinForInput(int64_t timeoutMs) {
-  constexpr int32_t kLongestSpinUs = 100;
-  constexpr uint32_t kWaitsBetweenTrials = 64;
-
-  int32_t budgetUs = spinBudgetUs_.load(std::memory_order_relaxed);
-  if (budgetUs == 0) {
-    const uint32_t waits = spinlessWaits_.fetch_add(1, std::memory_order_relaxed) + 1;
-    if (waits % kWaitsBetweenTrials != 0) return false;
-    budgetUs = kFirstSpinUs;
-  }
-  const auto longest = std::chrono::microseconds(std::min<int64_t>(budgetUs, timeoutMs * 1000));
-  const auto end = std::chrono::steady_clock::now() + longest;
-  bool found = false;
-  do {
-    found = HasInput(Look::kAlways);
-  } while (!found && std::chrono::steady_clock::now() < end);
-  spinBudgetUs_.store(found ? std::min(budgetUs * 2, kLongestSpinUs) : budgetUs / 2, std::memory_order_relaxed);
-  return found;
+  if (spinBudget_.Spin(timeoutMs, [this] { return HasInput(Look::kAlways); })) return true;
+  return HasInput(Look::kAlways) || SelectSocket(handle_, timeoutMs, nullptr, connected_);
 }
 
 // Looks without waiting. For a sole reader the look is the receive itself, and so costs nothing when it succeeds. A

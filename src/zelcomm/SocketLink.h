@@ -14,6 +14,7 @@
 
 #include "platform/Platform.h"
 #include "utils/Mutex.h"
+#include "zelcomm/SpinBudget.h"
 
 namespace libzel {
 
@@ -71,12 +72,10 @@ class SocketLink {
 
  private:
   static constexpr size_t kReadAheadSize = 16 * 1024;
-  static constexpr int32_t kFirstSpinUs = 50;
 
   enum class Look { kIfBusy, kAlways };
 
   bool HasInput(Look look);
-  bool SpinForInput(int64_t timeoutMs);
   int64_t FillReadAhead() ZEL_REQUIRES(receiveMutex_);
   int64_t Receive(uint8_t* buffer, size_t size);
   bool MayReadOn(int64_t received, int64_t remainingMs);
@@ -84,8 +83,7 @@ class SocketLink {
 
   const platform::SocketHandle handle_;
   std::atomic<bool> connected_{false};
-  std::atomic<int32_t> spinBudgetUs_{kFirstSpinUs};
-  std::atomic<uint32_t> spinlessWaits_{0};
+  SpinBudget spinBudget_;
 
   Mutex frameMutex_;
   Mutex sendMutex_;
