@@ -24,7 +24,10 @@ inline std::string DeviceDocument(const std::string& id) {
 
 inline std::string IdText(const ZelDeviceId& id) {
   std::string text;
-  for (int i = 0; i < 6; ++i) text += (i == 0 ? "" : ".") + std::to_string(id.bytes[i]);
+  for (const uint8_t byte : id.bytes) {
+    if (!text.empty()) text += '.';
+    text += std::to_string(byte);
+  }
   return text;
 }
 

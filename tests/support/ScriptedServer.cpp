@@ -27,7 +27,10 @@ Clock::time_point After(int timeoutMs) { return Clock::now() + std::chrono::mill
 
 std::string HostOf(const ZelDeviceId& device) {
   std::string host;
-  for (int i = 0; i < 4; ++i) host += (i == 0 ? "" : ".") + std::to_string(device.bytes[i]);
+  for (int i = 0; i < 4; ++i) {
+    if (i != 0) host += '.';
+    host += std::to_string(device.bytes[i]);
+  }
   return host;
 }
 

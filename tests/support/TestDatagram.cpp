@@ -87,7 +87,10 @@ std::optional<Datagram> TestDatagram::Receive(int timeoutMs) const {
   if (got < 0) return std::nullopt;
   datagram.bytes.resize(static_cast<size_t>(got));
   const auto* octets = reinterpret_cast<const uint8_t*>(&sender.sin_addr);
-  for (int i = 0; i < 4; ++i) datagram.host += (i == 0 ? "" : ".") + std::to_string(octets[i]);
+  for (int i = 0; i < 4; ++i) {
+    if (i != 0) datagram.host += '.';
+    datagram.host += std::to_string(octets[i]);
+  }
   datagram.port = ntohs(sender.sin_port);
   return datagram;
 }
