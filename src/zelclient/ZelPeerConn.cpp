@@ -147,18 +147,25 @@ TopicTable IZelPeerConnection::GetSubscribes() {
 void IZelPeerConnection::StoreSubscriber(const char* topic, const TopicSubscriber& subscriber) {
   const MutexLock lock(topicMutex_);
   topics_.insert_or_assign(topic, subscriber);
+  topicChanges_.fetch_add(1, std::memory_order_release);
 }
 
 bool IZelPeerConnection::RemoveSubscriber(const char* topic) {
   const MutexLock lock(topicMutex_);
-  return topics_.erase(topic) != 0;
+  if (topics_.erase(topic) == 0) return false;
+  topicChanges_.fetch_add(1, std::memory_order_release);
+  return true;
 }
 
-bool IZelPeerConnection::FindSubscriber(std::string_view topic, TopicSubscriber& subscriber) {
+// Makes the topic and its subscriber the last ones.
+bool IZelPeerConnection::FindSubscriber(std::string_view topic) {
+  if (lastTopicChanges_ == topicChanges_.load(std::memory_order_acquire) && lastTopic_ == topic) return true;
   const MutexLock lock(topicMutex_);
   const auto entry = topics_.find(topic);
   if (entry == topics_.end()) return false;
-  subscriber = entry->second;
+  lastTopic_ = entry->first;
+  lastSubscriber_ = entry->second;
+  lastTopicChanges_ = topicChanges_.load(std::memory_order_relaxed);
   return true;
 }
 
@@ -168,13 +175,11 @@ void IZelPeerConnection::filter(const uint8_t* body, uint32_t length) {
     ZEL_LOG(kError, "topic record is longer than its message,size:%d", static_cast<int>(length));
     return;
   }
-  const std::string topic(record->topic);
-  TopicSubscriber subscriber;
-  if (!FindSubscriber(topic, subscriber)) {
-    ZEL_LOG(kError, "unknow topic:%s", topic.c_str());
+  if (!FindSubscriber(record->topic)) {
+    ZEL_LOG(kError, "unknow topic:%s", std::string(record->topic).c_str());
     return;
   }
-  if (subscriber.callback == nullptr) return;
+  if (lastSubscriber_.callback == nullptr) return;
   // The NUL behind the data is promised to the callback; a peer may have left it out.
   std::string copy;
   const uint8_t* data = record->data.data();
@@ -182,8 +187,8 @@ void IZelPeerConnection::filter(const uint8_t* body, uint32_t length) {
     copy.assign(record->data.begin(), record->data.end());
     data = reinterpret_cast<const uint8_t*>(copy.c_str());
   }
-  subscriber.callback(record->IdGroup, record->IdOffset, topic.c_str(), data,
-                      static_cast<uint32_t>(record->data.size()), subscriber.user);
+  lastSubscriber_.callback(record->IdGroup, record->IdOffset, lastTopic_.c_str(), data,
+                           static_cast<uint32_t>(record->data.size()), lastSubscriber_.user);
 }
 
 // ---- Receive thread ------------------------------------------------------------------------------------------------

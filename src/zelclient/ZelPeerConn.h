@@ -84,7 +84,7 @@ class IZelPeerConnection {
                           uint32_t length) = 0;
   virtual int32_t Subscribe(const char* topic, ZelTopicCallback callback, void* user) = 0;
   virtual int32_t UnSubscribe(const char* topic) = 0;
-  // Delivers one topic message to its subscriber.
+  // Delivers one topic message to its subscriber, on the receive thread.
   virtual void filter(const uint8_t* body, uint32_t length);
   virtual bool Connect(int64_t /*timeoutMs*/) { return false; }
   virtual bool Reconnect(int64_t /*timeoutMs*/) { return false; }
@@ -115,7 +115,7 @@ class IZelPeerConnection {
   std::atomic<uint32_t> lastInvokeId_{0};
 
  private:
-  bool FindSubscriber(std::string_view topic, TopicSubscriber& subscriber);
+  bool FindSubscriber(std::string_view topic);
   int32_t AwaitResponse(const ZelRequest& request, ResponsePool::Slot* slot);
 
   struct EventTarget {
@@ -137,6 +137,12 @@ class IZelPeerConnection {
 
   Mutex topicMutex_;
   TopicTable topics_ ZEL_GUARDED_BY(topicMutex_);
+  std::atomic<uint64_t> topicChanges_{0};
+
+  // The receive thread's own: the subscriber it found last, good as long as nothing has changed since.
+  std::string lastTopic_;
+  TopicSubscriber lastSubscriber_;
+  uint64_t lastTopicChanges_ = UINT64_MAX;
 
   // The receive thread. It is joined outside the mutex, with `joining_` set.
   std::mutex threadMutex_;

@@ -7,14 +7,19 @@ namespace libzel {
 
 bool CMsgRouter::Insert(const Entry& entry) {
   const MutexLock lock(mutex_);
-  return entries_.emplace(entry.port, entry).second;
+  if (!entries_.emplace(entry.port, entry).second) return false;
+  changes_.fetch_add(1, std::memory_order_release);
+  return true;
 }
 
-bool CMsgRouter::Find(uint16_t port, Entry& entry) {
+// Makes the port's entry the last one.
+bool CMsgRouter::Find(uint16_t port) {
+  if (last_.port == port && lastChanges_ == changes_.load(std::memory_order_acquire)) return true;
   const MutexLock lock(mutex_);
   const auto found = entries_.find(port);
   if (found == entries_.end()) return false;
-  entry = found->second;
+  last_ = found->second;
+  lastChanges_ = changes_.load(std::memory_order_relaxed);
   return true;
 }
 
@@ -38,7 +43,10 @@ int32_t CMsgRouter::addCmpMessageRouter(uint16_t port, ZelCmpRouterCallback hand
 int32_t CMsgRouter::delMessageRouter(uint16_t port) {
   {
     const MutexLock lock(mutex_);
-    if (entries_.erase(port) != 0) return ZEL_OK;
+    if (entries_.erase(port) != 0) {
+      changes_.fetch_add(1, std::memory_order_release);
+      return ZEL_OK;
+    }
   }
   ZEL_LOG(kError, "port:%d router is not register...", port);
   SetErrno(ZEL_E_ROUTER);
@@ -47,12 +55,12 @@ int32_t CMsgRouter::delMessageRouter(uint16_t port) {
 
 int32_t CMsgRouter::call(const ZelHeader& header, const uint8_t* body, uint32_t length,
                          IZelPeerConnection* connection) {
-  Entry entry;
-  if (!Find(header.port, entry)) {
+  if (!Find(header.port)) {
     ZEL_LOG(kError, "port:%d router is not register...", header.port);
     SetErrno(ZEL_E_NO_ROUTER);
     return ZEL_E_NO_ROUTER;
   }
+  const Entry entry = last_;
   if (!entry.isComponent) return CallUser(entry, header, body, length);
   if (entry.componentHandler != nullptr) entry.componentHandler(&header, body, length, connection, entry.user);
   return ZEL_OK;

@@ -4,6 +4,7 @@
 // handler runs, so a handler may register and remove ports, its own included.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 
@@ -42,11 +43,16 @@ class CMsgRouter {
   };
 
   bool Insert(const Entry& entry);
-  bool Find(uint16_t port, Entry& entry);
+  bool Find(uint16_t port);
   static int32_t CallUser(const Entry& entry, const ZelHeader& header, const uint8_t* body, uint32_t length);
 
   Mutex mutex_;
   std::map<uint16_t, Entry> entries_ ZEL_GUARDED_BY(mutex_);
+  std::atomic<uint64_t> changes_{0};
+
+  // The receive thread's own: the entry it used last, good as long as nothing has changed since.
+  Entry last_;
+  uint64_t lastChanges_ = UINT64_MAX;
 };
 
 }  // namespace libzel
