@@ -18,6 +18,13 @@ RawClient::RawClient(const char* host) : fd_(socket(AF_INET, SOCK_STREAM | SOCK_
   Require(connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0, "raw connect");
   const int on = 1;
   (void)setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  for (const int option : {SO_SNDBUF, SO_RCVBUF}) {
+    int bytes = 0;
+    socklen_t size = sizeof bytes;
+    (void)getsockopt(fd_, SOL_SOCKET, option, &bytes, &size);
+    bytes *= 4;
+    (void)setsockopt(fd_, SOL_SOCKET, option, &bytes, sizeof bytes);
+  }
 }
 
 RawClient::~RawClient() { (void)close(fd_); }

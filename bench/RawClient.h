@@ -1,4 +1,4 @@
-// The yardstick: a blocking TCP socket without anything around it.
+// The yardstick: a blocking TCP socket without anything around it, with the buffer sizes that the library sets.
 #pragma once
 
 #include <cstddef>

@@ -34,12 +34,14 @@ void Compare(FILE* out, ZelInstance instance, const Size& size, int rounds) {
   const std::vector<uint8_t> data(size.bytes, 'x');
   const auto frame = bench::RequestFrame(bench::kTopicPort, bench::TopicRecord("pub", kTopic, size.bytes));
   const bench::RawClient raw("127.0.0.2");
-  std::vector<double> rawUs, libraryUs, ratios;
+  std::vector<double> rawUs, libraryUs, ratios, cpuRatios;
   for (int round = 0; round <= rounds; ++round) {
+    const double cpuBegin = bench::ThreadCpuSec();
     const double rawSec = bench::Seconds([&] {
       for (int i = 0; i < size.messages; ++i) raw.Write(frame);
       FlushRaw(raw);
     });
+    const double cpuMiddle = bench::ThreadCpuSec();
     const double librarySec = bench::Seconds([&] {
       for (int i = 0; i < size.messages; ++i) {
         (void)libzel_publish(instance, 0, 0, kTopic, data.data(), static_cast<uint32_t>(data.size()));
@@ -50,9 +52,11 @@ void Compare(FILE* out, ZelInstance instance, const Size& size, int rounds) {
     rawUs.push_back(rawSec * 1e6 / size.messages);
     libraryUs.push_back(librarySec * 1e6 / size.messages);
     ratios.push_back(librarySec / rawSec);
+    cpuRatios.push_back((bench::ThreadCpuSec() - cpuMiddle) / (cpuMiddle - cpuBegin));
   }
-  (void)std::fprintf(out, "publish    %7zu B    %8.2f us   raw %8.2f us   ratio %.2f\n", size.bytes,
-                     bench::Median(libraryUs), bench::Median(rawUs), bench::Median(ratios));
+  (void)std::fprintf(out, "publish    %7zu B    %8.2f us   raw %8.2f us   ratio %.2f   of CPU time %.2f\n",
+                     size.bytes, bench::Median(libraryUs), bench::Median(rawUs), bench::Median(ratios),
+                     bench::Median(cpuRatios));
 }
 
 }  // namespace
