@@ -1,0 +1,32 @@
+// Asks a device and prints its answer.
+//
+//   request DEVICE PORT TEXT
+//
+// DEVICE is an identifier (192.168.1.20.0.1), PORT the router port of whoever answers there. The library's
+// own log goes to standard output, the answer to standard error. Exit status: 0 answered, 1 an error, 2
+// usage.
+#include <cstdlib>
+#include <iostream>
+#include <libzel/libzel.hpp>
+
+int main(int argc, char** argv) {
+  const auto device = argc == 4 ? zel::DeviceId::Parse(argv[1]) : std::nullopt;
+  if (!device) {
+    std::cerr << "usage: request DEVICE PORT TEXT\n";
+    return 2;
+  }
+  zel::Library library;
+  auto connection = zel::Connection::Create(*device);
+  if (!connection) {
+    std::cerr << connection.Code() << ": " << connection.Text() << "\n";
+    return 1;
+  }
+  const auto port = static_cast<uint16_t>(std::atoi(argv[2]));
+  const auto answer = connection->Request(port, {1, 2}, argv[3], std::chrono::seconds(2));
+  if (!answer) {
+    std::cerr << answer.Code() << ": " << answer.Text() << "\n";
+    return 1;
+  }
+  std::cerr << zel::Bytes(*answer).AsText() << "\n";
+  return 0;
+}
