@@ -21,6 +21,7 @@ using zeltest::Be;
 using zeltest::Bytes;
 using zeltest::Request;
 using zeltest::Text;
+using zeltest::operator+;
 
 constexpr uint16_t kPort = 600;
 constexpr size_t kChunk = 8192;
@@ -56,7 +57,7 @@ class CFileTransferTest : public testing::Test {
   static int32_t Callback(const ZelDeviceId* device, uint32_t transfer, float progress, uint32_t error,
                           uint8_t state, void* user) {
     auto& test = *static_cast<CFileTransferTest*>(user);
-    EXPECT_EQ(HostOf(*device), test.server_.host());
+    EXPECT_EQ(zeltest::HostOf(*device), test.server_.host());
     test.reports_.push_back({transfer, progress, error, state});
     return test.verdict_;
   }

@@ -4,6 +4,7 @@
 #include <ostream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "support/CapturedLog.h"
@@ -14,7 +15,7 @@
 namespace libzel::xml {
 namespace {
 
-using namespace std::string_literals;
+using namespace std::string_view_literals;
 
 // name{attribute=value}'text'(child,child); a nameless element is "%".
 std::string Describe(const Element& element) {
@@ -60,11 +61,11 @@ constexpr Result kThrows = Result::kThrows;
 constexpr Result kEndless = Result::kEndless;
 
 struct Row {
-  std::string text;
+  std::string_view text;
   Result result;
-  std::string tree;
+  std::string_view tree;
   size_t position;
-  std::string log = {};
+  std::string_view log = {};
 };
 
 std::ostream& operator<<(std::ostream& out, const Row& row) { return out << row.text; }
@@ -74,10 +75,10 @@ constexpr const char* kDeclaration = "xml declaration is error";
 constexpr const char* kComment = "xml comment is error";
 constexpr const char* kEmptyElement = "xml empty element is error";
 
-const std::vector<Row> kPrologRows = {
+constexpr Row kPrologRows[] = {
     {"", kFalse, "%", 0, kEmpty},
     {"  \n\t\r", kFalse, "%", 5, kEmpty},
-    {"\0<a/>"s, kFalse, "%", 0, kEmpty},
+    {"\0<a/>"sv, kFalse, "%", 0, kEmpty},
     {"<?xml version=\"1.0\"?><a/>", kTrue, "a", 25},
     {"  <?xml?>  <a/>", kTrue, "a", 15},
     {"<?xml?><a/>", kTrue, "a", 11},
@@ -106,7 +107,7 @@ const std::vector<Row> kPrologRows = {
     {"\v<a/>", kTrue, "%", 0},
 };
 
-const std::vector<Row> kTagRows = {
+constexpr Row kTagRows[] = {
     {"<a/>", kTrue, "a", 4},
     {"<a />", kTrue, "a", 5},
     {"<a/><b/>", kTrue, "a", 4},
@@ -114,7 +115,7 @@ const std::vector<Row> kTagRows = {
     {"<A9-b:c_1/>", kTrue, "A9-b:c_1", 11},
     {"<a", kTrue, "a", 2},
     {"<a ", kTrue, "a", 3},
-    {"<a \0/>"s, kTrue, "a", 3},
+    {"<a \0/>"sv, kTrue, "a", 3},
     {"<a/", kFalse, "a", 2, kEmptyElement},
     {"<a/ >", kFalse, "a", 2, kEmptyElement},
     {"<a x=\"1\"/ >", kFalse, "a{x=1}", 8, kEmptyElement},
@@ -136,7 +137,7 @@ const std::vector<Row> kTagRows = {
     {"<a>x</b><!-- </a> -->", kEndless, "a'x'", 4},
 };
 
-const std::vector<Row> kTextRows = {
+constexpr Row kTextRows[] = {
     {"<a>x</a>", kTrue, "a'x'", 8},
     {"<a>  abc  </a>", kTrue, "a'abc  '", 14},
     {"<a>\r\n x\r\n</a>", kTrue, "a'x\r\n'", 13},
@@ -146,7 +147,7 @@ const std::vector<Row> kTextRows = {
     {"<a>=\"x\"</a>", kTrue, "a'=\"x\"'", 11},
     {"<a>/></a>", kTrue, "a'/>'", 9},
     {"<a>\xC3\xA9</a>", kTrue, "a'\xC3\xA9'", 9},
-    {"<a>x\0y</a>"s, kTrue, "a'x\0y'"s, 10},
+    {"<a>x\0y</a>"sv, kTrue, "a'x\0y'"sv, 10},
     {"<a>x", kTrue, "a'x'", 4},
     {"<a>x</a", kFalse, "a'x'", 4, "xml element a end tag not found"},
     {"<a>x</b>", kFalse, "a'x'", 4, "xml element a end tag not found"},
@@ -157,7 +158,7 @@ const std::vector<Row> kTextRows = {
     {"<a>x<![CDATA[y]]></a>", kFalse, "a'x'", 4},
 };
 
-const std::vector<Row> kChildRows = {
+constexpr Row kChildRows[] = {
     {"<a><b/></a>", kTrue, "a(b)", 11},
     {"<a> <b/> </a>", kTrue, "a(b)", 13},
     {"<a><b/><c/></a>", kTrue, "a(b,c)", 15},
@@ -193,7 +194,7 @@ const std::vector<Row> kChildRows = {
      "device(deviceInfo{deviceId=10.0.0.5.1.1})", 54},
 };
 
-const std::vector<Row> kAttributeRows = {
+constexpr Row kAttributeRows[] = {
     {R"(<a x="1"/>)", kTrue, "a{x=1}", 10},
     {R"(<a y="2" x="1"/>)", kTrue, "a{x=1,y=2}", 16},
     {R"(<a x="1"y="2"/>)", kTrue, "a{x=1,y=2}", 15},
@@ -243,7 +244,7 @@ class XmlText : public testing::TestWithParam<Row> {};
 
 TEST_P(XmlText, GivesItsResultTreePositionAndLogLine) {
   ImpatientDocument document;
-  document.load(GetParam().text);
+  document.load(std::string(GetParam().text));
   Element root;
   const zeltest::CapturedLog log;
   EXPECT_EQ(Parse(document, root), GetParam().result);
@@ -251,7 +252,7 @@ TEST_P(XmlText, GivesItsResultTreePositionAndLogLine) {
   EXPECT_EQ(document.position(), GetParam().position);
   std::vector<zeltest::LogLine> wanted;
   if (!GetParam().log.empty()) {
-    wanted.push_back({"ERROR", "Document.cpp", "libzel::xml::Document::parse", GetParam().log});
+    wanted.push_back({"ERROR", "Document.cpp", "libzel::xml::Document::parse", std::string(GetParam().log)});
   }
   EXPECT_EQ(log.Lines(), wanted);
 }
