@@ -1,0 +1,190 @@
+"""Requests, topics, routed messages, and what callbacks may do."""
+
+import gc
+import subprocess
+import sys
+import threading
+import weakref
+
+import pytest
+import zel
+
+
+def test_request_gives_the_answer(connection):
+    assert connection.request(600, b"what", group=1, offset=2, timeout=5) == b"what"
+    assert connection.request(600, timeout=5) == b""
+
+
+def test_answer_is_cut_to_the_room_there_is(connection):
+    assert connection.request(600, b"abcdef", timeout=5, max_size=4) == b"abcd"
+
+
+def test_servers_error_is_raised_with_its_data(connection):
+    with pytest.raises(zel.ZelError) as raised:
+        connection.request(601, b"x", timeout=5)
+    assert raised.value.code == 5
+    assert len(raised.value.data) == 3
+
+
+def test_silence_is_a_timeout(connection):
+    with pytest.raises(zel.ZelTimeout) as raised:
+        connection.request(602, b"x", timeout=0.1)
+    assert isinstance(raised.value, TimeoutError)
+
+
+def test_what_does_not_fit_is_refused(connection):
+    for call in (lambda: connection.send(600, bytes(10485760)), lambda: connection.publish("t", bytes(10485760))):
+        with pytest.raises(zel.ZelError) as raised:
+            call()
+        assert raised.value.code == zel.ErrorCode.TOO_LONG
+    with pytest.raises(ValueError):
+        connection.send(65536)
+
+
+def test_events_tell_of_the_connect(device):
+    events = []
+    with zel.Connection(device, timeout=5, on_event=lambda *event: events.append(event)) as connection:
+        assert events == [(device, zel.Event.PENDING), (device, zel.Event.CONNECTED)]
+        connection.reconnect(5)
+        assert len(events) == 4
+
+
+def test_absent_server_is_no_failure_of_the_constructor():
+    events = []
+    with zel.Connection("127.0.0.9.0.1", timeout=0.5, on_event=lambda _, event: events.append(event)) as connection:
+        assert events == [zel.Event.PENDING, zel.Event.FAILED]
+        with pytest.raises(zel.ZelDisconnected) as raised:
+            connection.send(600, b"x", timeout=0.1)
+        assert isinstance(raised.value, ConnectionError)
+        with pytest.raises(zel.ZelDisconnected):
+            connection.reconnect(0.1)
+
+
+def test_publication_reaches_the_callback(connection, seen):
+    connection.subscribe("press/temperature", seen.put)
+    connection.start_loop()
+    connection.publish("press/temperature", b"21\0.5", group=3, offset=4)
+    assert seen.take() == zel.Message("press/temperature", b"21\0.5", 3, 4)
+
+
+def test_subscription_is_an_iterator(connection):
+    with connection.messages("a", "b", timeout=20) as messages:
+        connection.publish("a", b"1")
+        connection.publish("b", b"2")
+        assert [next(messages), next(messages)] == [zel.Message("a", b"1"), zel.Message("b", b"2")]
+        assert messages.get(timeout=0.05) is None
+    with pytest.raises(zel.ZelError) as raised:
+        connection.unsubscribe("a")
+    assert raised.value.code == zel.ErrorCode.TOPIC
+
+
+def test_iteration_ends_when_nothing_comes(connection):
+    with connection.messages("quiet", timeout=0.05) as messages:
+        assert list(messages) == []
+
+
+def test_replaced_callback_is_let_go_of(connection):
+    class Callback:
+        def __call__(self, message):
+            pass
+
+    first = Callback()
+    gone = weakref.ref(first)
+    connection.subscribe("a", first)
+    del first
+    gc.collect()
+    assert gone() is not None
+    connection.subscribe("a", print)
+    gc.collect()
+    assert gone() is None
+
+
+def test_callbacks_are_replaced_while_messages_pour(connection, seen):
+    connection.start_loop()
+    for round_number in range(50):
+        connection.subscribe("flood", lambda message, n=round_number: seen.put(n) if n == 49 else None)
+        gc.collect()
+    assert seen.take() == 49
+    connection.unsubscribe("flood")
+
+
+def test_routed_messages_arrive_until_the_port_is_unrouted(connection, seen):
+    connection.route(700, lambda port, payload: seen.put((port, payload)))
+    with pytest.raises(zel.ZelError) as raised:
+        connection.route(700, print)
+    assert raised.value.code == zel.ErrorCode.ROUTER
+    connection.start_loop()
+    port, payload = seen.take()
+    assert port == 700 and payload.isdigit()
+    connection.unroute(700)
+    with pytest.raises(zel.ZelError):
+        connection.unroute(700)
+    for port in (500, 103):
+        with pytest.raises(zel.ZelError) as raised:
+            connection.unroute(port)
+        assert raised.value.code == zel.ErrorCode.RESERVED_PORT
+
+
+def test_closing_in_a_callback_is_refused(connection, seen):
+    def callback(port, payload):
+        for call in (connection.close, connection.stop_loop):
+            try:
+                call()
+            except RuntimeError as refused:
+                seen.put(str(refused))
+
+    connection.route(700, callback)
+    connection.start_loop()
+    assert seen.take() == "closing a connection is not possible in a callback"
+    assert seen.take() == "stopping the receive thread is not possible in a callback"
+    assert not connection.closed
+
+
+def test_exception_in_a_callback_is_reported_and_the_thread_goes_on(connection, seen, monkeypatch):
+    monkeypatch.setattr(sys, "unraisablehook", lambda unraisable: seen.put(unraisable.exc_value))
+
+    def callback(port, payload):
+        raise LookupError("mine")
+
+    connection.route(700, callback)
+    connection.start_loop()
+    assert isinstance(seen.take(), LookupError)
+    assert isinstance(seen.take(), LookupError)
+    connection.stop_loop()
+
+
+def test_close_waits_for_the_callback(connection, seen):
+    release, ended = threading.Event(), []
+
+    def callback(port, payload):
+        seen.put(port)
+        release.wait(20)
+        ended.append(port)
+
+    connection.route(700, callback)
+    connection.start_loop()
+    seen.take()
+    threading.Timer(0.05, release.set).start()
+    connection.close()
+    assert ended
+
+
+def test_interpreter_ends_cleanly_with_all_left_open():
+    script = """
+import zel
+c = zel.Connection("10.77.0.2.0.1")
+c.subscribe("flood", lambda message: None)
+c.route(700, lambda port, payload: None)
+c.start_loop()
+s = zel.scan()
+next(s)
+"""
+    done = subprocess.run([sys.executable, "-c", script], capture_output=True, timeout=60)
+    assert (done.returncode, done.stderr) == (0, b"")
+
+
+def test_missing_library_is_said_plainly():
+    script = "import zel\ntry:\n  zel.version()\nexcept OSError as e:\n  print(e)"
+    environment = {"ZEL_LIBRARY": "/nowhere/libzel.so.0", "PYTHONPATH": ":".join(sys.path)}
+    done = subprocess.run([sys.executable, "-c", script], capture_output=True, timeout=60, env=environment)
+    assert b"/nowhere/libzel.so.0" in done.stdout

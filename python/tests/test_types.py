@@ -1,0 +1,56 @@
+"""What needs no server."""
+
+import pytest
+import zel
+
+
+def test_version_is_the_librarys():
+    assert zel.version() == "0.2.3"
+
+
+@pytest.mark.parametrize("text", ["0.0.0.0.0.0", "192.168.1.20.0.1", "255.255.255.255.255.255"])
+def test_device_id_reads_what_it_prints(text):
+    assert str(zel.DeviceId.parse(text)) == text
+
+
+@pytest.mark.parametrize(
+    "text", ["", "1.2.3.4.5", "1.2.3.4.5.6.7", "1..3.4.5.6", "1.2.3.4.5.256", "1.2.3.4.5.-1", "1.2.3.4.5. 6", "a.b.c.d.e.f"]
+)
+def test_device_id_refuses_everything_else(text):
+    with pytest.raises(ValueError):
+        zel.DeviceId.parse(text)
+
+
+def test_device_ids_compare_and_hash_by_value():
+    low, high = zel.DeviceId(bytes([1, 2, 3, 4, 5, 6])), zel.DeviceId(bytes([1, 2, 3, 4, 5, 200]))
+    assert low < high and low == zel.DeviceId.parse("1.2.3.4.5.6")
+    assert len({low, high, zel.DeviceId.parse("1.2.3.4.5.6")}) == 2
+
+
+def test_error_carries_code_and_text():
+    error = zel.ZelError(4104, b"x")
+    assert (error.code, error.text, error.data) == (4104, "recv message timeout", b"x")
+    assert str(error) == "recv message timeout (4104)"
+
+
+def test_closed_connection_refuses_everything():
+    connection = zel.Connection("127.0.0.9.0.1", timeout=0.1)
+    connection.close()
+    connection.close()
+    assert connection.closed
+    for call in (
+        connection.start_loop,
+        connection.stop_loop,
+        connection.reconnect,
+        lambda: connection.set_reconnect_interval(1),
+        lambda: connection.send(600, b"x"),
+        connection.receive,
+        lambda: connection.publish("t", b"x"),
+        lambda: connection.subscribe("t", print),
+        lambda: connection.unsubscribe("t"),
+        lambda: connection.route(700, print),
+        lambda: connection.unroute(700),
+    ):
+        with pytest.raises(zel.ZelError) as raised:
+            call()
+        assert raised.value.code == zel.ErrorCode.HANDLE

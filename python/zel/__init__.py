@@ -1,0 +1,48 @@
+"""Client of the Zel device communication protocol, on the libzel library.
+
+    import zel
+
+    with zel.Connection("192.168.1.20.0.1") as connection:
+        print(connection.request(600, b"what"))
+
+    with zel.scan(timeout=5) as devices:
+        for device in devices:
+            print(device.id, device.address, device.host_name)
+
+The library is loaded and set up by the first call that needs it, and discovery's thread then runs until the process
+ends: it multicasts a request every ten seconds. ZEL_LIBRARY names the library's file; without it libzel.so.0 or
+libzel.dll is looked for as the system does. The library's log goes to standard output.
+
+Time-outs are in seconds. A failed call raises ZelError, with the library's code and text. Callbacks run on the library's
+threads, one at a time per connection; an exception that leaves one goes to sys.unraisablehook, but for that of a file
+transfer's, which stops the transfer and is raised by FileTransfer.wait(). A connection can be closed or its receive
+thread stopped from every thread, but not from a callback (RuntimeError).
+"""
+
+from ._connection import Connection, Event, Message, Subscription
+from ._device import DeviceId
+from ._errors import ErrorCode, ZelDisconnected, ZelError, ZelTimeout, error_text
+from ._files import FileProgress, FileState, FileTransfer, send_file
+from ._library import version
+from ._scan import Device, Scan, scan
+
+__all__ = [
+    "Connection",
+    "Device",
+    "DeviceId",
+    "ErrorCode",
+    "Event",
+    "FileProgress",
+    "FileState",
+    "FileTransfer",
+    "Message",
+    "Scan",
+    "Subscription",
+    "ZelDisconnected",
+    "ZelError",
+    "ZelTimeout",
+    "error_text",
+    "scan",
+    "send_file",
+    "version",
+]

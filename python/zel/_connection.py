@@ -1,0 +1,321 @@
+"""Connections: requests, topics, routed messages."""
+
+from __future__ import annotations
+
+import ctypes
+import enum
+import queue
+import time
+import weakref
+from dataclasses import dataclass
+from types import TracebackType
+from typing import Any, Callable, Dict, Iterator, List, Optional, Sequence, Type
+
+from ._device import DeviceId, DeviceLike, from_raw, to_raw
+from ._errors import ErrorCode, check, error
+from ._library import (
+    EventFunction,
+    RouteFunction,
+    Targets,
+    TopicFunction,
+    at_exit,
+    callback_scope,
+    milliseconds,
+    refuse_in_callback,
+    started,
+)
+
+_MAX_FRAME = 10485760
+_REQUEST_OVERHEAD = 29
+_PUBLICATION_OVERHEAD = 38
+_POLL_SECONDS = 0.5
+
+
+class Event(enum.IntEnum):
+    CONNECTED = 1
+    PENDING = 2
+    DISCONNECTED = 5
+    FAILED = 6
+
+
+@dataclass(frozen=True)
+class Message:
+    """A publication on a subscribed topic."""
+
+    topic: str
+    data: bytes
+    group: int = 0
+    offset: int = 0
+
+
+EventCallback = Callable[[DeviceId, Event], Any]
+TopicCallback = Callable[[Message], Any]
+RouteCallback = Callable[[int, bytes], Any]
+
+_targets = Targets()
+_open: weakref.WeakSet[Connection] = weakref.WeakSet()
+
+
+def _on_event(device: Any, user: Optional[int], event: int) -> None:
+    callback = _targets.get(user)
+    if callback is not None:
+        with callback_scope():
+            callback(from_raw(device.contents), Event(event))
+
+
+def _on_topic(group: int, offset: int, topic: bytes, data: int, length: int, user: Optional[int]) -> None:
+    callback = _targets.get(user)
+    if callback is not None:
+        message = Message(topic.decode(errors="replace"), ctypes.string_at(data, length), group, offset)
+        with callback_scope():
+            callback(message)
+
+
+def _on_route(port: int, payload: int, length: int, user: Optional[int]) -> None:
+    callback = _targets.get(user)
+    if callback is not None:
+        with callback_scope():
+            callback(port, ctypes.string_at(payload, length) if length else b"")
+
+
+# These live as long as the module, and so longer than every thread that calls them.
+_EVENT = EventFunction(_on_event)
+_TOPIC = TopicFunction(_on_topic)
+_ROUTE = RouteFunction(_on_route)
+
+
+class Connection:
+    """One connection to the server of a device. Use it in a `with`, or close it.
+
+    A server that is not there is no failure: sends and the receive thread connect later, and `on_event` tells. Topics
+    and routed messages come through the receive thread (start_loop). Requests do not work while it runs: both would read
+    the same stream; use a second connection for them.
+    """
+
+    def __init__(
+        self, device: DeviceLike, *, timeout: float = 1.5, on_event: Optional[EventCallback] = None
+    ) -> None:
+        self._handle = 0
+        self._topics: Dict[str, int] = {}
+        self._routes: Dict[int, int] = {}
+        raw = to_raw(device)
+        self.device = from_raw(raw)
+        self._library = started()
+        self._event = _targets.add(on_event)
+        self._handle = self._library.libzel_createInstanceEx(
+            ctypes.byref(raw), 0, milliseconds(timeout), _EVENT, self._event
+        )
+        if self._handle == 0:
+            _targets.remove(self._event)
+            raise error(self._library.libzel_get_errno())
+        _open.add(self)
+
+    def close(self) -> None:
+        """Stops the receive thread, waits for its callback, and closes. Again does nothing."""
+        refuse_in_callback("closing a connection")
+        handle, self._handle = self._handle, 0
+        if handle != 0:
+            self._library.libzel_releaseInstance(handle)
+            for number in [self._event, *self._topics.values(), *self._routes.values()]:
+                _targets.remove(number)
+        _open.discard(self)
+
+    def __enter__(self) -> Connection:
+        return self
+
+    def __exit__(
+        self, kind: Optional[Type[BaseException]], value: Optional[BaseException], trace: Optional[TracebackType]
+    ) -> None:
+        self.close()
+
+    @property
+    def closed(self) -> bool:
+        return self._handle == 0
+
+    def start_loop(self) -> None:
+        """Starts the receive thread."""
+        check(self._library.libzel_loop_start(self._handle))
+
+    def stop_loop(self) -> None:
+        """Stops the receive thread and waits for its callback."""
+        refuse_in_callback("stopping the receive thread")
+        check(self._library.libzel_loop_stop(self._handle))
+
+    def reconnect(self, timeout: float = 1.5) -> None:
+        """Connects again, whatever the present state, and subscribes the topics again."""
+        if not self._library.libzel_reconnect(self._handle, milliseconds(timeout)):
+            raise error(self._library.libzel_get_errno() or ErrorCode.DISCONNECTED)
+
+    def set_reconnect_interval(self, seconds: int) -> None:
+        """The least time between two automatic reconnects."""
+        check(self._library.libzel_reconnect_delay_set(self._handle, seconds))
+
+    # ---- Requests
+
+    def send(self, port: int, data: bytes = b"", *, group: int = 0, offset: int = 0, timeout: float = 1.0) -> None:
+        """Sends a request without waiting for its answer."""
+        _check_port(port)
+        if len(data) > _MAX_FRAME - _REQUEST_OVERHEAD:
+            raise error(ErrorCode.TOO_LONG)
+        sent = self._library.libzel_sync_send(
+            self._handle, port, group, offset, bytes(data), len(data), milliseconds(timeout)
+        )
+        if sent <= 0:
+            raise error(self._library.libzel_get_errno() or ErrorCode.DISCONNECTED)
+
+    def receive(self, timeout: float = 1.0, max_size: int = 65536) -> bytes:
+        """The answer to the last request, cut to `max_size`. A server's error is raised, with the data it sent."""
+        buffer = ctypes.create_string_buffer(max(max_size, 1))
+        got = self._library.libzel_sync_recv(self._handle, None, buffer, max_size, milliseconds(timeout))
+        code = self._library.libzel_get_errno()
+        data = buffer.raw[: max(0, min(got, max_size))]
+        if got < 0 or code != 0:
+            raise error(code or ErrorCode.DISCONNECTED, data)
+        return data
+
+    def request(
+        self,
+        port: int,
+        data: bytes = b"",
+        *,
+        group: int = 0,
+        offset: int = 0,
+        timeout: float = 1.0,
+        max_size: int = 65536,
+    ) -> bytes:
+        """Sends a request and waits for its answer; the time-out is for each of both."""
+        self.send(port, data, group=group, offset=offset, timeout=timeout)
+        return self.receive(timeout, max_size)
+
+    # ---- Topics
+
+    def publish(self, topic: str, data: bytes, *, group: int = 0, offset: int = 0) -> None:
+        name = _topic_bytes(topic)
+        if len(name) + len(data) + _PUBLICATION_OVERHEAD > _MAX_FRAME - _REQUEST_OVERHEAD:
+            raise error(ErrorCode.TOO_LONG)
+        check(self._library.libzel_publish(self._handle, group, offset, name, bytes(data), len(data)))
+
+    def subscribe(self, topic: str, callback: TopicCallback) -> None:
+        """Subscribes, or gives a subscribed topic another callback.
+
+        When the send fails this raises, and the subscription stays and is sent again with the next connect.
+        """
+        name = _topic_bytes(topic)
+        self._refuse_closed()
+        number = _targets.add(callback)
+        earlier = self._topics.get(topic)
+        self._topics[topic] = number
+        code = self._library.libzel_subscribe(self._handle, name, _TOPIC, number)
+        if earlier is not None:
+            _targets.remove(earlier)
+        check(code)
+
+    def unsubscribe(self, topic: str) -> None:
+        """Ends a subscription; a callback that runs at this moment is not waited for."""
+        name = _topic_bytes(topic)
+        self._refuse_closed()
+        number = self._topics.pop(topic, None)
+        if number is not None:
+            _targets.remove(number)
+        check(self._library.libzel_unsubscribe(self._handle, name))
+
+    def messages(self, *topics: str, timeout: Optional[float] = None) -> Subscription:
+        """Subscribes topics and gives an iterator over what is published, ending after `timeout` without any.
+
+        Starts the receive thread.
+        """
+        return Subscription(self, topics, timeout)
+
+    # ---- Routed messages
+
+    def route(self, port: int, callback: RouteCallback) -> None:
+        """Hands the messages on a port (501 to 65535) to a callback. A port that has one keeps it."""
+        _check_port(port)
+        self._refuse_closed()
+        number = _targets.add(callback)
+        code = self._library.libzel__registerRouterEvent(self._handle, port, _ROUTE, number)
+        if code != 0:
+            _targets.remove(number)
+            raise error(code)
+        self._routes[port] = number
+
+    def unroute(self, port: int) -> None:
+        """Removes the callback of a port; one that runs at this moment is not waited for."""
+        _check_port(port)
+        if port <= 500:
+            raise error(ErrorCode.RESERVED_PORT)
+        number = self._routes.pop(port, None)
+        if number is not None:
+            _targets.remove(number)
+        check(self._library.libzel__unregisterRouterEvent(self._handle, port))
+
+    def _refuse_closed(self) -> None:
+        if self._handle == 0:
+            raise error(ErrorCode.HANDLE)
+
+
+class Subscription:
+    """An iterator over the messages of some topics. In a `with` it unsubscribes them at the end."""
+
+    def __init__(self, connection: Connection, topics: Sequence[str], timeout: Optional[float]) -> None:
+        self._connection = connection
+        self._timeout = timeout
+        self._queue: queue.SimpleQueue[Message] = queue.SimpleQueue()
+        self._topics: List[str] = list(topics)
+        for topic in topics:
+            connection.subscribe(topic, self._queue.put)
+        connection.start_loop()
+
+    def __iter__(self) -> Iterator[Message]:
+        return self
+
+    def __next__(self) -> Message:
+        message = self.get(self._timeout)
+        if message is None:
+            raise StopIteration
+        return message
+
+    def get(self, timeout: Optional[float] = None) -> Optional[Message]:
+        """The next message; None when none came in time, or the connection was closed."""
+        end = None if timeout is None else time.monotonic() + timeout
+        while True:
+            rest = _POLL_SECONDS if end is None else min(_POLL_SECONDS, max(0.0, end - time.monotonic()))
+            try:
+                return self._queue.get(timeout=rest)
+            except queue.Empty:
+                if self._connection.closed or (end is not None and time.monotonic() >= end):
+                    return None
+
+    def close(self) -> None:
+        """Ends the subscriptions. Again does nothing."""
+        topics, self._topics = self._topics, []
+        for topic in topics:
+            if not self._connection.closed:
+                self._connection.unsubscribe(topic)
+
+    def __enter__(self) -> Subscription:
+        return self
+
+    def __exit__(
+        self, kind: Optional[Type[BaseException]], value: Optional[BaseException], trace: Optional[TracebackType]
+    ) -> None:
+        self.close()
+
+
+def _check_port(port: int) -> None:
+    if not 0 <= port <= 0xFFFF:
+        raise ValueError(f"not a port: {port}")
+
+
+def _topic_bytes(topic: str) -> bytes:
+    if "\0" in topic:
+        raise ValueError("a topic has no NUL")
+    return topic.encode()
+
+
+def _close_all() -> None:
+    for connection in list(_open):
+        connection.close()
+
+
+at_exit(_close_all)

@@ -1,0 +1,64 @@
+"""Device identifiers."""
+
+from __future__ import annotations
+
+import ctypes
+from dataclasses import dataclass
+from typing import Union
+
+from ._errors import check
+from ._library import RawDeviceId, milliseconds, started
+
+
+@dataclass(frozen=True, order=True)
+class DeviceId:
+    """A device's identifier: six bytes, ordered from the first to the last."""
+
+    raw: bytes = b"\0" * 6
+
+    def __post_init__(self) -> None:
+        if len(self.raw) != 6:
+            raise ValueError("a device identifier has six bytes")
+
+    @classmethod
+    def parse(cls, text: str) -> DeviceId:
+        """Six decimals from 0 to 255 joined by "."; ValueError for everything else."""
+        parts = text.split(".")
+        if len(parts) != 6 or not all(p.isascii() and p.isdigit() and len(p) <= 3 and int(p) < 256 for p in parts):
+            raise ValueError(f"not a device identifier: {text!r}")
+        return cls(bytes(int(part) for part in parts))
+
+    @classmethod
+    def local(cls) -> DeviceId:
+        """This machine's identifier."""
+        raw = RawDeviceId()
+        check(started().libzel_getLocalZelDeviceId(ctypes.byref(raw)))
+        return from_raw(raw)
+
+    @classmethod
+    def of(cls, host: str, timeout: float = 1.0) -> DeviceId:
+        """Asks a host (dotted IPv4) for its identifier."""
+        raw = RawDeviceId()
+        library = started()
+        check(library.libzel_getRemoteZelDeviceId(host.encode(), milliseconds(timeout), ctypes.byref(raw)))
+        return from_raw(raw)
+
+    def assign_to(self, host: str, timeout: float = 1.0) -> None:
+        """Gives a host (dotted IPv4) this identifier."""
+        library = started()
+        check(library.libzel_setRemoteZelDeviceId(host.encode(), str(self).encode(), milliseconds(timeout)))
+
+    def __str__(self) -> str:
+        return ".".join(str(byte) for byte in self.raw)
+
+
+DeviceLike = Union[DeviceId, str]
+
+
+def to_raw(device: DeviceLike) -> RawDeviceId:
+    given = DeviceId.parse(device) if isinstance(device, str) else device
+    return RawDeviceId((ctypes.c_uint8 * 6)(*given.raw))
+
+
+def from_raw(raw: RawDeviceId) -> DeviceId:
+    return DeviceId(bytes(raw.bytes))

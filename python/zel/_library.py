@@ -1,0 +1,178 @@
+"""The library's functions, loaded and set up on first use, and what is done when the interpreter ends."""
+
+from __future__ import annotations
+
+import atexit
+import ctypes
+import itertools
+import os
+import sys
+import threading
+from contextlib import contextmanager
+from ctypes import POINTER, c_bool, c_char, c_char_p, c_float, c_int32, c_size_t, c_uint8, c_uint16, c_uint32
+from ctypes import c_uint64, c_void_p
+from typing import Any, Callable, Dict, Iterator, List, Optional, Tuple
+
+
+class RawDeviceId(ctypes.Structure):
+    _fields_ = [("bytes", c_uint8 * 6)]
+
+
+class RawDeviceAddress(ctypes.Structure):
+    _fields_ = [("id", RawDeviceId), ("port", c_uint16)]
+
+
+class RawScanResult(ctypes.Structure):
+    _fields_ = [
+        ("ip", c_char * 32),
+        ("spare", c_char * 32),
+        ("frameMacAddr", c_char * 32),
+        ("serialNo", c_char * 32),
+        ("sn", c_char * 32),
+        ("zelDeviceId", c_char * 32),
+        ("zelVersion", c_char * 32),
+        ("rteVersion", c_char * 32),
+        ("vorlinVersion", c_char * 256),
+        ("hostName", c_char * 32),
+    ]
+
+
+EventFunction = ctypes.CFUNCTYPE(None, POINTER(RawDeviceId), c_void_p, c_int32)
+TopicFunction = ctypes.CFUNCTYPE(None, c_uint32, c_uint32, c_char_p, c_void_p, c_uint32, c_void_p)
+RouteFunction = ctypes.CFUNCTYPE(None, c_uint16, c_void_p, c_uint32, c_void_p)
+ScanFunction = ctypes.CFUNCTYPE(None, RawScanResult, c_void_p)
+FileFunction = ctypes.CFUNCTYPE(c_int32, POINTER(RawDeviceId), c_uint32, c_float, c_uint32, c_uint8, c_void_p)
+
+_PROTOTYPES: Dict[str, Tuple[Any, List[Any]]] = {
+    "libzel_init": (c_int32, []),
+    "libzel_version": (c_int32, [POINTER(c_uint32), POINTER(c_uint32), POINTER(c_uint32)]),
+    "libzel_get_errno": (c_int32, []),
+    "libzel_strerror": (c_char_p, [c_int32]),
+    "libzel_destory": (c_int32, []),
+    "libzel_createInstanceEx": (c_size_t, [POINTER(RawDeviceId), c_uint32, c_int32, EventFunction, c_void_p]),
+    "libzel_releaseInstance": (c_int32, [c_size_t]),
+    "libzel_loop_start": (c_int32, [c_size_t]),
+    "libzel_loop_stop": (c_int32, [c_size_t]),
+    "libzel_reconnect": (c_bool, [c_size_t, c_int32]),
+    "libzel_reconnect_delay_set": (c_int32, [c_size_t, c_uint32]),
+    "libzel_registerZelScanEvent": (c_int32, [ScanFunction, c_void_p]),
+    "libzel_startZelScan": (c_int32, []),
+    "libzel_stopZelScan": (c_int32, []),
+    "libzel_sync_send": (c_int32, [c_size_t, c_uint16, c_uint32, c_uint32, c_char_p, c_uint32, c_uint32]),
+    "libzel_sync_recv": (c_int32, [c_size_t, c_void_p, c_void_p, c_uint32, c_uint32]),
+    "libzel_publish": (c_int32, [c_size_t, c_uint32, c_uint32, c_char_p, c_char_p, c_uint32]),
+    "libzel_subscribe": (c_int32, [c_size_t, c_char_p, TopicFunction, c_void_p]),
+    "libzel_unsubscribe": (c_int32, [c_size_t, c_char_p]),
+    "libzel__registerRouterEvent": (c_int32, [c_size_t, c_uint16, RouteFunction, c_void_p]),
+    "libzel__unregisterRouterEvent": (c_int32, [c_size_t, c_uint16]),
+    "libzel_getLocalZelDeviceId": (c_int32, [POINTER(RawDeviceId)]),
+    "libzel_getRemoteZelDeviceId": (c_int32, [c_char_p, c_int32, POINTER(RawDeviceId)]),
+    "libzel_setRemoteZelDeviceId": (c_int32, [c_char_p, c_char_p, c_int32]),
+    "ZelFileTransfer": (
+        c_uint32,
+        [RawDeviceAddress, c_uint64, c_uint64, c_char_p, c_char_p, FileFunction, c_void_p],
+    ),
+}
+
+_lock = threading.RLock()
+_loaded: Optional[ctypes.CDLL] = None
+_is_started = False
+_at_exit: List[Callable[[], None]] = []
+
+
+def load() -> ctypes.CDLL:
+    """The library, not necessarily set up. OSError when it cannot be found."""
+    global _loaded
+    with _lock:
+        if _loaded is None:
+            name = os.environ.get("ZEL_LIBRARY") or ("libzel.dll" if sys.platform == "win32" else "libzel.so.0")
+            library = ctypes.CDLL(name)
+            for function, (result, arguments) in _PROTOTYPES.items():
+                getattr(library, function).restype = result
+                getattr(library, function).argtypes = arguments
+            _loaded = library
+        return _loaded
+
+
+def started() -> ctypes.CDLL:
+    """The library, set up."""
+    global _is_started
+    library = load()
+    with _lock:
+        if not _is_started:
+            code = library.libzel_init()
+            if code != 0:
+                raise OSError(code, "the system's socket library did not start")
+            _is_started = True
+            atexit.register(_finish)
+    return library
+
+
+def at_exit(function: Callable[[], None]) -> None:
+    """Has a function called before the library is shut down."""
+    _at_exit.append(function)
+
+
+def _finish() -> None:
+    # The library's threads must not call into an interpreter that is going away.
+    for function in _at_exit:
+        function()
+    load().libzel_destory()
+
+
+def version() -> str:
+    """The library's version, for example "0.2.3"."""
+    numbers = [c_uint32() for _ in range(3)]
+    load().libzel_version(*(ctypes.byref(number) for number in numbers))
+    return ".".join(str(number.value) for number in numbers)
+
+
+def milliseconds(seconds: float) -> int:
+    return max(0, min(int(seconds * 1000), 0x7FFFFFFF))
+
+
+class Targets:
+    """Who is behind the numbers that the library is given as user pointers.
+
+    A number is never used twice, so a call that comes late finds nobody, and nothing that is freed is ever reached.
+    """
+
+    def __init__(self) -> None:
+        self._numbers = itertools.count(1)
+        self._targets: Dict[int, Any] = {}
+
+    def add(self, target: Any) -> int:
+        number = next(self._numbers)
+        self._targets[number] = target
+        return number
+
+    def get(self, number: Optional[int]) -> Any:
+        return self._targets.get(number or 0)
+
+    def remove(self, number: int) -> None:
+        self._targets.pop(number, None)
+
+    def all(self) -> List[Any]:
+        return list(self._targets.values())
+
+
+_callbacks = threading.local()
+
+
+@contextmanager
+def callback_scope() -> Iterator[None]:
+    """Marks the thread as running a callback."""
+    _callbacks.depth = getattr(_callbacks, "depth", 0) + 1
+    try:
+        yield
+    finally:
+        _callbacks.depth -= 1
+
+
+def in_callback() -> bool:
+    return getattr(_callbacks, "depth", 0) > 0
+
+
+def refuse_in_callback(what: str) -> None:
+    if in_callback():
+        raise RuntimeError(what + " is not possible in a callback")
