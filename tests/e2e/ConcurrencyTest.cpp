@@ -193,7 +193,8 @@ TEST_F(ConcurrencyTest, ReleaseMayComeWhileOtherThreadsCall) {
     for (int i = 0; i < 3; ++i) {
       callers.emplace_back([&] {
         ++running;
-        while (libzel_sync_send(handle, 600, 0, 0, nullptr, 0, 10) != -1 || libzel_get_errno() != ZEL_E_HANDLE) {
+        while (libzel_sync_send(handle, 600, 0, 0, nullptr, 0, 10) != -1 ||
+               libzel_get_errno() != ZEL_E_HANDLE) {
           (void)libzel__registerRouterEvent(handle, 600, MessageRecorder::Callback, nullptr);
           (void)libzel__unregisterRouterEvent(handle, 600);
           (void)libzel_subscribe(handle, "a", TopicRecorder::Callback, nullptr);

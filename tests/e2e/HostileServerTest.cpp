@@ -1,4 +1,5 @@
-// Servers that send what they should not: the process lives, its memory stays bounded, and the next connection works.
+// Servers that send what they should not: the process lives, its memory stays bounded, and the next
+// connection works.
 #include <gtest/gtest.h>
 #include <libzel/libzel.h>
 
@@ -25,8 +26,9 @@ struct Sequence {
 };
 
 Bytes RecordWithLengths(uint64_t verb, uint64_t topic, uint64_t data) {
-  return Answer(103, 0, Le(verb, 8) + Le(topic, 8) + Le(data, 8) + Text("pub") + Bytes{0} + Text("topic") + Bytes{0} +
-                            Text("data") + Bytes{0} + Bytes(8));
+  return Answer(103, 0,
+                Le(verb, 8) + Le(topic, 8) + Le(data, 8) + Text("pub") + Bytes{0} + Text("topic") + Bytes{0} +
+                    Text("data") + Bytes{0} + Bytes(8));
 }
 
 std::vector<Bytes> SplitAtEveryByte(const Bytes& message) {
@@ -88,9 +90,9 @@ std::vector<Sequence> Sequences() {
       {"unknown ports", {Message(1, 0, Bytes(13)), Message(1, 65535, Bytes(13))}},
       {"unasked answers", {Answer(600, 1, Text("x")), Answer(600, 0xFFFFFFFF, {})}},
   };
-  for (const size_t cut : {size_t{1}, size_t{7}, size_t{8}, size_t{9}, size_t{15}, size_t{16}, size_t{17}, size_t{23},
-                           size_t{24}, size_t{27}, size_t{28}, size_t{33}, size_t{34}, size_t{38}, size_t{39},
-                           size_t{40}, size_t{43}, size_t{46}}) {
+  for (const size_t cut : {size_t{1}, size_t{7}, size_t{8}, size_t{9}, size_t{15}, size_t{16}, size_t{17},
+                           size_t{23}, size_t{24}, size_t{27}, size_t{28}, size_t{33}, size_t{34}, size_t{38},
+                           size_t{39}, size_t{40}, size_t{43}, size_t{46}}) {
     rows.push_back({"topic record cut short",
                     {Answer(103, 0, Bytes(record.begin(), record.begin() + static_cast<ptrdiff_t>(cut)))}});
   }

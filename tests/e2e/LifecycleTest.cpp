@@ -26,7 +26,8 @@ class LifecycleTest : public testing::Test {
   }
 };
 
-// ---- Start ---------------------------------------------------------------------------------------------------------
+// ---- Start
+// ---------------------------------------------------------------------------------------------------------
 
 TEST_F(LifecycleTest, InitTellsItsVersionFirst) {
   const auto& log = StartLibrary().log;
@@ -53,7 +54,8 @@ TEST_F(LifecycleTest, InitHidesTraceLinesAndShowsDebugLines) {
   EXPECT_TRUE(log.Has("DEBUG", "Create  TCP Socket,Ready HostName:" + server.host() + ",port:9999"));
 }
 
-// ---- Creation ------------------------------------------------------------------------------------------------------
+// ---- Creation
+// ------------------------------------------------------------------------------------------------------
 
 TEST_F(LifecycleTest, CreateRefusesTheTypes1To4) {
   ScriptedServer server;
@@ -152,12 +154,14 @@ TEST_F(LifecycleTest, ConnectLogsEachStep) {
   const Instance instance(server.device(), 700);
   std::vector<std::string> seen;
   for (const LogLine& line : log.Lines()) {
-    if (line.level == "INFO") seen.push_back(std::regex_replace(line.message, std::regex(R"(\d+ byte)"), "N byte"));
+    if (line.level == "INFO")
+      seen.push_back(std::regex_replace(line.message, std::regex(R"(\d+ byte)"), "N byte"));
   }
-  EXPECT_EQ(seen, (std::vector<std::string>{
-                      ReadyLine(server.host(), "700"), "TcpSocket connect Success", "socket set send buffer N byte",
-                      "socket set recv buffer N byte", "socket set TCP_NODELAY Success",
-                      "Connect HostName:" + server.host() + ",port:9999 Success,isDomain:0"}));
+  EXPECT_EQ(seen,
+            (std::vector<std::string>{
+                ReadyLine(server.host(), "700"), "TcpSocket connect Success", "socket set send buffer N byte",
+                "socket set recv buffer N byte", "socket set TCP_NODELAY Success",
+                "Connect HostName:" + server.host() + ",port:9999 Success,isDomain:0"}));
 }
 
 TEST_F(LifecycleTest, RefusedConnectLogsTheReason) {
@@ -167,7 +171,8 @@ TEST_F(LifecycleTest, RefusedConnectLogsTheReason) {
   EXPECT_TRUE(log.HasStart("ERROR", "TcpSocket connect failed,errno:"));
 }
 
-// ---- Release -------------------------------------------------------------------------------------------------------
+// ---- Release
+// -------------------------------------------------------------------------------------------------------
 
 TEST_F(LifecycleTest, ReleaseAlwaysGives8193) {
   ScriptedServer server;
@@ -225,7 +230,8 @@ TEST_F(LifecycleTest, DestoryReleasesEveryInstance) {
   ASSERT_EQ(libzel_init(), 0);
 }
 
-// ---- Receive thread ------------------------------------------------------------------------------------------------
+// ---- Receive thread
+// ------------------------------------------------------------------------------------------------
 
 TEST_F(LifecycleTest, LoopStartTwiceKeepsOneThread) {
   ScriptedServer server;
@@ -316,7 +322,8 @@ TEST_F(LifecycleTest, TwoHundredInstancesStartAndStopQuickly) {
   EXPECT_LT(time.Ms(), 20000);
 }
 
-// ---- Reconnect on request ------------------------------------------------------------------------------------------
+// ---- Reconnect on request
+// ------------------------------------------------------------------------------------------
 
 TEST_F(LifecycleTest, ReconnectWaitsAtLeast50Milliseconds) {
   struct Row {
@@ -325,11 +332,12 @@ TEST_F(LifecycleTest, ReconnectWaitsAtLeast50Milliseconds) {
   };
   ScriptedServer server;
   const Instance instance(server.device());
-  for (const Row row : {Row{0, "50"}, Row{-1, "50"}, Row{10, "50"}, Row{50, "50"}, Row{51, "51"}, Row{900, "900"}}) {
+  for (const Row row :
+       {Row{0, "50"}, Row{-1, "50"}, Row{10, "50"}, Row{50, "50"}, Row{51, "51"}, Row{900, "900"}}) {
     const CapturedLog log;
     EXPECT_TRUE(libzel_reconnect(instance, row.given));
-    EXPECT_TRUE(log.Has("INFO", "Reconnect  HostName:" + server.host() + ",port:9999 Success,isDomain:0,timeout:" +
-                                    row.used + " ms"))
+    EXPECT_TRUE(log.Has("INFO", "Reconnect  HostName:" + server.host() +
+                                    ",port:9999 Success,isDomain:0,timeout:" + row.used + " ms"))
         << row.given;
   }
 }
@@ -348,7 +356,8 @@ TEST_F(LifecycleTest, ReconnectFailsWhenNobodyListens) {
   EXPECT_EQ(instance.events.Numbers(), (std::vector<int32_t>{2, 6, 2, 6}));
 }
 
-// ---- Misuse --------------------------------------------------------------------------------------------------------
+// ---- Misuse
+// --------------------------------------------------------------------------------------------------------
 
 void StopFromCallback() {
   ScriptedServer server;

@@ -30,18 +30,19 @@ class ReconnectTest : public testing::Test {
   ScriptedServer server;
 };
 
-// ---- The paced reconnect -------------------------------------------------------------------------------------------
+// ---- The paced reconnect
+// -------------------------------------------------------------------------------------------
 
 TEST_F(ReconnectTest, SendAfterAFailedCreationFailsWith5UntilTheIntervalHasPassed) {
   server.StopListening();
-  const Instance instance(server.device());
   const ElapsedTime time;
+  const Instance instance(server.device());
   server.Listen();
-  while (time.Ms() < 1800) ASSERT_EQ(instance.Send(600, {}), -1) << time.Ms();
+  while (time.Ms() < 1500) ASSERT_EQ(instance.Send(600, {}), -1) << time.Ms();
   EXPECT_EQ(libzel_get_errno(), ZEL_E_DISCONNECTED);
   EXPECT_EQ(instance.events.Numbers(), (Events{2, 6}));
   EXPECT_TRUE(Eventually([&] { return instance.Send(600, {}) == 29; }));
-  EXPECT_GE(time.Ms(), 1900);
+  EXPECT_GE(time.Ms(), 2000);
   EXPECT_EQ(instance.events.Numbers(), (Events{2, 6, 2, 1}));
 }
 
@@ -59,8 +60,8 @@ TEST_F(ReconnectTest, PacedAttemptIsLogged) {
   EXPECT_EQ(libzel_reconnect_delay_set(instance, 0), 0);
   const CapturedLog log;
   EXPECT_EQ(instance.Send(600, {}), -1);
-  EXPECT_TRUE(log.HasStart("DEBUG", "trigger Reconnect  HostName:" + server.host() +
-                                        ",port:9999,isDomain:0,IntercalSec:0."));
+  EXPECT_TRUE(log.HasStart(
+      "DEBUG", "trigger Reconnect  HostName:" + server.host() + ",port:9999,isDomain:0,IntercalSec:0."));
 }
 
 TEST_F(ReconnectTest, PacedAttemptOfASendWaitsForItsTimeout) {
@@ -96,7 +97,8 @@ TEST_F(ReconnectTest, ReceiveThreadTriesAtTheInterval) {
     if (seen.event == ZEL_EVENT_PENDING) attempts.push_back(seen);
   }
   for (size_t i = 1; i < 4; ++i) {
-    EXPECT_GE(MsBetween(attempts[i - 1], attempts[i]), i == 1 ? 950 : 1000);
+    // An attempt is reported a little after its interval began.
+    EXPECT_GE(MsBetween(attempts[i - 1], attempts[i]), 800);
     EXPECT_NE(attempts[i].thread, std::this_thread::get_id());
   }
 }
@@ -137,7 +139,8 @@ TEST_F(ReconnectTest, DelaySetChangesTheInterval) {
   EXPECT_FALSE(server.IsCalled(2500));
 }
 
-// ---- Order ---------------------------------------------------------------------------------------------------------
+// ---- Order
+// ---------------------------------------------------------------------------------------------------------
 
 TEST_F(ReconnectTest, SubscriptionsFollowTheConnectEventInTheOrderOfTheirTopics) {
   struct State {
@@ -209,7 +212,8 @@ struct LossOrder {
 
 TEST_F(ReconnectTest, PeersCloseIsReportedBeforeTheLinkIsShutDown) {
   LossOrder order;
-  const ZelInstance instance = libzel_createInstanceEx(&server.device(), 0, 1000, LossOrder::Callback, &order);
+  const ZelInstance instance =
+      libzel_createInstanceEx(&server.device(), 0, 1000, LossOrder::Callback, &order);
   Peer peer = server.Accept();
   order.peer = &peer;
   EXPECT_EQ(libzel_reconnect_delay_set(instance, 3600), 0);
@@ -223,7 +227,8 @@ TEST_F(ReconnectTest, PeersCloseIsReportedBeforeTheLinkIsShutDown) {
 
 TEST_F(ReconnectTest, BadLengthIsReportedAfterTheLinkIsShutDown) {
   LossOrder order;
-  const ZelInstance instance = libzel_createInstanceEx(&server.device(), 0, 1000, LossOrder::Callback, &order);
+  const ZelInstance instance =
+      libzel_createInstanceEx(&server.device(), 0, 1000, LossOrder::Callback, &order);
   Peer peer = server.Accept();
   order.peer = &peer;
   EXPECT_EQ(libzel_reconnect_delay_set(instance, 3600), 0);

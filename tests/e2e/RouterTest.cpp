@@ -36,7 +36,8 @@ class RouterTest : public testing::Test {
 TEST_F(RouterTest, ReservedPortsAreRefusedBeforeTheHandleIsLookedAt) {
   for (const uint16_t port : std::initializer_list<uint16_t>{0, 1, 103, 500}) {
     for (const ZelInstance handle : {ZelInstance{0}, instance}) {
-      EXPECT_EQ(libzel__registerRouterEvent(handle, port, MessageRecorder::Callback, &seen), ZEL_E_RESERVED_PORT);
+      EXPECT_EQ(libzel__registerRouterEvent(handle, port, MessageRecorder::Callback, &seen),
+                ZEL_E_RESERVED_PORT);
       EXPECT_EQ(libzel_get_errno(), ZEL_E_RESERVED_PORT);
     }
   }
@@ -88,7 +89,8 @@ TEST_F(RouterTest, RemovalDoesNotKeepTheTopicPort) {
   EXPECT_EQ(libzel__unregisterRouterEvent(instance, 103), 0);
 }
 
-// ---- Delivery ------------------------------------------------------------------------------------------------------
+// ---- Delivery
+// ------------------------------------------------------------------------------------------------------
 
 TEST_F(RouterTest, BareMessageIsDeliveredWhole) {
   ASSERT_EQ(Register(600), 0);
@@ -174,7 +176,8 @@ TEST_F(RouterTest, LongestMessageIsDelivered) {
   EXPECT_EQ(seen.All()[0].payload, body);
 }
 
-// ---- From inside a callback ----------------------------------------------------------------------------------------
+// ---- From inside a callback
+// ----------------------------------------------------------------------------------------
 
 struct Inside {
   ZelInstance instance = 0;

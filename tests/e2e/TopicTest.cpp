@@ -40,14 +40,15 @@ class TopicTest : public testing::Test {
   Peer& peer = link.peer;
 };
 
-// ---- What is sent --------------------------------------------------------------------------------------------------
+// ---- What is sent
+// --------------------------------------------------------------------------------------------------
 
 TEST_F(TopicTest, PublishIs71BytesForOneLetterAndThreeBytes) {
   const Bytes data{7, 0, 9};
   EXPECT_EQ(libzel_publish(instance, 1, 2, "a", data.data(), 3), 0);
   const Bytes expected = OuterHeader(1, 103, 63) + InnerHeader(0, 1) + Bytes{0, 0, 0, 1, 0, 0, 0, 2} +
-                         Le(3, 8) + Le(1, 8) + Le(3, 8) + Text("pub") + Bytes{0} + Text("a") + Bytes{0} + data +
-                         Bytes{0} + Bytes{1, 0, 0, 0, 2, 0, 0, 0};
+                         Le(3, 8) + Le(1, 8) + Le(3, 8) + Text("pub") + Bytes{0} + Text("a") + Bytes{0} +
+                         data + Bytes{0} + Bytes{1, 0, 0, 0, 2, 0, 0, 0};
   ASSERT_EQ(expected.size(), 71U);
   EXPECT_EQ(peer.Read(71), expected);
   EXPECT_FALSE(peer.HasInput(20));
@@ -108,7 +109,8 @@ TEST_F(TopicTest, TopicCallsUseTheInvokeIdentifiersOfRequests) {
   EXPECT_EQ(peer.ReadRequest().invokeId, 2U);
 }
 
-// ---- On a link that is down ----------------------------------------------------------------------------------------
+// ---- On a link that is down
+// ----------------------------------------------------------------------------------------
 
 TEST_F(TopicTest, PublishOnADownLinkGives5) {
   const Instance down(DeviceWithoutServer());
@@ -134,7 +136,8 @@ TEST_F(TopicTest, SubscriptionIsGoneWhenTheSendOfItsEndFails) {
   EXPECT_EQ(libzel_unsubscribe(other, "late"), ZEL_E_TOPIC);
 }
 
-// ---- Delivery ------------------------------------------------------------------------------------------------------
+// ---- Delivery
+// ------------------------------------------------------------------------------------------------------
 
 TEST_F(TopicTest, DeliversEveryPartOfAPublication) {
   Subscribe("weather");
@@ -255,7 +258,8 @@ TEST_F(TopicTest, NullCallbackIsSkipped) {
 }
 
 TEST_F(TopicTest, CallbackMayPublish) {
-  const auto callback = [](uint32_t, uint32_t, const char*, const uint8_t* data, uint32_t length, void* user) {
+  const auto callback = [](uint32_t, uint32_t, const char*, const uint8_t* data, uint32_t length,
+                           void* user) {
     EXPECT_EQ(libzel_publish(*static_cast<ZelInstance*>(user), 0, 0, "echo", data, length), 0);
   };
   EXPECT_EQ(libzel_subscribe(instance, "weather", callback, &instance), 0);

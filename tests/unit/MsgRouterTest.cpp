@@ -21,7 +21,8 @@ struct SeenComponentMessage {
 
 void RememberComponentMessage(const ZelHeader* header, const uint8_t* body, uint32_t length,
                               IZelPeerConnection* connection, void* user) {
-  static_cast<std::vector<SeenComponentMessage>*>(user)->push_back({*header, Bytes(body, body + length), connection});
+  static_cast<std::vector<SeenComponentMessage>*>(user)->push_back(
+      {*header, Bytes(body, body + length), connection});
 }
 
 class MsgRouterTest : public testing::Test {
@@ -112,7 +113,8 @@ TEST_F(MsgRouterTest, UserHandlerSeesVersions0And1Only) {
 
 TEST_F(MsgRouterTest, ComponentHandlerSeesEveryVersionRaw) {
   EXPECT_EQ(router.addCmpMessageRouter(600, RememberComponentMessage, &components), 0);
-  for (const uint8_t version : std::initializer_list<uint8_t>{0, 1, 2, 7}) EXPECT_EQ(Call(version, 600, {1, 2}), 0);
+  for (const uint8_t version : std::initializer_list<uint8_t>{0, 1, 2, 7})
+    EXPECT_EQ(Call(version, 600, {1, 2}), 0);
   ASSERT_EQ(components.size(), 4U);
   EXPECT_EQ(components[3].header.version, 7);
   EXPECT_EQ(components[3].header.port, 600);

@@ -113,7 +113,8 @@ TEST_F(PeerConnTest, TopicPortIsTaken) {
 }
 
 TEST_F(PeerConnTest, SubscriptionsComeInByteOrder) {
-  for (const char* topic : {"b", "\xC3\xA4", "a", "B", ""}) (void)connection.Subscribe(topic, nullptr, nullptr);
+  for (const char* topic : {"b", "\xC3\xA4", "a", "B", ""})
+    (void)connection.Subscribe(topic, nullptr, nullptr);
   std::vector<std::string> topics;
   for (const auto& [topic, subscriber] : connection.GetSubscribes()) topics.push_back(topic);
   EXPECT_EQ(topics, (std::vector<std::string>{"", "B", "a", "b", "\xC3\xA4"}));

@@ -15,7 +15,8 @@ TEST(RouterTableTest, FallbackIsLogged) {
   CRouterTable table;
   const zeltest::CapturedLog log;
   (void)table.GetHostIpFromDeviceId({{192, 168, 1, 20, 0, 1}});
-  EXPECT_TRUE(log.Has("TRACE", "ZelDeviceId:192.168.1.20.0.1 not find router table,generate Host Ip:192.168.1.20"));
+  EXPECT_TRUE(
+      log.Has("TRACE", "ZelDeviceId:192.168.1.20.0.1 not find router table,generate Host Ip:192.168.1.20"));
 }
 
 TEST(RouterTableTest, KnownIdentifierGivesItsHost) {

@@ -65,7 +65,8 @@ TEST_F(SocketTest, LocalSocketsEndIsLogged) {
   EXPECT_TRUE(log.HasStart("DEBUG", "close domain socket:-1,name:"));
 }
 
-// ---- Connect -------------------------------------------------------------------------------------------------------
+// ---- Connect
+// -------------------------------------------------------------------------------------------------------
 
 class TcpSocketTest : public SocketTest {
  protected:
@@ -133,11 +134,11 @@ TEST_F(SocketTest, OptionsOfNoSocketFailOneByOne) {
     EXPECT_NE(line.message.find(" errstr="), std::string::npos);
     starts.push_back(line.message.substr(0, line.message.find(':')));
   }
-  EXPECT_EQ(starts, (std::vector<std::string>{
-                        "socket get send buffer error", "socket get recv buffer error",
-                        "socket set send buffer error", "socket set recv buffer error",
-                        "socket set sock linger error", "socket set sock keep alive error",
-                        "socket set TCP_NODELAY error"}));
+  EXPECT_EQ(starts,
+            (std::vector<std::string>{"socket get send buffer error", "socket get recv buffer error",
+                                      "socket set send buffer error", "socket set recv buffer error",
+                                      "socket set sock linger error", "socket set sock keep alive error",
+                                      "socket set TCP_NODELAY error"}));
 }
 
 TEST_F(SocketTest, RefusedConnectFailsEarlyAndLeavesNoHandle) {
@@ -171,7 +172,8 @@ TEST_F(SocketTest, ConnectWithATimeoutOf0ReturnsAtOnce) {
   EXPECT_LT(time.Ms(), 500);
 }
 
-// ---- Select --------------------------------------------------------------------------------------------------------
+// ---- Select
+// --------------------------------------------------------------------------------------------------------
 
 TEST_F(TcpSocketTest, SelectWithATimeoutOf0ReturnsAtOnce) {
   const ElapsedTime time;
@@ -204,7 +206,8 @@ TEST_F(TcpSocketTest, SelectWithoutAHandleIsLogged) {
   EXPECT_EQ(log.FunctionOf("connection closed,socket:-1"), "Socket::Select");
 }
 
-// ---- Reading -------------------------------------------------------------------------------------------------------
+// ---- Reading
+// -------------------------------------------------------------------------------------------------------
 
 TEST_F(TcpSocketTest, ReadnGivesTheHalfThatCame) {
   EXPECT_TRUE(peer.Send(Bytes(50)));
@@ -278,7 +281,8 @@ TEST_F(TcpSocketTest, ReadFullOfAResetConnectionGives0) {
   EXPECT_FALSE(socket.isConnected());
 }
 
-// ---- Writing -------------------------------------------------------------------------------------------------------
+// ---- Writing
+// -------------------------------------------------------------------------------------------------------
 
 TEST_F(TcpSocketTest, WriteGivesTheBytesSent) {
   EXPECT_EQ(socket.write(buffer.data(), 7, 0), 7);
@@ -328,13 +332,12 @@ TEST_F(TcpSocketTest, WriteWithoutAHandleLeavesTheSystemsNumber) {
   EXPECT_NE(GetErrno(), 5);
 }
 
-// ---- Datagrams -----------------------------------------------------------------------------------------------------
+// ---- Datagrams
+// -----------------------------------------------------------------------------------------------------
 
 class UdpSocketTest : public SocketTest {
  protected:
-  UdpSocketTest() {
-    EXPECT_TRUE(platform::Bind(receiver.fd(), host.c_str(), 38898));
-  }
+  UdpSocketTest() { EXPECT_TRUE(platform::Bind(receiver.fd(), host.c_str(), 38898)); }
 
   const std::string host = zeltest::HostOf(zeltest::DeviceWithoutServer());
   UdpSocket sender{host.c_str(), 38898, Socket::kDatagram, false};
