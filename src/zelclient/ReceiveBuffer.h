@@ -24,7 +24,8 @@ class ReceiveBuffer {
   }
 
  private:
-  static constexpr uint32_t kStep = 64 * 1024;
+  // Bodies up to here, 64 KiB of payload and its header among them, are read in one go.
+  static constexpr uint32_t kStep = 128 * 1024;
 
   void Grow(uint32_t filled, uint32_t wanted) {
     const uint32_t more = std::min(wanted, std::max(filled, kStep));
