@@ -176,9 +176,13 @@ int32_t CTcpclient::Send(uint16_t port, uint32_t idGroup, uint32_t idOffset, con
 int32_t CTcpclient::SendPieces(uint16_t port, const AddressBlock& address,
                                std::span<const platform::ConstBytes> pieces, uint32_t timeoutMs) {
   // Up to here a copy is cheaper than a gathered send.
-  constexpr size_t kCopiedFrame = 4096;
+  constexpr size_t kCopiedFrame = 8 * 1024;
 
-  if (!EnsureConnected(timeoutMs)) return -1;
+  auto link = socket_->link();
+  if (!link->connected()) {
+    if (!EnsureConnected(timeoutMs)) return -1;
+    link = socket_->link();
+  }
   const uint32_t invokeId = GenInvokeId();
   lastInvokeId_ = invokeId;
 
@@ -190,7 +194,7 @@ int32_t CTcpclient::SendPieces(uint16_t port, const AddressBlock& address,
   if (size + kRequestOverhead > kCopiedFrame) {
     parts[0] = std::span(frame).first(kRequestOverhead);
     std::copy(pieces.begin(), pieces.end(), parts.begin() + 1);
-    return socket_->writeFrame(std::span(parts).first(pieces.size() + 1));
+    return Socket::writeFrame(*link, std::span(parts).first(pieces.size() + 1));
   }
   size_t at = kRequestOverhead;
   for (const auto& piece : pieces) {
@@ -198,7 +202,7 @@ int32_t CTcpclient::SendPieces(uint16_t port, const AddressBlock& address,
     at += piece.size();
   }
   parts[0] = std::span(frame).first(at);
-  return socket_->writeFrame(std::span(parts).first(1));
+  return Socket::writeFrame(*link, std::span(parts).first(1));
 }
 
 int32_t CTcpclient::SendTopicRecord(const TopicRecord& record) {

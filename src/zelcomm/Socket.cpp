@@ -86,10 +86,10 @@ int32_t Socket::write(const uint8_t* data, uint32_t size, int64_t /*timeoutMs*/)
 
 int32_t Socket::write(const FrameBuffer& buffer, int64_t /*timeoutMs*/) {
   const platform::ConstBytes piece = buffer.content();
-  return writeFrame({&piece, 1});
+  return writeFrame(*link(), {&piece, 1});
 }
 
-int32_t Socket::writeFrame(std::span<const platform::ConstBytes> pieces) {
+int32_t Socket::writeFrame(SocketLink& link, std::span<const platform::ConstBytes> pieces) {
   uint64_t size = 0;
   for (const auto& piece : pieces) size += piece.size();
   if (size > kMaxSentFrame) {
@@ -97,7 +97,7 @@ int32_t Socket::writeFrame(std::span<const platform::ConstBytes> pieces) {
                static_cast<int>(size));
     return 0;
   }
-  return link()->write(pieces);
+  return link.write(pieces);
 }
 
 void Socket::setOptions() {

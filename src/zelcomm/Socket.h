@@ -43,8 +43,8 @@ class Socket {
   // A content of more than 10485760 bytes is refused with a result of 0.
   virtual int32_t write(const FrameBuffer& buffer, int64_t timeoutMs);
 
-  // Writes the pieces as one frame, with the same limit.
-  int32_t writeFrame(std::span<const platform::ConstBytes> pieces);
+  // Writes the pieces as one frame to a link of a socket, with the same limit.
+  static int32_t writeFrame(SocketLink& link, std::span<const platform::ConstBytes> pieces);
   bool Select(int64_t timeoutMs) { return link()->Select(timeoutMs); }
 
   // The present link; never null. It stays usable after the socket went on to another.
