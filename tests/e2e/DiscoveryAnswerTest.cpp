@@ -17,6 +17,19 @@ namespace zeltest {
 namespace {
 
 constexpr int kRetryMs = 50;
+const std::string kHost = "127.0.0.1";
+const std::string kOtherHost = "10.77.0.1";
+
+// A device and its server.
+struct Device {
+  explicit Device(const std::string& address)
+      : host(address), server(TestSocket::Listen(address, ScriptedServer::kPort, 8)), socket(address, 0) {}
+  bool Answer(const Bytes& bytes) const { return socket.Send(host, kScanPort, bytes); }
+
+  const std::string host;
+  TestSocket server;
+  TestDatagram socket;
+};
 
 void Heard(ZelScanResult, void* user) { static_cast<Recorder<int>*>(user)->Add(1); }
 
@@ -53,7 +66,7 @@ class DiscoveryAnswerTest : public testing::Test {
   }
 
   void Send(const std::string& document) const { SendBytes(ScanDatagram(document)); }
-  void SendBytes(const Bytes& bytes) const { ASSERT_TRUE(device_.Send("127.0.0.1", kScanPort, bytes)); }
+  void SendBytes(const Bytes& bytes) const { ASSERT_TRUE(device_.Answer(bytes)); }
   // Waits until everything that was sent so far has been handled.
   void Settle() {
     const std::string id = "0.0.0.0.0." + std::to_string(++marks_);
@@ -76,13 +89,13 @@ class DiscoveryAnswerTest : public testing::Test {
     return records.empty() ? ZelScanResult{} : records[0];
   }
   // Where an instance for a device connects to.
-  static bool ConnectsTo(ScriptedServer& server, const ZelDeviceId& device) {
+  template <typename Server>
+  static bool ConnectsTo(Server& server, const ZelDeviceId& device) {
     const Instance instance(device);
     return server.Accept(instance.events.AwaitEvent(1, 1, 2000) ? kPatienceMs : 0).IsOpen();
   }
 
-  ScriptedServer server_;  // at the device's address
-  TestDatagram device_{server_.host(), 0};
+  Device device_{kHost};
   ScanRecorder devices_;
   ScanRecorder ended_;
   int marks_ = 0;
@@ -95,9 +108,9 @@ TEST_F(DiscoveryAnswerTest, EveryMemberReachesItsFieldAndTheRestIsZero) {
   const ZelScanResult record =
       Only(R"({"device":{"zelDeviceId":"1.2.3.4.5.6","zelVersion":"z1","rteVersion":"r2","serialNo":"s3",)"
            R"("vorlinVersion":"v4","hostName":"h5","sn":"n6"},"frames":[{"frameIp":")" +
-           server_.host() + R"(","frameMacAddr":"m7"}]})");
+           kHost + R"(","frameMacAddr":"m7"}]})");
   ZelScanResult expected{};
-  std::strcpy(expected.ip, server_.host().c_str());
+  std::strcpy(expected.ip, kHost.c_str());
   std::strcpy(expected.frameMacAddr, "m7");
   std::strcpy(expected.serialNo, "s3");
   std::strcpy(expected.sn, "n6");
@@ -111,7 +124,7 @@ TEST_F(DiscoveryAnswerTest, EveryMemberReachesItsFieldAndTheRestIsZero) {
 
 TEST_F(DiscoveryAnswerTest, AnEmptyDocumentGivesTheSendersAddressAlone) {
   ZelScanResult expected{};
-  std::strcpy(expected.ip, server_.host().c_str());
+  std::strcpy(expected.ip, kHost.c_str());
   const ZelScanResult record = Only("{}");
   EXPECT_EQ(std::memcmp(&record, &expected, sizeof record), 0);
 }
@@ -132,13 +145,13 @@ TEST_F(DiscoveryAnswerTest, AHostNameOf40CharactersIsCutTo31) {
 }
 
 TEST_F(DiscoveryAnswerTest, TheFirstOfTwoFramesWithTheSendersAddressCounts) {
-  const std::string ip = R"({"frameIp":")" + server_.host() + R"(","frameMacAddr":)";
+  const std::string ip = R"({"frameIp":")" + kHost + R"(","frameMacAddr":)";
   EXPECT_STREQ(Only(R"({"frames":[)" + ip + R"("first"},)" + ip + R"("second"}]})").frameMacAddr, "first");
 }
 
 TEST_F(DiscoveryAnswerTest, FramesOfOtherAddressesArePassedOver) {
   const std::string frames = R"({"frames":[{"frameIp":"10.0.0.1","frameMacAddr":"other"},{"frameIp":")" +
-                             server_.host() + R"(","frameMacAddr":"right"}]})";
+                             kHost + R"(","frameMacAddr":"right"}]})";
   EXPECT_STREQ(Only(frames).frameMacAddr, "right");
 }
 
@@ -147,19 +160,18 @@ TEST_F(DiscoveryAnswerTest, WithoutAMatchingFrameTheHardwareAddressIsEmpty) {
 }
 
 TEST_F(DiscoveryAnswerTest, AFrameIpThatOnlyBeginsLikeTheSendersAddressDoesNotMatch) {
-  const std::string longer =
-      R"({"frames":[{"frameIp":")" + server_.host() + R"(0","frameMacAddr":"other"}]})";
+  const std::string longer = R"({"frames":[{"frameIp":")" + kHost + R"(0","frameMacAddr":"other"}]})";
   EXPECT_STREQ(Only(longer).frameMacAddr, "");
 }
 
 TEST_F(DiscoveryAnswerTest, FramesInsideTheDeviceAreNotSeen) {
-  const std::string inside = R"({"device":{"hostName":"h","frames":[{"frameIp":")" + server_.host() +
-                             R"(","frameMacAddr":"inside"}]}})";
+  const std::string inside =
+      R"({"device":{"hostName":"h","frames":[{"frameIp":")" + kHost + R"(","frameMacAddr":"inside"}]}})";
   EXPECT_STREQ(Only(inside).frameMacAddr, "");
 }
 
 TEST_F(DiscoveryAnswerTest, AFrameWithoutAnAddressIsPassedOver) {
-  const std::string frames = R"({"frames":[{},{"frameIp":")" + server_.host() + R"(","frameMacAddr":"m"}]})";
+  const std::string frames = R"({"frames":[{},{"frameIp":")" + kHost + R"(","frameMacAddr":"m"}]})";
   EXPECT_STREQ(Only(frames).frameMacAddr, "m");
 }
 
@@ -268,7 +280,7 @@ TEST_F(DiscoveryAnswerTest, TheCallbackMayChangeTheRecordItIsGiven) {
   ASSERT_TRUE(spoiled.Await(1));
   ASSERT_EQ(libzel_registerZelScanEvent(ScanRecorder::Callback, &devices_), 0);
   Settle();
-  EXPECT_TRUE(ConnectsTo(server_, {{9, 8, 7, 6, 5, 4}}));
+  EXPECT_TRUE(ConnectsTo(device_.server, {{9, 8, 7, 6, 5, 4}}));
 }
 
 // ---- The way to a device
@@ -277,17 +289,16 @@ TEST_F(DiscoveryAnswerTest, TheCallbackMayChangeTheRecordItIsGiven) {
 TEST_F(DiscoveryAnswerTest, AnInstanceForADeviceThatAnsweredConnectsToItsAddress) {
   Send(DeviceDocument("200.1.2.3.4.5"));
   ASSERT_TRUE(devices_.AwaitDevice("200.1.2.3.4.5"));
-  EXPECT_TRUE(ConnectsTo(server_, {{200, 1, 2, 3, 4, 5}}));
+  EXPECT_TRUE(ConnectsTo(device_.server, {{200, 1, 2, 3, 4, 5}}));
 }
 
 TEST_F(DiscoveryAnswerTest, ALaterAnswerShowsANewWay) {
-  ScriptedServer moved;
-  const TestDatagram there(moved.host(), 0);
+  Device moved(kOtherHost);
   Send(DeviceDocument("200.1.2.3.4.6"));
   Settle();
-  ASSERT_TRUE(there.Send("127.0.0.1", kScanPort, ScanDatagram(DeviceDocument("200.1.2.3.4.6"))));
+  ASSERT_TRUE(moved.Answer(ScanDatagram(DeviceDocument("200.1.2.3.4.6"))));
   Settle();
-  EXPECT_TRUE(ConnectsTo(moved, {{200, 1, 2, 3, 4, 6}}));
+  EXPECT_TRUE(ConnectsTo(moved.server, {{200, 1, 2, 3, 4, 6}}));
 }
 
 // An answer in the name of a device that has a server of its own: an instance goes there unless the answer
