@@ -108,11 +108,10 @@ void WriteTopicRecordHead(uint8_t* at, const TopicRecord& record) {
   PutLe64(at + 8, record.topic.size());
   PutLe64(at + 16, record.data.size());
   at += 24;
-  std::memcpy(at, record.verb.data(), record.verb.size());
-  at += record.verb.size();
+  at += record.verb.copy(reinterpret_cast<char*>(at), record.verb.size());
   *at++ = 0;
-  std::memcpy(at, record.topic.data(), record.topic.size());
-  at[record.topic.size()] = 0;
+  at += record.topic.copy(reinterpret_cast<char*>(at), record.topic.size());
+  *at = 0;
 }
 
 void WriteTopicRecordTail(uint8_t* at, const TopicRecord& record) {
