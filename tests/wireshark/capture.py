@@ -106,3 +106,14 @@ def protocols(path):
         text=True,
     )
     return done.stdout.splitlines()
+
+
+def summaries(path):
+    """The info column of each packet."""
+    done = subprocess.run(
+        ["tshark", "-r", str(path), "-X", f"lua_script:{SCRIPT}", "-T", "fields", "-e", "_ws.col.Info"],
+        capture_output=True,
+        check=True,
+        text=True,
+    )
+    return done.stdout.splitlines()

@@ -3,7 +3,8 @@
 import struct
 
 import pytest
-from capture import answer, dissect, inner, message, outer, protocols, record, request, to_client, to_server, write_capture
+from capture import answer, dissect, inner, message, outer, protocols, record, request, summaries
+from capture import to_client, to_server, write_capture
 
 
 @pytest.fixture
@@ -199,6 +200,13 @@ def test_messages_in_one_segment_are_taken_apart(tcp):
     items = tcp(to_server(b"".join(request(600, n, bytes([n])) for n in range(1, 21))))
     assert [item.number("zel.invoke_id") for item in items] == list(range(1, 21))
     assert [item.bytes("zel.payload") for item in items] == [bytes([n]) for n in range(1, 21)]
+
+
+def test_summary_names_each_message_of_a_packet(tmp_path):
+    first, second = request(103, 7, record(b"pub", b"a")), request(600, 8, b"x")
+    packets = [to_server(first[:30]), to_server(first[30:] + second), to_client(answer(600, 8, b"", error=5))]
+    path = write_capture(tmp_path / "summary.pcap", "tcp", 9999, packets)
+    assert summaries(path)[1:] == ["Request 7 port 103 pub a | Request 8 port 600", "Answer 8 port 600 error 5"]
 
 
 def test_direct_request_reads_an_identifier(direct):

@@ -322,9 +322,6 @@ local function summary(message)
   return text
 end
 
--- Whether the next message is the first of its packet.
-local is_first = true
-
 -- One message; `tvb` has all of it, or as much as there is when its length is bad.
 local function dissect_message(tvb, pinfo, tree, is_direct)
   local message = { is_direct = is_direct }
@@ -356,8 +353,8 @@ local function dissect_message(tvb, pinfo, tree, is_direct)
   end
   local text = summary(message)
   item:append_text(", " .. text)
-  pinfo.cols.info:append((is_first and "" or " | ") .. text)
-  is_first = false
+  -- What clearing the column left is of an earlier message in the same packet.
+  pinfo.cols.info:append((tostring(pinfo.cols.info) == "" and "" or " | ") .. text)
 end
 
 -- A bad length ends the framing: what is left of the segment is one message.
@@ -370,7 +367,6 @@ end
 function zel.dissector(tvb, pinfo, tree)
   pinfo.cols.protocol = "ZEL"
   pinfo.cols.info = ""
-  is_first = true
   if pinfo.port_type == 2 then
     dissect_tcp_pdus(tvb, tree, HEADER_SIZE, message_size, function(part, part_info, part_tree)
       dissect_message(part, part_info, part_tree, false)
