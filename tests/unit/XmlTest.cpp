@@ -22,13 +22,17 @@ std::string Describe(const Element& element) {
   std::string text = element.name().empty() ? "%" : element.name();
   std::string attributes;
   for (const auto& [key, value] : element.attributes()) {
-    attributes += (attributes.empty() ? "" : ",") + key + "=" + value;
+    if (!attributes.empty()) attributes += ',';
+    attributes.append(key).append(1, '=').append(value);
   }
-  if (!attributes.empty()) text += "{" + attributes + "}";
-  if (!element.text().empty()) text += "'" + element.text() + "'";
+  if (!attributes.empty()) text.append(1, '{').append(attributes).append(1, '}');
+  if (!element.text().empty()) text.append(1, '\'').append(element.text()).append(1, '\'');
   std::string children;
-  for (const Element& child : element.children()) children += (children.empty() ? "" : ",") + Describe(child);
-  if (!children.empty()) text += "(" + children + ")";
+  for (const Element& child : element.children()) {
+    if (!children.empty()) children += ',';
+    children += Describe(child);
+  }
+  if (!children.empty()) text.append(1, '(').append(children).append(1, ')');
   return text;
 }
 

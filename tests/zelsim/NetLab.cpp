@@ -143,6 +143,12 @@ void TwoHosts::SetUp() {
   RunCommand("ip addr add 10.77.0.1/16 brd + dev zsa && ip link set zsa up");
   RunCommand("ip route add default via 10.77.0.2");
   host_->Command("ip link set lo up && ip addr add 10.77.0.2/16 brd + dev zsb && ip link set zsb up");
+  // The system takes a moment to see that the cable is in; until then it drops what is sent.
+  const std::string untilUp =
+      "i=0; until ip link show %s | grep -q 'state UP'; do i=$((i+1)); [ $i -lt 500 ] || exit 1; "
+      "sleep 0.02; done";
+  RunCommand(std::string(untilUp).replace(untilUp.find("%s"), 2, "zsa"));
+  host_->Command(std::string(untilUp).replace(untilUp.find("%s"), 2, "zsb"));
 }
 
 void TwoHosts::TearDown() {
