@@ -50,10 +50,6 @@
 #include <utility>
 #include <vector>
 
-#if __cplusplus >= 202002L
-#include <span>
-#endif
-
 namespace zel {
 
 using Milliseconds = std::chrono::milliseconds;
@@ -108,9 +104,9 @@ class [[nodiscard]] ValueOf : public Result {
 
 // ---- Bytes ------------------------------------------------------------------------------------------------
 
-// A view of bytes that somebody else owns, made from anything that holds bytes or characters in a row: a
-// string, a literal (without its NUL), a std::vector<uint8_t>, a std::array, a std::span, or a pointer and a
-// size.
+// A view of bytes that somebody else owns (a std::span takes one as it is), made from anything that holds
+// bytes or characters in a row: a string, a literal (without its NUL), a std::vector<uint8_t>, a std::array,
+// a std::span, or a pointer and a size.
 class Bytes {
  public:
   constexpr Bytes() = default;
@@ -133,9 +129,6 @@ class Bytes {
 
   std::string_view AsText() const { return {reinterpret_cast<const char*>(data_), size_}; }
   std::vector<uint8_t> Copy() const { return {begin(), end()}; }
-#if __cplusplus >= 202002L
-  constexpr operator std::span<const uint8_t>() const { return {data_, size_}; }
-#endif
 
  private:
   const uint8_t* data_ = nullptr;
@@ -252,7 +245,10 @@ class DeviceId {
 
   std::string ToString() const {
     std::string text;
-    for (const uint8_t byte : id_.bytes) text += (text.empty() ? "" : ".") + std::to_string(byte);
+    for (const uint8_t byte : id_.bytes) {
+      if (!text.empty()) text += '.';
+      text += std::to_string(byte);
+    }
     return text;
   }
   constexpr const ZelDeviceId& Raw() const { return id_; }

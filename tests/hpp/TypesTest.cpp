@@ -1,11 +1,18 @@
 // What needs no server: identifiers, results, views.
 #include <gtest/gtest.h>
+
+#if __cplusplus >= 202002L
+#include <span>
+#endif
 #include <libzel/libzel.hpp>
 
 #include <array>
 #include <map>
 #include <sstream>
 #include <unordered_set>
+#if __cplusplus >= 202002L
+#include <span>
+#endif
 
 namespace {
 
