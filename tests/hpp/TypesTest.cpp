@@ -1,9 +1,5 @@
 // What needs no server: identifiers, results, views.
 #include <gtest/gtest.h>
-
-#if __cplusplus >= 202002L
-#include <span>
-#endif
 #include <libzel/libzel.hpp>
 
 #include <array>
