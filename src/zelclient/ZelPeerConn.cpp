@@ -203,30 +203,32 @@ void IZelPeerConnection::PauseUnlessStopped(int64_t pauseMs) const {
 
 int32_t IZelPeerConnection::loop_start() noexcept {
   const std::lock_guard lock(threadMutex_);
-  if (thread_.joinable()) return ZEL_OK;  // one that is being stopped counts as stopped after this call
+  if (isStarted_) return ZEL_OK;  // a thread that is being stopped counts as stopped after this call
   stop_ = false;
   (void)stopWaker_.Open();  // without one a stop takes up to a second
   stopWaker_.Drain();
   thread_ = std::thread([this] { (void)svc(); });
+  threadId_ = thread_.get_id();
+  isStarted_ = true;
   return ZEL_OK;
 }
 
 int32_t IZelPeerConnection::loop_stop() noexcept {
   std::unique_lock lock(threadMutex_);
   stop_ = true;
-  if (!thread_.joinable()) return ZEL_OK;
-  if (thread_.get_id() == std::this_thread::get_id()) FailSelfJoin();
-  if (joining_) {
-    joined_.wait(lock, [this] { return !joining_; });
+  if (!isStarted_) return ZEL_OK;
+  if (threadId_ == std::this_thread::get_id()) FailSelfJoin();
+  if (isJoining_) {
+    joined_.wait(lock, [this] { return !isJoining_; });
     return ZEL_OK;
   }
-  joining_ = true;
+  isJoining_ = true;
   stopWaker_.Wake();
   lock.unlock();
   thread_.join();
   lock.lock();
-  thread_ = {};
-  joining_ = false;
+  isJoining_ = false;
+  isStarted_ = false;
   joined_.notify_all();
   return ZEL_OK;
 }

@@ -144,11 +144,13 @@ class IZelPeerConnection {
   TopicSubscriber lastSubscriber_;
   uint64_t lastTopicChanges_ = UINT64_MAX;
 
-  // The receive thread. It is joined outside the mutex, with `joining_` set.
+  // The receive thread. It is joined outside the mutex; meanwhile nobody else touches `thread_`.
   std::mutex threadMutex_;
   std::condition_variable joined_;
   std::thread thread_;
-  bool joining_ = false;
+  std::thread::id threadId_;
+  bool isStarted_ = false;
+  bool isJoining_ = false;
   platform::Waker stopWaker_;
 };
 

@@ -14,8 +14,9 @@ void CZelScan::Close(platform::SocketHandle& socket) {
 int32_t CZelScan::start() {
   ZEL_LOG(kInfo, "ZelScan Thread Start");
   if (thread_.joinable()) return 0;
-  // Nothing may pass the thread's entry: a fault in there ends the process.
-  thread_ = std::thread([this]() noexcept { (void)svc(); });
+  // A fault that passes the thread's entry ends the process. (The entry is not noexcept: a callback's runtime may end
+  // the thread in its own way, by unwinding it.)
+  thread_ = std::thread([this] { (void)svc(); });
   stop_ = false;
   return 0;
 }
