@@ -1,0 +1,87 @@
+#include "Arguments.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "Device.h"
+#include "Failure.h"
+#include "platform/Console.h"
+
+namespace zeltool {
+namespace {
+
+struct FileCloser {
+  void operator()(std::FILE* file) const { (void)std::fclose(file); }
+};
+
+Bytes ReadAll(std::FILE* file, const std::string& name) {
+  Bytes bytes;
+  std::array<std::uint8_t, 65536> part{};
+  std::size_t count = 0;
+  while ((count = std::fread(part.data(), 1, part.size(), file)) > 0) {
+    bytes.insert(bytes.end(), part.begin(), part.begin() + static_cast<std::ptrdiff_t>(count));
+  }
+  if (std::ferror(file) != 0) throw UsageFailure("cannot read " + name + ": " + std::strerror(errno));
+  return bytes;
+}
+
+Bytes ReadFile(const std::string& path) {
+  const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
+  if (!file) throw UsageFailure("cannot open " + path + ": " + std::strerror(errno));
+  return ReadAll(file.get(), path);
+}
+
+}  // namespace
+
+CLI::Option* AddDevice(CLI::App& command, std::string& device) {
+  return command.add_option("DEVICE", device, "Identifier (192.168.1.20.0.1), or address (192.168.1.20)")
+      ->required()
+      ->check(CheckDevice)
+      ->type_name("");
+}
+
+CLI::Option* AddNumber(CLI::App& command, const std::string& name, std::uint32_t& value, std::uint32_t limit,
+                       const std::string& description) {
+  const auto take = [&value, limit, name](const std::string& text) {
+    const auto number = ParseNumber(text, limit);
+    if (!number) {
+      throw CLI::ValidationError(name, "'" + text + "' is no number from 0 to " + std::to_string(limit));
+    }
+    value = static_cast<std::uint32_t>(*number);
+  };
+  return command.add_option_function<std::string>(name, take, description)->type_name("N");
+}
+
+void AddPayload(CLI::App& command, PayloadSource& source) {
+  auto* text =
+      command.add_option("TEXT", source.text, "What to send; - reads it from standard input")->type_name("");
+  auto* hex =
+      command
+          .add_option_function<std::string>(
+              "--hex",
+              [&source](const std::string& digits) {
+                source.hex = digits;
+                source.hasHex = true;
+              },
+              "Send these bytes, as in \"01 02 ff\"")
+          ->type_name("DIGITS")
+          ->check([](const std::string& digits) {
+            return ParseHex(digits) ? std::string() : "'" + digits + "' is not pairs of hexadecimal digits";
+          });
+  auto* file = command.add_option("-f,--file", source.file, "Send what is in this file")->type_name("FILE");
+  text->excludes(hex)->excludes(file);
+  hex->excludes(file);
+}
+
+Bytes ReadPayload(const PayloadSource& source) {
+  if (source.hasHex) return *ParseHex(source.hex);
+  if (!source.file.empty()) return ReadFile(source.file);
+  if (source.text != "-") return ToBytes(source.text);
+  ReadInputAsBytes();
+  return ReadAll(stdin, "standard input");
+}
+
+}  // namespace zeltool

@@ -1,0 +1,39 @@
+// The program's commands. Each function adds one to the command line; what it is to do is left in `task` when
+// the user names it.
+#ifndef ZEL_TOOLS_ZEL_COMMANDS_H
+#define ZEL_TOOLS_ZEL_COMMANDS_H
+
+#include <CLI/CLI.hpp>
+
+#include <functional>
+
+#include "Output.h"
+#include "Stopper.h"
+
+namespace zeltool {
+
+struct Context {
+  Output& output;
+  Stopper& stopper;
+};
+
+struct Task {
+  bool usesLibrary = true;
+  // Result: the exit status. Throws the failures of Failure.h.
+  std::function<int(Context&)> run;
+};
+
+void AddScan(CLI::App& app, Task& task);
+void AddId(CLI::App& app, Task& task);
+void AddRequest(CLI::App& app, Task& task);
+void AddPub(CLI::App& app, Task& task);
+void AddSub(CLI::App& app, Task& task);
+void AddListen(CLI::App& app, Task& task);
+void AddSend(CLI::App& app, Task& task);
+void AddWatch(CLI::App& app, Task& task);
+void AddErrors(CLI::App& app, Task& task);
+void AddVersion(CLI::App& app, Task& task);
+
+}  // namespace zeltool
+
+#endif

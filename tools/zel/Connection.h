@@ -1,0 +1,42 @@
+// One connection to a device's server.
+#ifndef ZEL_TOOLS_ZEL_CONNECTION_H
+#define ZEL_TOOLS_ZEL_CONNECTION_H
+
+#include <libzel/libzel.h>
+
+#include <cstdint>
+#include <functional>
+
+namespace zeltool {
+
+class Connection {
+ public:
+  // Hears of every connection event, on the thread that connects or the receive thread.
+  using Listener = std::function<void(std::int32_t event)>;
+
+  // Connects, waiting at most 1.5 s. Whether that succeeded, the listener hears; IsConnected tells too.
+  explicit Connection(const ZelDeviceId& device, Listener listener = {});
+  // Waits for a callback that is running.
+  ~Connection();
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  ZelInstance Handle() const { return handle_; }
+  // Throws LibraryFailure when the first connect failed.
+  void RequireConnected() const;
+  // Throws LibraryFailure when a call's result is not 0. `what` is what could not be done.
+  static void Require(std::int32_t result, const char* what);
+  void StartReceiving() const;
+
+ private:
+  static void OnEvent(const ZelDeviceId* device, void* user, std::int32_t event);
+
+  ZelDeviceId device_;
+  Listener listener_;
+  std::int32_t firstOutcome_ = 0;
+  ZelInstance handle_ = 0;
+};
+
+}  // namespace zeltool
+
+#endif

@@ -1,0 +1,23 @@
+// The manual page and the shell completion, made from the command line's own definitions.
+#ifndef ZEL_TOOLS_ZEL_GENERATE_H
+#define ZEL_TOOLS_ZEL_GENERATE_H
+
+#include <CLI/CLI.hpp>
+
+#include <string>
+#include <vector>
+
+namespace zeltool {
+
+// What of an application is told to people: options and commands that are not hidden.
+std::vector<const CLI::Option*> VisibleOptions(const CLI::App& app);
+std::vector<const CLI::App*> VisibleCommands(const CLI::App& app);
+
+// A page of section 1, for man.
+std::string MakeManual(const CLI::App& app);
+// A script for bash.
+std::string MakeCompletion(const CLI::App& app);
+
+}  // namespace zeltool
+
+#endif

@@ -1,0 +1,75 @@
+// What the program says on standard output: lines for people, or one JSON object a line for programs.
+#ifndef ZEL_TOOLS_ZEL_OUTPUT_H
+#define ZEL_TOOLS_ZEL_OUTPUT_H
+
+#include <cstdint>
+#include <cstdio>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "platform/Console.h"
+
+namespace zeltool {
+
+// The members of one JSON object, in their order.
+class Record {
+ public:
+  using Value = std::variant<std::string, std::int64_t, double, bool>;
+
+  Record& Text(std::string name, std::string_view value);
+  Record& Number(std::string name, std::int64_t value);
+  Record& Real(std::string name, double value);
+  Record& Flag(std::string name, bool value);
+  // "length", and the bytes as "text" when they are text, as "hex" when not.
+  Record& Payload(std::span<const std::uint8_t> bytes);
+
+  const std::vector<std::pair<std::string, Value>>& Members() const { return members_; }
+
+ private:
+  std::vector<std::pair<std::string, Value>> members_;
+};
+
+// Belongs to the main thread. Does not own the stream.
+class Output {
+ public:
+  Output(std::FILE* stream, bool json);
+
+  bool IsJson() const { return json_; }
+  // A terminal that a person looks at: lines may be drawn again.
+  bool IsLive() const { return live_; }
+  TerminalSize Size() const { return GetTerminalSize(stream_); }
+  // False once what was written could not be taken.
+  bool IsGood() const { return good_; }
+
+  // One line, out at once.
+  void Line(std::string_view text);
+  // As it is, out at once.
+  void Raw(std::string_view bytes);
+  void Object(const Record& record);
+
+  // A line that the next one replaces, on a terminal only.
+  void Status(std::string_view text);
+  void ClearStatus();
+  // Takes the last `lines` lines away, on a terminal only.
+  void Unwrite(std::size_t lines);
+
+  // A remark beside the output, on standard error.
+  void Note(std::string_view text);
+
+ private:
+  void Write(std::string_view bytes);
+
+  std::FILE* stream_;
+  bool json_;
+  bool live_;
+  bool status_ = false;
+  bool good_ = true;
+};
+
+}  // namespace zeltool
+
+#endif

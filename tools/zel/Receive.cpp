@@ -1,0 +1,199 @@
+// zel sub, zel listen
+#include <libzel/libzel.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "Arguments.h"
+#include "Commands.h"
+#include "Connection.h"
+#include "Device.h"
+#include "Failure.h"
+#include "Format.h"
+
+namespace zeltool {
+namespace {
+
+struct ReceiveOptions {
+  std::string device;
+  std::vector<std::string> topics;
+  std::vector<std::uint16_t> ports;
+  std::uint32_t count = 0;
+  double waitSec = 0;
+  std::string format;
+};
+
+// A message, or news of the connection.
+struct Arrival {
+  std::int32_t event = 0;
+  Message message;
+};
+
+class Receiver {
+ public:
+  Receiver(const ReceiveOptions& options, Context& context)
+      : options_(options), context_(context), arrivals_(context.stopper) {}
+
+  int Run() {
+    const ZelDeviceId device = FindDevice(options_.device, kAskTimeoutMs);
+    {
+      const Connection connection(device, [this](std::int32_t event) { arrivals_.Put({event, {}}); });
+      connection.RequireConnected();
+      Subscribe(connection);
+      connection.StartReceiving();
+      if (context_.output.IsLive()) context_.output.Note("waiting for messages; Ctrl-C ends");
+      Receive();
+      // The receive thread may be waiting to put; then it could not be joined.
+      arrivals_.Close();
+    }
+    return Finish();
+  }
+
+ private:
+  static void OnTopic(std::uint32_t group, std::uint32_t offset, const char* topic, const std::uint8_t* data,
+                      std::uint32_t length, void* user) {
+    Message message{false, 0, topic, group, offset, Bytes(data, data + length), TimeOfDay()};
+    static_cast<Receiver*>(user)->arrivals_.Put({0, std::move(message)});
+  }
+
+  static void OnPort(std::uint16_t port, const std::uint8_t* data, std::uint32_t length, void* user) {
+    Message message{true, port, {}, 0, 0, Bytes(data, data + length), TimeOfDay()};
+    static_cast<Receiver*>(user)->arrivals_.Put({0, std::move(message)});
+  }
+
+  void Subscribe(const Connection& connection) {
+    for (const std::string& topic : options_.topics) {
+      Connection::Require(libzel_subscribe(connection.Handle(), topic.c_str(), OnTopic, this),
+                          ("cannot subscribe " + Printable(topic)).c_str());
+    }
+    for (const std::uint16_t port : options_.ports) {
+      Connection::Require(libzel__registerRouterEvent(connection.Handle(), port, OnPort, this),
+                          ("cannot listen on port " + std::to_string(port)).c_str());
+    }
+  }
+
+  bool IsOver() const {
+    return (options_.count > 0 && received_ >= options_.count) || context_.stopper.IsRequested() ||
+           !context_.output.IsGood();
+  }
+
+  void Receive() {
+    const Deadline deadline = options_.waitSec > 0 ? After(options_.waitSec) : Deadline();
+    while (!IsOver()) {
+      const auto arrival = arrivals_.Take(deadline);
+      if (!arrival) break;
+      if (arrival->event != 0) {
+        Report(arrival->event);
+      } else {
+        ++received_;
+        Show(arrival->message);
+      }
+    }
+  }
+
+  // The first connect is no news.
+  void Report(std::int32_t event) {
+    if (event == ZEL_EVENT_DISCONNECTED) context_.output.Note("the connection is lost");
+    if (event == ZEL_EVENT_CONNECTED && connected_) context_.output.Note("connected again");
+    if (event == ZEL_EVENT_CONNECTED) connected_ = true;
+  }
+
+  void Show(const Message& message) {
+    if (context_.output.IsJson()) return ShowObject(message);
+    if (!options_.format.empty()) return context_.output.Raw(FormatMessage(options_.format, message));
+    context_.output.Line(DefaultLine(message));
+  }
+
+  void ShowObject(const Message& message) {
+    Record record;
+    record.Text("time", message.time);
+    if (message.routed) {
+      record.Number("port", message.port);
+    } else {
+      record.Text("topic", message.topic).Number("group", message.group).Number("offset", message.offset);
+    }
+    context_.output.Object(record.Payload(message.data));
+  }
+
+  int Finish() {
+    if (context_.stopper.IsRequested() || !context_.output.IsGood()) return kDone;
+    if (received_ > 0 && received_ >= options_.count) return kDone;
+    if (received_ == 0) throw NothingArrived("nothing arrived in " + Fixed(options_.waitSec, 1) + " s");
+    throw NothingArrived(Counted(received_, "message") + " of " + std::to_string(options_.count) +
+                         " arrived in " + Fixed(options_.waitSec, 1) + " s");
+  }
+
+  const ReceiveOptions& options_;
+  Context& context_;
+  Mailbox<Arrival> arrivals_;
+  std::uint64_t received_ = 0;
+  bool connected_ = false;
+};
+
+void AddLimits(CLI::App& command, ReceiveOptions& options) {
+  AddNumber(command, "-c,--count", options.count, 1000000000, "End after so many messages");
+  command.add_option("-w,--wait", options.waitSec, "End after so many seconds, whatever arrived")
+      ->check(CLI::Range(0.001, 1e9).description(""))
+      ->type_name("S");
+  command.add_option("-F,--format", options.format, "Show messages like this; see below")
+      ->check(CheckFormat)
+      ->type_name("TEXT");
+}
+
+void SetTask(CLI::App& command, Task& task, std::shared_ptr<ReceiveOptions> options) {
+  command.callback([options, &task] {
+    task.run = [options](Context& context) { return Receiver(*options, context).Run(); };
+  });
+}
+
+constexpr const char* kSubHelp = R"(Examples:
+  zel sub 192.168.1.20.0.1 press/4/temperature
+  zel sub 192.168.1.20 alarms door/1 --json
+  zel sub 192.168.1.20 alarms --count 1 --wait 10 || echo quiet
+  zel sub 192.168.1.20 alarms --format "%T %t: %s\n"
+
+Formats: %t topic, %d data as it is, %s data with control characters made visible,
+%x data in hexadecimal, %l its length, %g index group, %o index offset, %T time,
+%% percent sign, %n or \n line feed, \t tab, \0 zero byte. No line feed is added.
+
+A lost connection is restored, and the topics are subscribed again. The status is 27
+when --wait ends with nothing, or with less than --count, received.)";
+
+constexpr const char* kListenHelp = R"(Examples:
+  zel listen 192.168.1.20.0.1 700
+  zel listen 192.168.1.20 700 701 --json
+  zel listen 192.168.1.20 700 --count 10 --wait 5 --format "%p %x\n"
+
+Formats: %p port, %d data as it is, %s data with control characters made visible,
+%x data in hexadecimal, %l its length, %T time, %% percent sign, %n or \n line
+feed, \t tab, \0 zero byte. No line feed is added.
+
+Ports up to 500 belong to the system. The status is 27 when --wait ends with
+nothing, or with less than --count, received.)";
+
+}  // namespace
+
+void AddSub(CLI::App& app, Task& task) {
+  CLI::App* command = app.add_subcommand("sub", "Subscribe topics and show what is published");
+  auto options = std::make_shared<ReceiveOptions>();
+  AddDevice(*command, options->device);
+  command->add_option("TOPIC", options->topics, "Topics to subscribe")->required()->type_name("");
+  AddLimits(*command, *options);
+  command->footer(kSubHelp);
+  SetTask(*command, task, options);
+}
+
+void AddListen(CLI::App& app, Task& task) {
+  CLI::App* command = app.add_subcommand("listen", "Show the messages that arrive on router ports");
+  auto options = std::make_shared<ReceiveOptions>();
+  AddDevice(*command, options->device);
+  command->add_option("PORT", options->ports, "Router ports to listen on, 501 to 65535")
+      ->required()
+      ->check(CLI::Range(501, 65535).description(""))
+      ->type_name("");
+  AddLimits(*command, *options);
+  command->footer(kListenHelp);
+  SetTask(*command, task, options);
+}
+
+}  // namespace zeltool

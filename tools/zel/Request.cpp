@@ -1,0 +1,205 @@
+// zel request
+#include <libzel/libzel.h>
+
+#include <memory>
+
+#include "Arguments.h"
+#include "Commands.h"
+#include "Connection.h"
+#include "Device.h"
+#include "Failure.h"
+#include "Statistics.h"
+
+namespace zeltool {
+namespace {
+
+// More than any answer can have.
+constexpr std::uint32_t kAnswerSize = 10U * 1024 * 1024;
+constexpr std::size_t kPreviewWidth = 60;
+
+struct RequestOptions {
+  std::string device;
+  std::uint32_t port = 0;
+  std::uint32_t group = 0;
+  std::uint32_t offset = 0;
+  PayloadSource payload;
+  std::string show = "auto";
+  std::uint32_t timeoutMs = 1000;
+  std::uint32_t count = 0;
+  std::uint32_t intervalMs = 0;
+  bool summary = false;
+};
+
+// The answer's payload stays valid until the next request.
+struct Answer {
+  std::int32_t error = 0;
+  std::span<const std::uint8_t> payload;
+  double milliseconds = 0;
+};
+
+class Requester {
+ public:
+  Requester(const RequestOptions& options, Context& context)
+      : options_(options), context_(context), payload_(ReadPayload(options.payload)), buffer_(kAnswerSize) {}
+
+  int Run() {
+    const Connection connection(FindDevice(options_.device, kAskTimeoutMs));
+    connection.RequireConnected();
+    return options_.count == 0 ? RunOnce(connection) : RunSeries(connection);
+  }
+
+ private:
+  int RunOnce(const Connection& connection) {
+    const Answer answer = Ask(connection);
+    if (context_.output.IsJson()) {
+      ShowObject(1, answer);
+    } else {
+      Show(answer.payload);
+    }
+    if (answer.error != ZEL_OK) throw LibraryFailure(Describe(answer.error), answer.error);
+    return kDone;
+  }
+
+  int RunSeries(const Connection& connection) {
+    for (std::uint32_t number = 1; number <= options_.count; ++number) {
+      if (number > 1 && context_.stopper.Sleep(options_.intervalMs / 1000.0)) break;
+      if (!context_.output.IsGood()) break;
+      const Answer answer = Ask(connection);
+      ++sent_;
+      if (answer.error == ZEL_OK) {
+        times_.Add(answer.milliseconds);
+      } else {
+        onlyTimeouts_ = onlyTimeouts_ && answer.error == ZEL_E_TIMEOUT;
+      }
+      if (!options_.summary) ShowLine(number, answer);
+    }
+    ShowSummary();
+    if (times_.Count() == sent_) return kDone;
+    return onlyTimeouts_ ? kNothingArrived : kLibraryFailed;
+  }
+
+  Answer Ask(const Connection& connection) {
+    const auto start = Clock::now();
+    Answer answer;
+    const std::int32_t sent = libzel_sync_send(
+        connection.Handle(), static_cast<std::uint16_t>(options_.port), options_.group, options_.offset,
+        payload_.data(), static_cast<std::uint32_t>(payload_.size()), options_.timeoutMs);
+    if (sent == 0) throw UsageFailure("more than fits into one request (10 MiB)");
+    if (sent < 0) {
+      answer.error = libzel_get_errno();
+      return answer;
+    }
+    const std::int32_t received =
+        libzel_sync_recv(connection.Handle(), nullptr, buffer_.data(), kAnswerSize, options_.timeoutMs);
+    answer.error = libzel_get_errno();
+    answer.milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+    if (received > 0) answer.payload = std::span(buffer_).first(static_cast<std::size_t>(received));
+    return answer;
+  }
+
+  static std::string Describe(std::int32_t error) {
+    if (error == ZEL_E_TIMEOUT) return "no answer";
+    if (error == ZEL_E_DISCONNECTED) return "no answer, the connection is lost";
+    return "the answer is an error";
+  }
+
+  void Show(std::span<const std::uint8_t> payload) {
+    const bool text = options_.show == "text" || (options_.show == "auto" && IsText(payload));
+    if (options_.show == "raw") return context_.output.Raw(AsText(payload));
+    if (!text) return context_.output.Raw(HexDump(payload));
+    if (payload.empty()) return;
+    if (IsText(payload)) {
+      context_.output.Raw(AsText(payload));
+      if (payload.back() != '\n') context_.output.Raw("\n");
+    } else {
+      context_.output.Line(Printable(AsText(payload)));
+    }
+  }
+
+  void ShowObject(std::uint32_t number, const Answer& answer) {
+    Record record;
+    record.Number("number", number).Real("milliseconds", answer.milliseconds).Number("error", answer.error);
+    if (answer.error != ZEL_OK) record.Text("errorText", libzel_strerror(answer.error));
+    context_.output.Object(record.Payload(answer.payload));
+  }
+
+  void ShowLine(std::uint32_t number, const Answer& answer) {
+    if (context_.output.IsJson()) return ShowObject(number, answer);
+    const std::string head = PadLeft(std::to_string(number), 5) + "  ";
+    if (answer.error != ZEL_OK) return context_.output.Line(head + ErrorText(answer.error));
+    const auto begin = answer.payload.first(std::min(kPreviewWidth / 3, answer.payload.size()));
+    std::string preview = IsText(answer.payload) && answer.payload.size() <= kPreviewWidth
+                              ? Printable(AsText(answer.payload))
+                              : HexBytes(begin) + (begin.size() < answer.payload.size() ? " ..." : "");
+    context_.output.Line(head + PadLeft(Fixed(answer.milliseconds, 3), 9) + " ms  " +
+                         PadLeft(ReadableSize(static_cast<double>(answer.payload.size())), 9) + "  " +
+                         preview);
+  }
+
+  void ShowSummary() {
+    if (context_.output.IsJson()) {
+      Record record;
+      record.Flag("summary", true).Number("requests", sent_).Number("answers", Answers());
+      if (times_.Count() > 0) {
+        record.Real("minimum", times_.Quantile(0)).Real("median", times_.Quantile(0.5));
+        record.Real("percentile99", times_.Quantile(0.99)).Real("maximum", times_.Quantile(1));
+      }
+      context_.output.Object(record);
+      return;
+    }
+    context_.output.Line(Counted(sent_, "request") + ", " + Counted(times_.Count(), "answer"));
+    if (times_.Count() == 0) return;
+    context_.output.Line("minimum " + Fixed(times_.Quantile(0), 3) + " ms, median " +
+                         Fixed(times_.Quantile(0.5), 3) + " ms, 99% " + Fixed(times_.Quantile(0.99), 3) +
+                         " ms, maximum " + Fixed(times_.Quantile(1), 3) + " ms");
+  }
+
+  std::int64_t Answers() const { return static_cast<std::int64_t>(times_.Count()); }
+
+  const RequestOptions& options_;
+  Context& context_;
+  Bytes payload_;
+  Bytes buffer_;
+  Statistics times_;
+  std::uint32_t sent_ = 0;
+  bool onlyTimeouts_ = true;
+};
+
+constexpr const char* kRequestHelp = R"(Examples:
+  zel request 192.168.1.20.0.1 --port 600 --group 1 --offset 2 "How are you?"
+  zel request 192.168.1.20 -p 600 -g 0x1000 -o 1 --hex "01 02 ff" --show hex
+  zel request 192.168.1.20 -p 600 -g 1 -o 2 --file question.bin --show raw >answer.bin
+  zel request 192.168.1.20 -p 600 -g 1 -o 2 hello --count 100 --interval 10
+
+The answer is shown as text if it is text, as a hex dump if not. With --count, each
+answer has a line with its time, and a summary follows. The status is 1 when the
+device answers with an error, 27 when it does not answer in time.)";
+
+}  // namespace
+
+void AddRequest(CLI::App& app, Task& task) {
+  CLI::App* command = app.add_subcommand("request", "Ask a device and show its answer");
+  auto options = std::make_shared<RequestOptions>();
+  AddDevice(*command, options->device);
+  AddPayload(*command, options->payload);
+  AddNumber(*command, "-p,--port", options->port, 65535, "Router port of the one who is asked")->required();
+  AddNumber(*command, "-g,--group", options->group, 0xFFFFFFFFU, "Index group")->required();
+  AddNumber(*command, "-o,--offset", options->offset, 0xFFFFFFFFU, "Index offset")->required();
+  command->add_option("--show", options->show, "How to show the answer: auto, text, hex or raw")
+      ->check(CLI::IsMember({"auto", "text", "hex", "raw"}, CLI::ignore_case).description(""))
+      ->type_name("HOW");
+  AddNumber(*command, "-t,--timeout", options->timeoutMs, 3600000,
+            "How long to wait for an answer; 1000 if not given")
+      ->type_name("MS");
+  AddNumber(*command, "-c,--count", options->count, 1000000000, "Ask so often, and measure");
+  AddNumber(*command, "-i,--interval", options->intervalMs, 3600000,
+            "Time between an answer and the next request")
+      ->type_name("MS");
+  command->add_flag("--summary", options->summary, "With --count, show the summary only");
+  command->footer(kRequestHelp);
+  command->callback([options, &task] {
+    task.run = [options](Context& context) { return Requester(*options, context).Run(); };
+  });
+}
+
+}  // namespace zeltool
