@@ -38,7 +38,7 @@ class DiscoveryAnswerTest : public testing::Test {
   static void SetUpTestSuite() {
     ASSERT_EQ(StartLibrary().result, 0);
     // The discovery thread opens its sockets in its own time.
-    static Recorder<int> heard;  // a call may still be under way at the end
+    static auto& heard = *new Recorder<int>;  // a call may still be under way at the end
     ASSERT_EQ(libzel_registerZelScanEvent(Heard, &heard), 0);
     ASSERT_EQ(libzel_startZelScan(), 0);
     const TestDatagram device("127.0.0.1", 0);

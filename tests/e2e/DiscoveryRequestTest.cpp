@@ -70,7 +70,8 @@ class DiscoveryRequestTest : public testing::Test {
     });
   }
 
-  inline static ScanRecorder devices_;
+  // Never destroyed: calls go on until the process ends.
+  inline static ScanRecorder& devices_ = *new ScanRecorder;
   inline static std::chrono::system_clock::time_point endOfScan_;
 };
 

@@ -46,7 +46,7 @@ TEST_P(FileDeliveryTest, ArrivesWhole) {
   const fs::path sent = lab_ / ("sent" + std::to_string(GetParam()));
   const std::string name = "received" + std::to_string(GetParam());
   std::ofstream(sent, std::ios::binary).write(content.data(), static_cast<std::streamsize>(content.size()));
-  static ProgressRecorder progress;
+  static auto& progress = *new ProgressRecorder;
   const uint32_t id = ZelFileTransfer(kDevice, 0, 0, sent.string().c_str(), name.c_str(),
                                       ProgressRecorder::Callback, &progress);
   ASSERT_TRUE(progress.AwaitThat(

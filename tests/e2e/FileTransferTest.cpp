@@ -83,7 +83,7 @@ class FileTransferTest : public testing::Test {
   static void AwaitIdle() {
     const FileDevice device;
     const LocalFile file(0);
-    static ProgressRecorder recorder;
+    static auto& recorder = *new ProgressRecorder;
     const size_t before = recorder.Count();
     (void)Submit(device, file, recorder);
     ASSERT_TRUE(recorder.Await(before + 3, 30000));
@@ -245,7 +245,7 @@ TEST_F(FileTransferTest, TransfersCountFrom0InEveryProcess) {
   IN_OWN_PROCESS({
     const FileDevice device;
     const LocalFile file(10);
-    static ProgressRecorder recorder;
+    static auto& recorder = *new ProgressRecorder;
     EXPECT_EQ(Submit(device, file, recorder), 0U);
     EXPECT_EQ(Submit(device, file, recorder), 1U);
     EXPECT_TRUE(recorder.Await(6));
@@ -429,8 +429,8 @@ TEST_F(FileTransferTest, AFileThatCannotBeOpenedHoldsUpAllOthersUnlessRefused) {
   IN_OWN_PROCESS({
     const FileDevice device;
     const LocalFile file(10);
-    static ProgressRecorder missing;
-    static ProgressRecorder later;
+    static auto& missing = *new ProgressRecorder;
+    static auto& later = *new ProgressRecorder;
     (void)ZelFileTransfer(device.Target(), 0, 0, "no such file", "r", ProgressRecorder::Callback, &missing);
     (void)Submit(device, file, later);
     EXPECT_FALSE(later.Await(2, 300));

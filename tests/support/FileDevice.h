@@ -83,7 +83,7 @@ struct SeenProgress {
   std::thread::id thread;
 };
 
-// Never destroyed before the library has dropped the transfers that it was given to: make it static, or wait.
+// Never destroyed before the library has dropped the transfers that it was given to: leave it alive, or wait.
 class ProgressRecorder : public Recorder<SeenProgress> {
  public:
   static int32_t Callback(const ZelDeviceId* device, uint32_t transfer, float progress, uint32_t error,
