@@ -34,8 +34,12 @@ namespace log_internal {
 inline std::atomic<int32_t> g_threshold{0};
 
 // The function's qualified name, cut from the compiler's decorated one ("int libzel::Socket::readn(...)"). The
-// library's own outer namespace is left out, that of the XML reader is part of its name.
+// library's own outer namespace and unnamed ones are left out, that of the XML reader is part of its name.
 constexpr std::string_view QualifiedName(std::string_view decorated) {
+  for (const std::string_view unnamed : {"(anonymous namespace)::", "{anonymous}::"}) {
+    const size_t at = decorated.find(unnamed);
+    if (at < decorated.find('(') + 1) decorated.remove_prefix(at + unnamed.size());
+  }
   const std::string_view upToArguments = decorated.substr(0, decorated.find('('));
   std::string_view name = upToArguments.substr(upToArguments.find_last_of(" *&") + 1);
   constexpr std::string_view kOuter = "libzel::";

@@ -126,7 +126,7 @@ TEST(FrameTest, TextsEndAtTheirFirstNulButDataDoesNot) {
 
 TEST(FrameTest, ARecordThatEndsBetweenFieldsLeavesTheRestEmpty) {
   const Bytes bytes = Example();
-  for (const size_t size : {0, 8, 16, 24, 28, 30, 34, 38, 42}) {
+  for (const size_t size : {0U, 8U, 16U, 24U, 28U, 30U, 34U, 38U, 42U}) {
     const auto record = ReadTopicRecord({bytes.data(), size});
     ASSERT_TRUE(record) << size;
     EXPECT_EQ(record->verb, size >= 28 ? "pub" : "") << size;
@@ -160,7 +160,7 @@ TEST(FrameTest, LengthsBeyondTheMessageAreRefused) {
   for (const uint64_t length : {uint64_t{18}, uint64_t{42}, uint64_t{0x7FFFFFFF}, uint64_t{0xFFFFFFFF},
                                 uint64_t{1} << 63, ~uint64_t{0}, ~uint64_t{0} - 1, ~uint64_t{0} - 23,
                                 ~uint64_t{0} - 24, ~uint64_t{0} - 25, ~uint64_t{0} - 41}) {
-    for (const size_t field : {0, 8, 16}) {
+    for (const size_t field : {0U, 8U, 16U}) {
       Bytes bytes = Example();
       PutLe64(bytes.data() + field, length);
       EXPECT_FALSE(ReadTopicRecord(bytes)) << field << ": " << length;

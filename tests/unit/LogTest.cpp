@@ -124,7 +124,7 @@ TEST_F(LogTest, LineNumbersAreSigned) {
 
 TEST_F(LogTest, AMessageIsCutTo8191Characters) {
   const std::string fits(8191, 'a');
-  for (const size_t more : {0, 1, 2, 1000, 100000}) {
+  for (const size_t more : {0U, 1U, 2U, 1000U, 100000U}) {
     const std::string text = fits + std::string(more, 'b');
     EXPECT_EQ(MessageOf(OutputOf([&] { LogPrint(1, kFile, "F", 1, "%s", text.c_str()); })), fits + "\n")
         << more;
@@ -161,6 +161,10 @@ TEST_F(LogTest, NamesAreCutFromTheCompilersText) {
   static_assert(QualifiedName("libzel::CTcpclient::CTcpclient(int)") == "CTcpclient::CTcpclient");
   static_assert(QualifiedName("bool libzel::xml::Document::Parse(const char*)") ==
                 "libzel::xml::Document::Parse");
+  static_assert(QualifiedName("void libzel::(anonymous namespace)::Thing::Speak(int)") == "Thing::Speak");
+  static_assert(QualifiedName("void libzel::{anonymous}::Thing::Speak(int)") == "Thing::Speak");
+  static_assert(QualifiedName("void libzel::Speak(libzel::{anonymous}::Thing)") == "Speak");
+  static_assert(QualifiedName("void libzel::Speak(libzel::(anonymous namespace)::Thing)") == "Speak");
   static_assert(log_internal::FileName("/a/b/c.cpp") == "c.cpp");
   static_assert(log_internal::FileName("c.cpp") == "c.cpp");
 }
