@@ -62,9 +62,9 @@ class Receiver {
   }
 
   void Subscribe(const Connection& connection) {
+    // One that cannot be sent just now is kept, and is sent when the connection is restored.
     for (const std::string& topic : options_.topics) {
-      Connection::Require(libzel_subscribe(connection.Handle(), topic.c_str(), OnTopic, this),
-                          ("cannot subscribe " + Printable(topic)).c_str());
+      (void)libzel_subscribe(connection.Handle(), topic.c_str(), OnTopic, this);
     }
     for (const std::uint16_t port : options_.ports) {
       Connection::Require(libzel__registerRouterEvent(connection.Handle(), port, OnPort, this),

@@ -1,0 +1,108 @@
+// What needs no device: codes, version, help, wrong command lines, generated texts.
+#include <gtest/gtest.h>
+
+#include "ZelProcess.h"
+
+TEST(PlainTest, ErrorsListsEveryCode) {
+  const ZelResult result = RunZel({"errors"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(Lines(result.output).size(), 49U);
+  EXPECT_TRUE(Contains(result.output, " 4104  0x1008  ZEL_E_TIMEOUT        recv message timeout\n"));
+  EXPECT_TRUE(Contains(result.output, "16389  0x4005                       component name is illegal\n"));
+}
+
+TEST(PlainTest, ErrorsExplainsOneCodeInBothNotations) {
+  const ZelResult decimal = RunZel({"errors", "4104"});
+  EXPECT_EQ(decimal.status, 0);
+  EXPECT_EQ(Lines(decimal.output).size(), 1U);
+  EXPECT_EQ(RunZel({"errors", "0x1008"}).output, decimal.output);
+}
+
+TEST(PlainTest, ErrorsKnowsCodesWithoutText) {
+  EXPECT_TRUE(Contains(RunZel({"errors", "77"}).output, "Unknown error code"));
+}
+
+TEST(PlainTest, ErrorsWritesObjects) {
+  EXPECT_EQ(RunZel({"errors", "5", "--json"}).output,
+            "{\"code\":5,\"text\":\"alaready disconnect\",\"name\":\"ZEL_E_DISCONNECTED\"}\n");
+}
+
+TEST(PlainTest, ErrorsRefusesWhatIsNoNumber) {
+  const ZelResult result = RunZel({"errors", "many"});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.output, "");
+  EXPECT_TRUE(Contains(result.errors, "'many' is no error number"));
+}
+
+TEST(PlainTest, VersionIsThatOfTheLibrary) {
+  EXPECT_EQ(RunZel({"version"}).output, "zel 0.2.3, libzel 0.2.3\n");
+  EXPECT_EQ(RunZel({"--json", "version"}).output, "{\"zel\":\"0.2.3\",\"libzel\":\"0.2.3\"}\n");
+}
+
+TEST(PlainTest, HelpShowsEveryCommand) {
+  const ZelResult result = RunZel({"--help"});
+  EXPECT_EQ(result.status, 0);
+  for (const char* command :
+       {"scan", "id", "errors", "version", "request", "pub", "sub", "listen", "send", "watch"}) {
+    EXPECT_TRUE(Contains(result.output, std::string("\n  ") + command + " ")) << command;
+    const ZelResult own = RunZel({command, "--help"});
+    EXPECT_EQ(own.status, 0) << command;
+    EXPECT_TRUE(Contains(own.output, "zel ")) << command;
+  }
+}
+
+TEST(PlainTest, HelpHasExamples) {
+  for (const char* command : {"scan", "id", "errors", "request", "pub", "sub", "listen", "send", "watch"}) {
+    EXPECT_TRUE(Contains(RunZel({command, "--help"}).output, "Examples:")) << command;
+  }
+}
+
+TEST(PlainTest, WrongCommandLinesAreUsage) {
+  const std::vector<std::vector<std::string>> wrong = {
+      {},
+      {"dance"},
+      {"scan", "--seconds", "soon"},
+      {"id"},
+      {"id", "get"},
+      {"id", "get", "1.2.3"},
+      {"id", "set", "1.2.3.4", "1.2.3.4.5.256"},
+      {"request", "1.2.3.4.5.6"},
+      {"request", "1.2.3.4.5", "-p", "1", "-g", "1", "-o", "1"},
+      {"request", "1.2.3.4.5.6", "-p", "65536", "-g", "1", "-o", "1"},
+      {"request", "1.2.3.4.5.6", "-p", "1", "-g", "1", "-o", "1", "text", "--hex", "01"},
+      {"request", "1.2.3.4.5.6", "-p", "1", "-g", "1", "-o", "1", "--hex", "0"},
+      {"pub", "1.2.3.4.5.6"},
+      {"sub", "1.2.3.4.5.6"},
+      {"sub", "1.2.3.4.5.6", "topic", "--format", "%q"},
+      {"listen", "1.2.3.4.5.6", "500"},
+      {"send", "1.2.3.4.5.6", "700", "file"},
+      {"watch"},
+  };
+  for (const auto& arguments : wrong) {
+    const ZelResult result = RunZel(arguments);
+    std::string line = "zel";
+    for (const std::string& argument : arguments) line += " " + argument;
+    EXPECT_EQ(result.status, 2) << line;
+    EXPECT_EQ(result.output, "") << line;
+    EXPECT_NE(result.errors, "") << line;
+  }
+}
+
+TEST(PlainTest, ManualDescribesEveryCommandAndOption) {
+  const ZelResult result = RunZel({"--generate", "man"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_TRUE(result.output.starts_with(".TH ZEL 1"));
+  for (const char* part :
+       {".SH SYNOPSIS", "zel request", "zel id set", "\\-\\-interval", "\\fIDEVICE\\fR", ".SH NOTES"}) {
+    EXPECT_TRUE(Contains(result.output, part)) << part;
+  }
+  EXPECT_FALSE(Contains(result.output, "generate"));
+}
+
+TEST(PlainTest, CompletionNamesCommandsAndOptions) {
+  const ZelResult result = RunZel({"--generate", "completion"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_TRUE(Contains(result.output, "complete -o filenames -F _zel zel"));
+  EXPECT_TRUE(Contains(result.output, "'id') words='local get set'"));
+  EXPECT_TRUE(Contains(result.output, "--summary"));
+}

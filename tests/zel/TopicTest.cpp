@@ -1,0 +1,104 @@
+#include <gtest/gtest.h>
+
+#include "Devices.h"
+#include "ZelProcess.h"
+
+namespace {
+
+// Publishes until the subscriber has what it waits for, as a subscription shows by nothing else when it is
+// there.
+ZelResult ReceiveFrom(const std::vector<std::string>& sub, const std::vector<std::string>& pub,
+                      const std::string& input = "") {
+  ZelProcess subscriber(sub);
+  std::vector<std::string> arguments = {"pub", kDevice};
+  arguments.insert(arguments.end(), pub.begin(), pub.end());
+  for (int i = 0; i < 50 && subscriber.Output().empty(); ++i) {
+    const ZelResult result = RunZel(arguments, input);
+    EXPECT_EQ(result.status, 0) << result.errors;
+    if (result.status != 0) break;
+  }
+  const int status = subscriber.Wait();
+  return {status, subscriber.Output(), subscriber.Errors()};
+}
+
+}  // namespace
+
+TEST(TopicTest, ShowsTopicAndText) {
+  const ZelResult result = ReceiveFrom({"sub", kDevice, "a/b", "-c", "1"}, {"a/b", "21.5"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.output, "a/b  21.5\n");
+}
+
+TEST(TopicTest, ShowsBytesInHexadecimal) {
+  EXPECT_EQ(ReceiveFrom({"sub", kAddress, "bytes", "-c", "1"}, {"bytes", "--hex", "00ff"}).output,
+            "bytes  [2 bytes] 00 ff\n");
+}
+
+TEST(TopicTest, EscapeSequencesDoNotReachTheTerminal) {
+  EXPECT_EQ(ReceiveFrom({"sub", kDevice, "esc", "-c", "1", "--format", "%s\\n"}, {"esc", "--hex", "1b5b324a"})
+                .output,
+            "\\x1b[2J\n");
+}
+
+TEST(TopicTest, WritesObjects) {
+  const ZelResult result = ReceiveFrom({"sub", kDevice, "json", "-c", "1", "--json"},
+                                       {"json", "x", "--group", "0x10", "--offset", "3"});
+  EXPECT_TRUE(
+      Contains(result.output, "\"topic\":\"json\",\"group\":16,\"offset\":3,\"length\":1,\"text\":\"x\"}\n"))
+      << result.output;
+}
+
+TEST(TopicTest, FormatsAsTheUserWants) {
+  const ZelResult result = ReceiveFrom({"sub", kDevice, "f", "-c", "1", "-F", "%t|%d|%x|%l|%g|%o|100%%\\n"},
+                                       {"f", "ab", "-g", "1", "-o", "2"});
+  EXPECT_EQ(result.output, "f|ab|61 62|2|1|2|100%\n");
+}
+
+TEST(TopicTest, HearsSeveralTopics) {
+  ZelProcess subscriber({"sub", kDevice, "one", "two", "--count", "400"});
+  while (!Contains(subscriber.Output(), "two  2\n")) {
+    ASSERT_EQ(RunZel({"pub", kDevice, "one", "1"}).status, 0);
+    ASSERT_EQ(RunZel({"pub", kDevice, "two", "2"}).status, 0);
+  }
+  EXPECT_TRUE(subscriber.SaysOutput("one  1\n"));
+}
+
+TEST(TopicTest, EachLineOfTheInputIsPublished) {
+  const ZelResult result =
+      ReceiveFrom({"sub", kDevice, "lines", "-c", "3", "-F", "<%d>"}, {"lines", "--lines"}, "a\nb\r\n\n");
+  EXPECT_EQ(result.output, "<a><b><>");
+}
+
+TEST(TopicTest, NothingIsLostWhenThePublisherEnds) {
+  const ZelResult result =
+      ReceiveFrom({"sub", kDevice, "many", "-c", "2000", "-F", "%d\\n"}, {"many", "x", "--count", "2000"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(Lines(result.output).size(), 2000U);
+}
+
+TEST(TopicTest, PubTellsProgramsWhatItDid) {
+  EXPECT_EQ(RunZel({"pub", kDevice, "t", "abc", "-c", "2", "--json"}).output,
+            "{\"topic\":\"t\",\"published\":2,\"bytes\":6,\"confirmed\":true}\n");
+  EXPECT_EQ(RunZel({"pub", kDevice, "t", "abc"}).output, "");
+}
+
+TEST(TopicTest, PubPublishesAFileAndStandardInput) {
+  const std::string path = ScratchFile("publication");
+  WriteWhole(path, "from a file");
+  EXPECT_EQ(ReceiveFrom({"sub", kDevice, "file", "-c", "1"}, {"file", "--file", path}).output,
+            "file  from a file\n");
+  EXPECT_EQ(ReceiveFrom({"sub", kDevice, "in", "-c", "1"}, {"in", "-"}, "from the input\n").output,
+            "in  from the input\n");
+}
+
+TEST(TopicTest, SilenceIsNothingArrived) {
+  const ZelResult result = RunZel({"sub", kDevice, "quiet", "--wait", "0.2"});
+  EXPECT_EQ(result.status, 27);
+  EXPECT_EQ(result.output, "");
+  EXPECT_TRUE(Contains(result.errors, "nothing arrived in 0.2 s"));
+}
+
+TEST(TopicTest, NoServerIsAnError) {
+  EXPECT_EQ(RunZel({"sub", kAbsentDevice, "t"}).status, 1);
+  EXPECT_EQ(RunZel({"pub", kAbsentDevice, "t", "x"}).status, 1);
+}

@@ -1,0 +1,107 @@
+#include "ZelProcess.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "ZelProcessSystem.h"
+
+namespace {
+
+constexpr std::chrono::seconds kPatience{30};
+constexpr std::chrono::milliseconds kPause{10};
+
+template <typename Condition>
+bool WaitUntil(Condition condition) {
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() >= end) return false;
+    std::this_thread::sleep_for(kPause);
+  }
+  return true;
+}
+
+int Count(const std::string& text, const std::string& part) {
+  int count = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size()))
+    ++count;
+  return count;
+}
+
+std::string FromEnvironment(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? "" : value;
+}
+
+}  // namespace
+
+std::string ZelProgram() { return FromEnvironment("ZEL_PROGRAM"); }
+
+std::string ScratchFile(const std::string& name) { return FromEnvironment("ZEL_LAB") + "/" + name; }
+
+std::string ReadWhole(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream content;
+  content << file.rdbuf();
+  return content.str();
+}
+
+void WriteWhole(const std::string& path, const std::string& content) {
+  std::ofstream(path, std::ios::binary) << content;
+}
+
+ZelProcess::ZelProcess(const std::vector<std::string>& arguments, const std::string& input) {
+  static int number = 0;
+  prefix_ = ScratchFile("zel" + std::to_string(++number));
+  WriteWhole(prefix_ + ".in", input);
+  system_ = std::make_unique<System>(ZelProgram(), arguments, prefix_);
+}
+
+ZelProcess::~ZelProcess() {
+  if (!Poll()) system_->End();
+}
+
+bool ZelProcess::Poll() { return status_ != -1 || system_->HasEnded(status_); }
+
+int ZelProcess::Wait() {
+  return WaitUntil([this] { return Poll(); }) ? status_ : -1;
+}
+
+bool ZelProcess::Says(const std::string& path, const std::string& text, int times) {
+  bool ended = false;
+  return WaitUntil([&] {
+           // In this order, so that the last words are read.
+           const bool endedBefore = Poll();
+           if (Count(ReadWhole(path), text) >= times) return true;
+           ended = endedBefore;
+           return ended;
+         }) &&
+         !ended;
+}
+
+bool ZelProcess::SaysOutput(const std::string& text, int times) {
+  return Says(prefix_ + ".out", text, times);
+}
+bool ZelProcess::SaysError(const std::string& text, int times) { return Says(prefix_ + ".err", text, times); }
+void ZelProcess::Interrupt() { system_->Interrupt(); }
+std::string ZelProcess::Output() const { return ReadWhole(prefix_ + ".out"); }
+std::string ZelProcess::Errors() const { return ReadWhole(prefix_ + ".err"); }
+
+ZelResult RunZel(const std::vector<std::string>& arguments, const std::string& input) {
+  ZelProcess process(arguments, input);
+  const int status = process.Wait();
+  return {status, process.Output(), process.Errors()};
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+bool Contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}

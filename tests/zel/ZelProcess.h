@@ -1,0 +1,57 @@
+// The zel program, run as a user runs it.
+#ifndef ZEL_TESTS_ZEL_ZEL_PROCESS_H
+#define ZEL_TESTS_ZEL_ZEL_PROCESS_H
+
+#include <memory>
+#include <string>
+#include <vector>
+
+// The program's file and the folder for what it reads and writes: from the environment (ZEL_PROGRAM,
+// ZEL_LAB).
+std::string ZelProgram();
+std::string ScratchFile(const std::string& name);
+std::string ReadWhole(const std::string& path);
+void WriteWhole(const std::string& path, const std::string& content);
+
+class ZelProcess {
+ public:
+  // Starts it with standard input, output and error in files.
+  explicit ZelProcess(const std::vector<std::string>& arguments, const std::string& input = "");
+  // Ends it if it still runs.
+  ~ZelProcess();
+  ZelProcess(const ZelProcess&) = delete;
+  ZelProcess& operator=(const ZelProcess&) = delete;
+
+  // The exit status; -1 when it does not end within half a minute.
+  int Wait();
+  // True once the output, or the error output, contains `text` so many times; false after half a minute, or when the
+  // program ended without.
+  bool SaysOutput(const std::string& text, int times = 1);
+  bool SaysError(const std::string& text, int times = 1);
+  // As Ctrl-C does. Linux only.
+  void Interrupt();
+
+  std::string Output() const;
+  std::string Errors() const;
+
+ private:
+  struct System;
+  bool Poll();
+  bool Says(const std::string& path, const std::string& text, int times);
+
+  std::string prefix_;
+  std::unique_ptr<System> system_;
+  int status_ = -1;
+};
+
+struct ZelResult {
+  int status;
+  std::string output;
+  std::string errors;
+};
+ZelResult RunZel(const std::vector<std::string>& arguments, const std::string& input = "");
+
+std::vector<std::string> Lines(const std::string& text);
+bool Contains(const std::string& text, const std::string& part);
+
+#endif

@@ -1,0 +1,61 @@
+#include <windows.h>
+
+#include "ZelProcessSystem.h"
+
+namespace {
+
+HANDLE OpenInherited(const std::string& path, DWORD access, DWORD disposition) {
+  SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
+  return CreateFileA(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited, disposition,
+                     FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+// As the receiving program takes a command line apart again.
+std::string Quoted(const std::string& argument) {
+  std::string out = "\"";
+  std::size_t backslashes = 0;
+  for (const char character : argument) {
+    if (character == '"') out.append(backslashes + 1, '\\');
+    backslashes = character == '\\' ? backslashes + 1 : 0;
+    out += character;
+  }
+  return out.append(backslashes, '\\') + "\"";
+}
+
+HANDLE AsHandle(std::intptr_t process) { return reinterpret_cast<HANDLE>(process); }
+
+}  // namespace
+
+ZelProcess::System::System(const std::string& program, const std::vector<std::string>& arguments,
+                           const std::string& prefix) {
+  std::string line = Quoted(program);
+  for (const std::string& argument : arguments) line += " " + Quoted(argument);
+  STARTUPINFOA start{};
+  start.cb = sizeof start;
+  start.dwFlags = STARTF_USESTDHANDLES;
+  start.hStdInput = OpenInherited(prefix + ".in", GENERIC_READ, OPEN_EXISTING);
+  start.hStdOutput = OpenInherited(prefix + ".out", GENERIC_WRITE, CREATE_ALWAYS);
+  start.hStdError = OpenInherited(prefix + ".err", GENERIC_WRITE, CREATE_ALWAYS);
+  PROCESS_INFORMATION info{};
+  (void)CreateProcessA(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &start, &info);
+  for (HANDLE handle : {start.hStdInput, start.hStdOutput, start.hStdError, info.hThread})
+    (void)CloseHandle(handle);
+  process_ = reinterpret_cast<std::intptr_t>(info.hProcess);
+}
+
+ZelProcess::System::~System() { (void)CloseHandle(AsHandle(process_)); }
+
+bool ZelProcess::System::HasEnded(int& status) {
+  if (WaitForSingleObject(AsHandle(process_), 0) != WAIT_OBJECT_0) return false;
+  DWORD code = 0;
+  (void)GetExitCodeProcess(AsHandle(process_), &code);
+  status = static_cast<int>(code);
+  return true;
+}
+
+void ZelProcess::System::Interrupt() {}
+
+void ZelProcess::System::End() {
+  (void)TerminateProcess(AsHandle(process_), 99);
+  (void)WaitForSingleObject(AsHandle(process_), INFINITE);
+}
