@@ -1,0 +1,196 @@
+/// @file
+/// Results, bytes, and exceptions in callbacks. Included by libzel.hpp.
+#ifndef LIBZEL_HPP_BASICS_HPP
+#define LIBZEL_HPP_BASICS_HPP
+
+#include <libzel/libzel.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <mutex>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace zel {
+
+/// The unit of all time-outs.
+using Milliseconds = std::chrono::milliseconds;
+
+/// A code that the C++ header adds: the data does not fit into a message; nothing was sent.
+inline constexpr int32_t kErrorTooLong = 4109;
+/// A code that the C++ header adds: a file transfer was stopped by its callback or by Cancel.
+inline constexpr int32_t kErrorCancelled = -2;
+
+/// The most payload bytes that a request carries.
+inline constexpr size_t kMaxPayload = 10485760 - 29;
+
+/// A code and its text. Small: pass it by value.
+class [[nodiscard]] Result {
+ public:
+  constexpr Result() = default;
+  /// The result with a code of libzel.h.
+  constexpr explicit Result(int32_t code) : code_(code) {}
+
+  /// True when the code is 0.
+  constexpr bool IsOk() const { return code_ == ZEL_OK; }
+  /// As IsOk.
+  constexpr explicit operator bool() const { return IsOk(); }
+  /// A code of libzel.h or of this header, or whatever a server or device answered.
+  constexpr int32_t Code() const { return code_; }
+  /// The constant English text of the code.
+  const char* Text() const {
+    return code_ == kErrorCancelled ? "transfer cancelled" : libzel_strerror(code_);
+  }
+  /// Says on purpose that a result does not matter.
+  constexpr void Ignore() const {}
+
+  /// Compares codes.
+  friend constexpr bool operator==(Result left, Result right) { return left.code_ == right.code_; }
+  /// Compares codes.
+  friend constexpr bool operator!=(Result left, Result right) { return left.code_ != right.code_; }
+
+ private:
+  int32_t code_ = ZEL_OK;
+};
+
+/// A result with a value. The value of a failed call is empty (T{}) unless the call says otherwise.
+template <typename T>
+class [[nodiscard]] ValueOf : public Result {
+ public:
+  /// A result and its value.
+  ValueOf(Result result, T value) : Result(result), value_(std::move(value)) {}
+
+  /// @name The value
+  /// @{
+
+  /// There is one in every case; what it is after a failure, the call says.
+  T& operator*() & { return value_; }
+  const T& operator*() const& { return value_; }
+  T&& operator*() && { return std::move(value_); }
+  T* operator->() { return &value_; }
+  const T* operator->() const { return &value_; }
+  /// @}
+
+ private:
+  T value_;
+};
+
+/// A view of bytes that somebody else owns (a std::span takes one as it is), made from anything that holds
+/// bytes or characters in a row: a string, a literal (without its NUL), a std::vector<uint8_t>, a std::array,
+/// a std::span, or a pointer and a size.
+class Bytes {
+ public:
+  constexpr Bytes() = default;
+  /// @name From bytes in a row
+  /// @{
+
+  /// The view holds no copy: what it is made from must live as long as the view is used.
+  constexpr Bytes(const uint8_t* data, size_t size) : data_(data), size_(size) {}
+  Bytes(const char* text) : Bytes(std::string_view(text)) {}
+  Bytes(std::string_view text) : data_(reinterpret_cast<const uint8_t*>(text.data())), size_(text.size()) {}
+  template <typename Container,
+            typename Item = std::remove_pointer_t<decltype(std::declval<Container&>().data())>,
+            typename = std::enable_if_t<sizeof(Item) == 1 && std::is_trivially_copyable_v<Item> &&
+                                        !std::is_same_v<std::decay_t<Container>, Bytes>>>
+  Bytes(const Container& container)
+      : data_(reinterpret_cast<const uint8_t*>(container.data())), size_(container.size()) {}
+  /// @}
+
+  /// @name As of any container
+  /// @{
+
+  /// As the member function of a container that has this name.
+  constexpr const uint8_t* data() const { return data_; }
+  constexpr size_t size() const { return size_; }
+  constexpr bool empty() const { return size_ == 0; }
+  constexpr const uint8_t* begin() const { return data_; }
+  constexpr const uint8_t* end() const { return data_ + size_; }
+  constexpr uint8_t operator[](size_t index) const { return data_[index]; }
+  /// @}
+
+  /// The same bytes as a text; a view too.
+  std::string_view AsText() const { return {reinterpret_cast<const char*>(data_), size_}; }
+  /// The bytes themselves, to keep.
+  std::vector<uint8_t> Copy() const { return {begin(), end()}; }
+
+ private:
+  const uint8_t* data_ = nullptr;
+  size_t size_ = 0;
+};
+
+/// Called on the thread of a callback that threw; must not throw itself.
+using ExceptionHandler = std::function<void(std::exception_ptr)>;
+
+namespace detail {
+
+/// A replaceable callback. Whoever calls it holds a copy of its own, so that it is never destroyed while it
+/// runs.
+template <typename Signature>
+class Slot {
+ public:
+  using Function = std::function<Signature>;
+  using Held = std::shared_ptr<const Function>;
+
+  /// Gives back what was there, for the caller to let go of outside every lock: its destructor may be
+  /// anything.
+  Held Exchange(Function function) {
+    Held fresh = function ? std::make_shared<const Function>(std::move(function)) : nullptr;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    std::swap(function_, fresh);
+    return fresh;
+  }
+  Held Get() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return function_;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  Held function_;
+};
+
+/// The objects below are never destroyed: the library's own threads run until the process ends.
+inline Slot<void(std::exception_ptr)>& ExceptionSlot() {
+  static auto* const slot = new Slot<void(std::exception_ptr)>;
+  return *slot;
+}
+
+/// Runs a piece of a callback; false when it threw.
+template <typename Function>
+bool Contain(Function&& function) noexcept {
+  try {
+    function();
+    return true;
+  } catch (...) {
+    const auto handler = ExceptionSlot().Get();
+    if (handler == nullptr) std::terminate();
+    (*handler)(std::current_exception());
+    return false;
+  }
+}
+
+template <typename Number>
+Number Clamp(Milliseconds time) {
+  using Limits = std::numeric_limits<Number>;
+  if (time.count() <= 0) return 0;
+  if (static_cast<uint64_t>(time.count()) > static_cast<uint64_t>((Limits::max)())) return (Limits::max)();
+  return static_cast<Number>(time.count());
+}
+
+}  // namespace detail
+
+/// Sets the handler for all callbacks of this program; an empty one brings back std::terminate.
+inline void SetExceptionHandler(ExceptionHandler handler) {
+  (void)detail::ExceptionSlot().Exchange(std::move(handler));
+}
+
+}  // namespace zel
+
+#endif  // LIBZEL_HPP_BASICS_HPP

@@ -1,0 +1,277 @@
+/// @file
+/// Connections: requests, topics, routed messages. Included by libzel.hpp.
+#ifndef LIBZEL_HPP_CONNECTION_HPP
+#define LIBZEL_HPP_CONNECTION_HPP
+
+#include <libzel/hpp/device_id.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace zel {
+
+/// What happens to a connection.
+enum class Event : int32_t {
+  kConnected = ZEL_EVENT_CONNECTED,        ///< a connect or reconnect succeeded
+  kPending = ZEL_EVENT_PENDING,            ///< a connect or reconnect is about to be tried
+  kDisconnected = ZEL_EVENT_DISCONNECTED,  ///< an established connection was lost or closed
+  kFailed = ZEL_EVENT_FAILED,              ///< a connect or reconnect failed
+};
+
+/// A publication on a subscribed topic. A NUL follows the data and is not counted.
+struct TopicMessage {
+  std::string_view topic;  ///< as it was subscribed
+  Bytes data;              ///< what was published
+  uint32_t idGroup = 0;    ///< the publisher's first word
+  uint32_t idOffset = 0;   ///< the publisher's second word
+};
+
+/// On the thread that connects: the creating one, one that reconnects or sends, or the receive thread.
+using EventCallback = std::function<void(const DeviceId& device, Event event)>;
+/// On the connection's receive thread, one at a time.
+using TopicCallback = std::function<void(const TopicMessage& message)>;
+/// On the connection's receive thread, one at a time.
+using RouteCallback = std::function<void(uint16_t port, Bytes payload)>;
+
+/// The two addressing words that go with every request.
+struct Address {
+  uint32_t idGroup = 0;   ///< the first; what it means is the server's business
+  uint32_t idOffset = 0;  ///< the second
+};
+
+/// One connection to one server. An empty one (moved from, released, or made by default) refuses everything
+/// with ZEL_E_HANDLE. The destructor stops the receive thread and waits for a callback that runs.
+class Connection {
+ public:
+  /// How a connection is made.
+  struct Options {
+    Milliseconds timeout{1500};  ///< for the connect; less than 100 counts as 100
+    EventCallback onEvent;       ///< may be empty; called from here on, first before Create returns
+  };
+
+  Connection() = default;
+  ~Connection() { Release(); }
+  /// Takes the other's connection over; the other one is empty afterwards.
+  Connection(Connection&& other) noexcept
+      : handle_(std::exchange(other.handle_, 0)), targets_(std::move(other.targets_)) {}
+  /// Releases this one's connection and takes the other's over.
+  Connection& operator=(Connection&& other) noexcept {
+    if (this == &other) return *this;
+    Release();
+    handle_ = std::exchange(other.handle_, 0);
+    targets_ = std::move(other.targets_);
+    return *this;
+  }
+
+  /// Makes a connection and connects it (libzel_createInstanceEx). A server that is not there is no failure:
+  /// sends and the receive thread connect later, and the events tell.
+  static ValueOf<Connection> Create(const DeviceId& device) { return Create(device, Options()); }
+  /// The same, with options.
+  static ValueOf<Connection> Create(const DeviceId& device, Options options) {
+    Connection made;
+    made.targets_ = std::make_unique<Targets>();
+    made.targets_->onEvent = std::move(options.onEvent);
+    made.handle_ = libzel_createInstanceEx(&device.Raw(), 0, detail::Clamp<int32_t>(options.timeout),
+                                           made.targets_->onEvent ? CallEvent : nullptr, made.targets_.get());
+    const Result result(made.handle_ != 0 ? ZEL_OK : FailureCode());
+    return {result, std::move(made)};
+  }
+
+  /// Stops the receive thread, waits for its callback, closes. Again does nothing.
+  void Release() {
+    if (handle_ != 0) (void)libzel_releaseInstance(std::exchange(handle_, 0));  // always ZEL_E_HANDLE
+    targets_.reset();
+  }
+
+  /// True unless it is empty; it says nothing about the link.
+  bool IsOpen() const { return handle_ != 0; }
+  /// For the functions of libzel.h; still owned by this object.
+  ZelInstance Handle() const { return handle_; }
+
+  /// @name The receive thread
+  /// Topics and routed messages come through it, and it restores a lost link.
+  /// @{
+
+  /// Starts it; again while it runs does nothing.
+  Result StartLoop() { return Result(libzel_loop_start(handle_)); }
+  /// Stops it, and waits for a callback that runs.
+  Result StopLoop() { return Result(libzel_loop_stop(handle_)); }
+  /// Connects again, whatever the present state, and subscribes the topics again. ZEL_E_DISCONNECTED when the
+  /// server could not be reached.
+  Result Reconnect(Milliseconds timeout) {
+    if (libzel_reconnect(handle_, detail::Clamp<int32_t>(timeout))) return Result();
+    const int32_t code = libzel_get_errno();
+    return Result(code == ZEL_E_HANDLE ? code : ZEL_E_DISCONNECTED);
+  }
+  /// Sets the least time between two automatic reconnects, 2 s in a new connection.
+  Result SetReconnectInterval(std::chrono::duration<uint32_t> interval) {
+    return Result(libzel_reconnect_delay_set(handle_, interval.count()));
+  }
+  /// @}
+
+  /// @name Requests
+  /// One thread at a time, and not while the receive thread runs: both would read the same stream.
+  /// @{
+
+  /// Sends a request. The time-out is for restoring a lost link, not for the write (libzel_sync_send).
+  Result Send(uint16_t port, Address address, Bytes data, Milliseconds timeout) {
+    if (data.size() > kMaxPayload) return Result(kErrorTooLong);
+    const int32_t sent =
+        libzel_sync_send(handle_, port, address.idGroup, address.idOffset, data.data(),
+                         static_cast<uint32_t>(data.size()), detail::Clamp<uint32_t>(timeout));
+    return Result(sent > 0 ? ZEL_OK : FailureCode());
+  }
+  /// Waits for the answer to the last request and writes at most `size` bytes of it. The value is the number
+  /// of bytes written, also when the server's answer carries an error, which is then the code.
+  ValueOf<size_t> Receive(uint8_t* buffer, size_t size, Milliseconds timeout) {
+    const auto room = static_cast<uint32_t>((std::min<size_t>)(size, (std::numeric_limits<int32_t>::max)()));
+    const int32_t got = libzel_sync_recv(handle_, nullptr, buffer, room, detail::Clamp<uint32_t>(timeout));
+    const int32_t code = libzel_get_errno();
+    if (got < 0) return {Result(code != ZEL_OK ? code : ZEL_E_DISCONNECTED), 0};
+    return {Result(code), (std::min)(static_cast<size_t>(got), size)};
+  }
+  /// As above, into memory of its own: at most `maxSize` bytes, and the rest of a longer answer is lost.
+  ValueOf<std::vector<uint8_t>> Receive(Milliseconds timeout, size_t maxSize = kDefaultAnswerSize) {
+    std::vector<uint8_t> answer(maxSize);
+    const ValueOf<size_t> got = Receive(answer.data(), answer.size(), timeout);
+    answer.resize(*got);
+    return {got, std::move(answer)};
+  }
+  /// Sends, and waits for the answer. The time-out is for each of both.
+  ValueOf<std::vector<uint8_t>> Request(uint16_t port, Address address, Bytes data, Milliseconds timeout,
+                                        size_t maxSize = kDefaultAnswerSize) {
+    const Result sent = Send(port, address, data, timeout);
+    if (!sent) return {sent, {}};
+    return Receive(timeout, maxSize);
+  }
+  /// @}
+
+  /// @name Topics
+  /// @{
+
+  /// Publishes the data on a topic.
+  Result Publish(const std::string& topic, Bytes data, Address address = {}) {
+    if (data.size() > kMaxPayload || topic.size() > kMaxPayload ||
+        data.size() + topic.size() + kPublicationOverhead > kMaxPayload) {
+      return Result(kErrorTooLong);
+    }
+    return Result(libzel_publish(handle_, address.idGroup, address.idOffset, topic.c_str(), data.data(),
+                                 static_cast<uint32_t>(data.size())));
+  }
+  /// Subscribes, or gives a subscribed topic another callback. Start the receive thread to hear something.
+  /// When the send fails the code says so, and the subscription stays and is sent again with the next
+  /// connect.
+  Result Subscribe(const std::string& topic, TopicCallback callback) {
+    if (targets_ == nullptr) return Result(ZEL_E_HANDLE);
+    TopicSlot& slot = targets_->TopicOf(topic);
+    const auto earlier = slot.Exchange(std::move(callback));
+    return Result(libzel_subscribe(handle_, topic.c_str(), CallTopic, &slot));
+  }
+  /// From here on no call of the callback begins; one that runs is not waited for.
+  Result Unsubscribe(const std::string& topic) {
+    if (targets_ == nullptr) return Result(ZEL_E_HANDLE);
+    const auto earlier = targets_->TopicOf(topic).Exchange(nullptr);
+    return Result(libzel_unsubscribe(handle_, topic.c_str()));
+  }
+  /// @}
+
+  /// @name Routed messages
+  /// @{
+
+  /// Hands the messages on a port (501 to 65535) to a callback. A port that has one keeps it (ZEL_E_ROUTER).
+  Result Route(uint16_t port, RouteCallback callback) {
+    if (targets_ == nullptr) return Result(ZEL_E_HANDLE);
+    return targets_->Route(handle_, port, std::move(callback));
+  }
+  /// From here on no call of the callback begins; one that runs is not waited for. Ports up to 500, which are
+  /// the library's own, are refused (ZEL_E_RESERVED_PORT).
+  Result Unroute(uint16_t port) {
+    if (targets_ == nullptr) return Result(ZEL_E_HANDLE);
+    return targets_->Unroute(handle_, port);
+  }
+  /// @}
+
+ private:
+  using TopicSlot = detail::Slot<void(const TopicMessage&)>;
+  using RouteSlot = detail::Slot<void(uint16_t, Bytes)>;
+
+  static constexpr size_t kDefaultAnswerSize = 65536;
+  static constexpr size_t kPublicationOverhead = 38;
+  static constexpr uint16_t kLastReservedPort = 500;
+
+  /// What the library's user pointers point to. Slots are made once for every topic and port and stay where
+  /// they are until the connection is released, after its thread, so a late call finds at worst an empty one.
+  struct Targets {
+    EventCallback onEvent;
+    std::mutex mutex;
+    std::map<std::string, std::unique_ptr<TopicSlot>> topics;
+    std::map<uint16_t, std::unique_ptr<RouteSlot>> routes;
+
+    TopicSlot& TopicOf(const std::string& topic) {
+      const std::lock_guard<std::mutex> lock(mutex);
+      auto& slot = topics[topic.c_str()];  // as the library sees it: up to the first NUL
+      if (slot == nullptr) slot = std::make_unique<TopicSlot>();
+      return *slot;
+    }
+    /// These two calls of the library neither send nor call back, so the lock may be held over them.
+    Result Route(ZelInstance handle, uint16_t port, RouteCallback callback) {
+      RouteSlot::Held earlier;
+      const std::lock_guard<std::mutex> lock(mutex);
+      auto& slot = routes[port];
+      if (slot == nullptr) slot = std::make_unique<RouteSlot>();
+      if (slot->Get() != nullptr) return Result(ZEL_E_ROUTER);
+      (void)slot->Exchange(std::move(callback));
+      const Result result(libzel__registerRouterEvent(handle, port, CallRoute, slot.get()));
+      if (!result) earlier = slot->Exchange(nullptr);
+      return result;
+    }
+    Result Unroute(ZelInstance handle, uint16_t port) {
+      if (port <= kLastReservedPort) return Result(ZEL_E_RESERVED_PORT);
+      RouteSlot::Held earlier;
+      const std::lock_guard<std::mutex> lock(mutex);
+      const auto slot = routes.find(port);
+      if (slot != routes.end()) earlier = slot->second->Exchange(nullptr);
+      return Result(libzel__unregisterRouterEvent(handle, port));
+    }
+  };
+
+  static int32_t FailureCode() {
+    const int32_t code = libzel_get_errno();
+    return code != ZEL_OK ? code : ZEL_E_DISCONNECTED;
+  }
+
+  static void CallEvent(const ZelDeviceId* device, void* user, int32_t event) {
+    const auto* const targets = static_cast<const Targets*>(user);
+    (void)detail::Contain([&] { targets->onEvent(DeviceId(*device), static_cast<Event>(event)); });
+  }
+  static void CallTopic(uint32_t idGroup, uint32_t idOffset, const char* topic, const uint8_t* data,
+                        uint32_t length, void* user) {
+    (void)detail::Contain([&] {
+      const auto callback = static_cast<TopicSlot*>(user)->Get();
+      if (callback != nullptr) (*callback)({topic, Bytes(data, length), idGroup, idOffset});
+    });
+  }
+  static void CallRoute(uint16_t port, const uint8_t* payload, uint32_t length, void* user) {
+    (void)detail::Contain([&] {
+      const auto callback = static_cast<RouteSlot*>(user)->Get();
+      if (callback != nullptr) (*callback)(port, Bytes(payload, length));
+    });
+  }
+
+  ZelInstance handle_ = 0;
+  std::unique_ptr<Targets> targets_;
+};
+
+}  // namespace zel
+
+#endif  // LIBZEL_HPP_CONNECTION_HPP
