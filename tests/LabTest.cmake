@@ -1,10 +1,11 @@
 # zel_add_lab_test(NAME name COMMAND program [argument...] [SIM "HOST ARGS"...] [LOCAL "HOST PREFIX"...] [HOSTS n]
-#                  [SECOND_INTERFACE] [TIMEOUT seconds])
+#                  [SECOND_INTERFACE] [TIMEOUT seconds] [EXPECT option...])
 #
 # Adds a test that runs in a lab of its own (tests/lab/lab.sh says what the options mean), under Wine when the program is
-# one for Windows. `program` may be a target.
+# one for Windows. `program` may be a target. What the program says and leaves behind is looked at as the options of
+# tests/lab/expect.sh say.
 function(zel_add_lab_test)
-  cmake_parse_arguments(PARSE_ARGV 0 LAB "SECOND_INTERFACE" "NAME;HOSTS;TIMEOUT" "COMMAND;SIM;LOCAL")
+  cmake_parse_arguments(PARSE_ARGV 0 LAB "SECOND_INTERFACE" "NAME;HOSTS;TIMEOUT" "COMMAND;SIM;LOCAL;EXPECT")
   set(options)
   if(LAB_HOSTS)
     list(APPEND options --hosts ${LAB_HOSTS})
@@ -24,11 +25,16 @@ function(zel_add_lab_test)
   if(NOT LAB_TIMEOUT)
     set(LAB_TIMEOUT 120)
   endif()
+  set(expect)
+  if(LAB_EXPECT)
+    set(expect ${PROJECT_SOURCE_DIR}/tests/lab/expect.sh ${LAB_EXPECT} --)
+  endif()
   list(POP_FRONT LAB_COMMAND program)
   if(TARGET ${program})
     set(program $<TARGET_FILE:${program}>)
   endif()
-  add_test(NAME ${LAB_NAME} COMMAND ${PROJECT_SOURCE_DIR}/tests/lab/lab.sh ${options} -- ${program} ${LAB_COMMAND})
+  add_test(NAME ${LAB_NAME}
+    COMMAND ${expect} ${PROJECT_SOURCE_DIR}/tests/lab/lab.sh ${options} -- ${program} ${LAB_COMMAND})
   # A filter that matches nothing is a mistake, not a success.
   set_tests_properties(${LAB_NAME} PROPERTIES TIMEOUT ${LAB_TIMEOUT} FAIL_REGULAR_EXPRESSION "Running 0 tests")
   if(TARGET zelsim)
