@@ -11,7 +11,8 @@ function(zel_limit_exports target)
   else()
     list(JOIN ZEL_EXPORTS ";\n    " names)
     set(map ${CMAKE_CURRENT_BINARY_DIR}/libzel.map)
-    file(CONFIGURE OUTPUT ${map} CONTENT "LIBZEL_0 {\n  global:\n    @names@;\n  local:\n    *;\n};\n" @ONLY)
+    # Programs are linked to the version's name: it stays when ours goes up. New names get a node of their own.
+    file(CONFIGURE OUTPUT ${map} CONTENT "LIBZEL_0.2 {\n  global:\n    @names@;\n  local:\n    *;\n};\n" @ONLY)
     target_link_options(${target} PRIVATE -Wl,--version-script=${map} -Wl,-z,nodelete)
     # The sanitizers' own functions come from the program.
     if(NOT ZEL_SANITIZE)
