@@ -44,7 +44,8 @@ extern "C" {
 /** @endcond */
 
 /** @defgroup types Types
- *  @{ */
+ * Instances, identifiers, and what a scan finds.
+ * @{ */
 
 /** A live instance: one connection to one Zel server. 0 is never live. */
 typedef uintptr_t ZelInstance;
@@ -80,7 +81,8 @@ ZEL_STATIC_ASSERT(sizeof(ZelScanResult) == 544, "a scan result is 544 bytes");
 /** @} */
 
 /** @defgroup codes Codes
- *  @{ */
+ * Events and errors; the page \ref errors has cause and cure of each.
+ * @{ */
 
 /** @name Connection events
  * What a ZelConnEventCallback is told.
@@ -119,7 +121,8 @@ ZEL_STATIC_ASSERT(sizeof(ZelScanResult) == 544, "a scan result is 544 bytes");
 /** @} */
 
 /** @defgroup callbacks Callbacks
- *  @{ */
+ * What an application is called with, and on which thread.
+ * @{ */
 
 /** A connection event (ZEL_EVENT_...). Runs on the thread that connects: the creating thread, one in libzel_reconnect,
  * one whose send or receive reconnects, or the instance's receive thread. No lock of the library is held. */
@@ -148,7 +151,8 @@ typedef int32_t (*FileTransferCallback)(const ZelDeviceId* device, uint32_t tran
 /** @} */
 
 /** @defgroup library The library
- *  @{ */
+ * Setting up, ending, version, error numbers.
+ * @{ */
 
 /** Sets the library up: logs version and build time, raises the log threshold to DEBUG, starts the system's socket
  * library, derives the local device identifier and starts the discovery thread. Call it once, before anything else.
@@ -173,7 +177,8 @@ ZEL_API int32_t libzel_destory(void);
 /** @} */
 
 /** @defgroup instances Instances
- *  @{ */
+ * Connections: making, running, restoring, releasing.
+ * @{ */
 
 /** Creates an instance for the server of `device` and connects it, waiting at most 1500 ms. The host is the one that
  * the library knows for the identifier (from discovery and the identifier calls), else its first four bytes taken as
@@ -215,7 +220,8 @@ ZEL_API int32_t libzel_reconnect_delay_set(ZelInstance instance, uint32_t interv
 /** @} */
 
 /** @defgroup discovery Discovery
- *  @{ */
+ * Finding the devices on the local networks.
+ * @{ */
 
 /** Installs the callback for devices that answer a scan (null for none) and its user pointer, replacing any earlier
  * pair. Result: 0. */
@@ -232,7 +238,8 @@ ZEL_API int32_t libzel_stopZelScan(void);
 /** @} */
 
 /** @defgroup messages Messages
- *  @{ */
+ * Requests and answers, topics, routed messages.
+ * @{ */
 
 /** Sends one request with a fresh invoke identifier to `port` of the server (0 to 65535, not checked). `data` may be
  * null when `length` is 0. When the link is down it is restored first, at most once per reconnect interval, waiting at
@@ -286,7 +293,8 @@ ZEL_API int32_t libzel__unregisterRouterEvent(ZelInstance instance, uint16_t por
 /** @} */
 
 /** @defgroup identifiers Device identifiers
- *  @{ */
+ * Reading them, and asking and telling devices.
+ * @{ */
 
 /** Reads an identifier from its text. Each of the six components is read as a signed decimal of which the low 8 bits
  * are kept. A text that has not six components gives the all-zero identifier, and no error. `out` may be null.
@@ -318,7 +326,8 @@ ZEL_API int32_t libzel_setRemoteZelDeviceId(const char* host, const char* text, 
 /** @} */
 
 /** @defgroup family The Zel family
- *  @{ */
+ * The second family of functions: identifiers again, read requests, file transfer.
+ * @{ */
 
 /** libzel_init under its second name. */
 ZEL_API int32_t ZelInit(void);

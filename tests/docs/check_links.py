@@ -1,0 +1,84 @@
+"""Finds dead links:  check_links.py SITE TREE
+
+Every link of the built site into itself, and every link of the tree's Markdown files to a file of the tree, must lead
+somewhere, fragments included. Links to other sites are not followed.
+"""
+
+import html.parser
+import pathlib
+import re
+import sys
+import urllib.parse
+
+
+class Page(html.parser.HTMLParser):
+    def __init__(self, path):
+        super().__init__()
+        self.links = []
+        self.anchors = set()
+        self.feed(path.read_text(encoding="utf-8"))
+
+    def handle_starttag(self, tag, attributes):
+        for name, value in attributes:
+            if name == "id" or (tag == "a" and name == "name"):
+                self.anchors.add(value)
+            if name in ("href", "src") and value:
+                self.links.append(value)
+
+
+def is_foreign(link):
+    return bool(urllib.parse.urlsplit(link).scheme) or link.startswith("//")
+
+
+def check_site(site):
+    pages = {path.resolve(): Page(path) for path in site.rglob("*.html")}
+    count = 0
+    for path, page in pages.items():
+        for link in page.links:
+            if is_foreign(link):
+                continue
+            count += 1
+            parts = urllib.parse.urlsplit(link)
+            target = (path.parent / urllib.parse.unquote(parts.path)).resolve() if parts.path else path
+            fragment = urllib.parse.unquote(parts.fragment)
+            if not target.exists():
+                yield f"{path.name}: {link}: no such file"
+            elif fragment and target in pages and fragment not in pages[target].anchors:
+                yield f"{path.name}: {link}: no such place"
+    yield from () if count > 100 else [f"only {count} links in {site}: that is no site"]
+
+
+def headings(text):
+    """The fragments of a Markdown file's headings, as code hosts make them."""
+    for line in re.findall(r"^#+ +(.*?)(?: *\{#\w+\})?$", text, re.MULTILINE):
+        yield re.sub(r"[^\w\- ]", "", line.lower()).replace(" ", "-")
+
+
+def check_markdown(tree, files):
+    for path in files:
+        text = path.read_text(encoding="utf-8")
+        prose = re.sub(r"^```.*?^```", "", text, flags=re.MULTILINE | re.DOTALL)
+        for link in re.findall(r"\[[^\]]*\]\(([^)\s]+)\)", prose):
+            if is_foreign(link) or (path.parent == tree / "docs" and link.endswith(".html")):
+                continue  # those of the site have been looked at there
+            parts = urllib.parse.urlsplit(link)
+            target = (path.parent / parts.path).resolve() if parts.path else path
+            where = path.relative_to(tree)
+            if not target.exists():
+                yield f"{where}: {link}: no such file"
+            elif parts.fragment and parts.fragment not in headings(target.read_text(encoding="utf-8")):
+                yield f"{where}: {link}: no such heading"
+
+
+def main():
+    site, tree = map(lambda argument: pathlib.Path(argument).resolve(), sys.argv[1:])
+    folders = ("", "docs", "docs/tasks", "bench", "python", "tests", "tools")
+    files = [path for folder in folders for path in sorted((tree / folder).glob("*.md"))]
+    complaints = [*check_site(site), *check_markdown(tree, files)]
+    print(*complaints, sep="\n")
+    print(f"{len(files)} Markdown files and the site: {len(complaints)} dead links")
+    return 1 if complaints else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,90 @@
+"""What the pages say, held against what the library and the tool do. The environment variable ZEL_PROGRAM names the tool."""
+
+import json
+import os
+import pathlib
+import re
+import subprocess
+import sys
+
+import pytest
+
+TREE = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(TREE / "tests" / "wireshark"))
+
+from capture import answer, inner, message, outer, record, request  # noqa: E402
+
+
+def page(name):
+    return (TREE / "docs" / f"{name}.md").read_text(encoding="utf-8")
+
+
+def zel(*arguments):
+    return subprocess.run([os.environ["ZEL_PROGRAM"], *arguments], capture_output=True, check=True, text=True).stdout
+
+
+def error_rows():
+    """Code to (hexadecimal, name and text) of the tables in errors.md."""
+    rows = re.findall(r"^\| (\d+)<br>(0x\w+) \| (.*?) \| [^|]+ \| [^|]+ \|$", page("errors"), re.MULTILINE)
+    assert len({code for code, _, _ in rows}) == len(rows), "a code has two rows"
+    return {int(code): (hexadecimal, words) for code, hexadecimal, words in rows}
+
+
+def test_every_code_has_a_row_with_its_text_and_name():
+    rows = error_rows()
+    codes = [json.loads(line) for line in zel("errors", "--json").splitlines()]
+    assert sorted(rows) == sorted(code["code"] for code in codes)
+    for code in codes:
+        hexadecimal, words = rows[code["code"]]
+        assert hexadecimal == f"0x{code['code']:04X}"
+        assert f'"{code["text"]}"' in words
+        assert f"`{code.get('name', '')}`" in words or "name" not in code
+
+
+def test_every_constant_of_the_header_is_named_with_its_code():
+    header = (TREE / "include" / "libzel" / "libzel.h").read_text(encoding="utf-8")
+    constants = re.findall(r"^#define (ZEL_(?:OK|E_\w+|EVENT_\w+)) (\d+)", header, re.MULTILINE)
+    assert len(constants) > 20
+    rows = error_rows()
+    assert [name for name, code in constants if f"`{name}`" not in rows[int(code)][1]] == []
+
+
+def test_every_command_of_the_tool_is_described():
+    commands = re.findall(r"^  ([a-z]+)  +\w", zel("--help").split("Subcommands:")[1], re.MULTILINE)
+    assert len(commands) > 5
+    assert [command for command in commands if f"| `zel {command}` |" not in page("tool")] == []
+
+
+def shown_frames():
+    """The hexadecimal blocks of wire.md, in order."""
+    for language, block in re.findall(r"^```(\w*)\n(.*?)^```$", page("wire"), re.MULTILINE | re.DOTALL):
+        if language:
+            continue
+        lines = [re.match(r"(?:[0-9a-f]{2} )*[0-9a-f]{2}(?= |$)", line) for line in block.splitlines()]
+        assert all(lines), block
+        yield bytes.fromhex("".join(line.group() for line in lines))
+
+
+def test_shown_frames_are_right():
+    address = bytes.fromhex("00001000 00001001")
+    assert list(shown_frames()) == [
+        request(600, 1, b"hi"),
+        answer(600, 1, b"hi"),
+        request(103, 2, record(b"pub", b"t", b"21.5", 1, 2)),
+        message(101, inner(0, 0, 1) + address),
+    ]
+    assert outer(1, 600, 23) == next(shown_frames())[:8]
+
+
+@pytest.mark.parametrize("path", sorted((TREE / "docs").rglob("*.md")), ids=lambda path: path.stem)
+def test_included_programs_exist(path):
+    folders = ("docs/examples", "examples", "python/examples")
+    for name in re.findall(r"^\\include (\S+)", path.read_text(encoding="utf-8"), re.MULTILINE):
+        assert sum((TREE / folder / name).exists() for folder in folders) == 1, name
+
+
+def test_every_program_of_the_documents_is_on_a_page():
+    pages = "".join(path.read_text(encoding="utf-8") for path in (TREE / "docs").rglob("*.md"))
+    programs = sorted((TREE / "docs" / "examples").glob("*.c"))
+    assert len(programs) > 5
+    assert [program.name for program in programs if f"\\include {program.name}\n" not in pages] == []
