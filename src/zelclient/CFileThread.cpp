@@ -1,6 +1,7 @@
 #include "zelclient/CFileThread.h"
 
 #include <chrono>
+#include <exception>
 
 #include "utils/Forever.h"
 #include "utils/Log.h"
@@ -24,22 +25,28 @@ void CFileThread::Submit(std::unique_ptr<CFileTransfer> transfer) {
   Enqueue(std::move(transfer));
 }
 
-ZelInstance CFileThread::ConnectionTo(const ZelDeviceId& device) {
+std::weak_ptr<IZelPeerConnection> CFileThread::ConnectionTo(const ZelDeviceId& device) {
   auto& manager = CPeerConnMgr::Instance();
   std::unique_lock lock(mutex_);
   DeviceConnection& entry = connections_[DeviceIdText(device)];
   created_.wait(lock, [&] { return !entry.isCreating; });
-  if (manager.FindInstance(entry.handle) != nullptr) return entry.handle;
+  if (manager.IfLive(entry.connection) != nullptr) return entry.connection;
 
   entry.isCreating = true;
   lock.unlock();
-  const auto connection = manager.CreateInstance(&device, 0);
-  (void)connection->Connect(kCreateTimeoutMs);  // the first message reconnects, or fails the transfer
+  CPeerConnMgr::Connection connection;
+  try {
+    connection = manager.CreateInstance(&device, 0);
+    (void)connection->Connect(kCreateTimeoutMs);  // the first message reconnects, or fails the transfer
+  } catch (const std::exception& fault) {
+    // Whoever waits for the connection must not wait for ever; without one the transfers fail.
+    ZEL_LOG(kError, "cannot connect %s:%s", DeviceIdText(device).c_str(), fault.what());
+  }
   lock.lock();
-  entry.handle = CPeerConnMgr::HandleOf(connection);
+  entry.connection = connection;
   entry.isCreating = false;
   created_.notify_all();
-  return entry.handle;
+  return entry.connection;
 }
 
 void CFileThread::Enqueue(std::unique_ptr<CFileTransfer> transfer) noexcept {

@@ -25,11 +25,11 @@ class CFileThread {
  private:
   // A device's connection; while `isCreating`, one thread makes it and the others wait.
   struct DeviceConnection {
-    ZelInstance handle = 0;
+    std::weak_ptr<IZelPeerConnection> connection;
     bool isCreating = false;
   };
 
-  ZelInstance ConnectionTo(const ZelDeviceId& device);
+  std::weak_ptr<IZelPeerConnection> ConnectionTo(const ZelDeviceId& device);
   void Enqueue(std::unique_ptr<CFileTransfer> transfer) noexcept;
   CFileTransfer* First();
   void Remove(const CFileTransfer* transfer);

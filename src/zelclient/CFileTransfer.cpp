@@ -101,7 +101,7 @@ uint32_t CFileTransfer::WriteChunk(SendBuffer& buffer) {
 }
 
 bool CFileTransfer::Exchange(std::span<const uint8_t> message, std::span<uint8_t> answer) const {
-  const auto connection = CPeerConnMgr::Instance().FindInstance(connection_);
+  const auto connection = CPeerConnMgr::Instance().IfLive(connection_);
   if (connection == nullptr) return false;
   const int32_t sent = connection->Send(target_.port, kIdGroup, kIdOffset, message.data(),
                                         static_cast<uint32_t>(message.size()), kTimeoutMs);

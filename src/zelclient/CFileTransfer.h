@@ -1,7 +1,7 @@
 // One file on its way to a device: its chunk arithmetic, its messages, and the steps that send them.
 //
 // Made and reported once on the submitting thread, then used by the transfer thread alone. Sending goes through the
-// device's connection, which is looked up anew for every step.
+// device's connection, whose life is checked anew for every step.
 #pragma once
 
 #include <array>
@@ -11,6 +11,7 @@
 #include <string>
 
 #include "libzel/libzel.h"
+#include "zelclient/ZelPeerConn.h"
 #include "zelcomm/filesys/CFile.h"
 
 namespace libzel {
@@ -30,7 +31,7 @@ class CFileTransfer {
   // A transfer without an open file can take no step.
   bool IsIdle() const { return !file_->isOpened(); }
 
-  void SetConnection(ZelInstance connection) { connection_ = connection; }
+  void SetConnection(std::weak_ptr<IZelPeerConnection> connection) { connection_ = std::move(connection); }
   const ZelDeviceId& device() const { return target_.id; }
   uint32_t id() const { return id_; }
 
@@ -57,7 +58,7 @@ class CFileTransfer {
   uint32_t error_ = 0;
   void* const user_;
   const ZelDeviceAddr target_;
-  ZelInstance connection_ = 0;
+  std::weak_ptr<IZelPeerConnection> connection_;
   const FileTransferCallback callback_;
   const std::shared_ptr<CFile> file_;
   const std::string remotePath_;

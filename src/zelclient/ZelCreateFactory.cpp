@@ -53,6 +53,11 @@ CPeerConnMgr::Connection CPeerConnMgr::FindInstance(ZelInstance handle) {
   return entry != live_.end() ? entry->second : nullptr;
 }
 
+CPeerConnMgr::Connection CPeerConnMgr::IfLive(const std::weak_ptr<IZelPeerConnection>& connection) {
+  const auto held = connection.lock();
+  return held != nullptr ? FindInstance(HandleOf(held)) : nullptr;
+}
+
 void CPeerConnMgr::ReleaseInstance(ZelInstance handle) {
   const MutexLock lock(mutex_);
   const auto entry = live_.find(handle);
@@ -76,14 +81,14 @@ CDeviceConnectionCache& CDeviceConnectionCache::Instance() {
 }
 
 CPeerConnMgr::Connection CDeviceConnectionCache::Find(const ZelDeviceId& device) {
-  ZelInstance handle = 0;
+  std::weak_ptr<IZelPeerConnection> connection;
   {
     const MutexLock lock(mutex_);
-    const auto entry = handles_.find(device);
-    if (entry == handles_.end()) return nullptr;
-    handle = entry->second;
+    const auto entry = connections_.find(device);
+    if (entry == connections_.end()) return nullptr;
+    connection = entry->second;
   }
-  return CPeerConnMgr::Instance().FindInstance(handle);
+  return CPeerConnMgr::Instance().IfLive(connection);
 }
 
 CPeerConnMgr::Connection CDeviceConnectionCache::GetConnection(const ZelDeviceId& device) {
@@ -93,7 +98,7 @@ CPeerConnMgr::Connection CDeviceConnectionCache::GetConnection(const ZelDeviceId
   (void)connection->Connect(kCreateTimeoutMs);  // a server that is away is no error: the receive thread finds it later
   (void)connection->loop_start();
   const MutexLock lock(mutex_);
-  handles_.insert_or_assign(device, CPeerConnMgr::HandleOf(connection));
+  connections_.insert_or_assign(device, connection);
   return connection;
 }
 

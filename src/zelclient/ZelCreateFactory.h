@@ -26,6 +26,9 @@ class CPeerConnMgr {
   Connection CreateInstance(const ZelDeviceId* device, uint32_t type);
   // The live instance of a handle, kept alive while the caller holds it; null for one that is not live.
   Connection FindInstance(ZelInstance handle);
+  // The connection if it is still a live instance, else null. (A handle alone cannot tell: a later instance may have got
+  // the same one.)
+  Connection IfLive(const std::weak_ptr<IZelPeerConnection>& connection);
   // Stops, destroys and forgets under the registry's mutex: no callback may wait for it meanwhile.
   void ReleaseInstance(ZelInstance handle);
   // The same for all, in ascending order of their handles.
@@ -51,7 +54,7 @@ class CDeviceConnectionCache {
   CPeerConnMgr::Connection Find(const ZelDeviceId& device);
 
   Mutex mutex_;
-  std::map<ZelDeviceId, ZelInstance, DeviceIdLess> handles_ ZEL_GUARDED_BY(mutex_);
+  std::map<ZelDeviceId, std::weak_ptr<IZelPeerConnection>, DeviceIdLess> connections_ ZEL_GUARDED_BY(mutex_);
 };
 
 // How long the creation of an instance waits for its connect, in ms.

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <tuple>
+#include <vector>
 
 #include "support/CapturedLog.h"
 #include "support/FileDevice.h"
@@ -497,6 +498,25 @@ TEST_F(FileTransferTest, AfterTheLibraryWasEndedATransferGetsANewConnection) {
   (void)Submit(device, file, progress_);
   ASSERT_TRUE(progress_.Await(6));
   EXPECT_EQ(Steps().back(), (Step{2, 1.0F, 0}));
+}
+
+TEST_F(FileTransferTest, AfterTheLibraryWasEndedNoTransferGoesToAnotherDevice) {
+  const FileDevice device;
+  const FileDevice other;
+  const LocalFile file(10);
+  (void)Submit(device, file, progress_);
+  ASSERT_TRUE(progress_.Await(3));
+  AwaitIdle();
+  ASSERT_EQ(libzel_destory(), 0);
+  ASSERT_EQ(libzel_init(), 0);
+  const ZelDeviceId otherId = other.Target().id;
+  std::vector<ZelInstance> instances;
+  for (int i = 0; i < 20; ++i) instances.push_back(libzel_createInstance(&otherId, 0));
+  (void)Submit(device, file, progress_);
+  ASSERT_TRUE(progress_.Await(6));
+  EXPECT_EQ(device.messages.Count(), 4U);
+  EXPECT_EQ(other.messages.Count(), 0U);
+  for (const ZelInstance instance : instances) (void)libzel_releaseInstance(instance);
 }
 
 }  // namespace

@@ -70,7 +70,7 @@ class CFileTransferTest : public testing::Test {
   std::unique_ptr<CFileTransfer> MakeFor(const char* path, const char* remotePath = "/data/file.bin") {
     auto transfer = std::make_unique<CFileTransfer>(7, ZelDeviceAddr{server_.device(), kPort}, path,
                                                     remotePath, Callback, this);
-    transfer->SetConnection(CPeerConnMgr::HandleOf(connection_));
+    transfer->SetConnection(connection_);
     return transfer;
   }
   // Runs one step against the server's answer and gives the payload that it got.
@@ -201,7 +201,7 @@ TEST_F(CFileTransferTest, ALostConnectionFailsTheTransfer) {
 
 TEST_F(CFileTransferTest, AConnectionThatIsNotLiveFailsTheTransfer) {
   const auto transfer = Make("content");
-  transfer->SetConnection(0);
+  transfer->SetConnection({});
   transfer->Step();
   EXPECT_EQ(reports_, (std::vector<Report>{{7, 0, ZEL_E_FILE_TRANSFER, 3}}));
   EXPECT_TRUE(transfer->IsComplete());
@@ -247,7 +247,7 @@ TEST_F(CFileTransferTest, ALongRemotePathIsCut) {
 TEST_F(CFileTransferTest, NoCallbackIsNeeded) {
   path_ = folder_.Write("plain.bin", "content");
   CFileTransfer transfer(8, {server_.device(), kPort}, path_.c_str(), "", nullptr, nullptr);
-  transfer.SetConnection(CPeerConnMgr::HandleOf(connection_));
+  transfer.SetConnection(connection_);
   transfer.Report();
   EXPECT_EQ(Step(transfer, Answer(1)).at(2), 0);
   (void)Step(transfer, Answer(0x82));

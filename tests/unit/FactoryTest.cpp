@@ -6,6 +6,7 @@
 #include "support/ScriptedServer.h"
 #include "zelclient/ZelCreateFactory.h"
 #include "zelclient/routetable/RouterTable.h"
+#include "zelcomm/DeviceId.h"
 #include "zelcomm/ErrorCode.h"
 
 namespace libzel {
@@ -82,6 +83,20 @@ TEST(FactoryTest, CacheMakesAReleasedConnectionAnew) {
   const auto second = cache.GetConnection(server.device());
   EXPECT_NE(second, first);
   EXPECT_TRUE(second->IsConnected());
+  manager.ReleaseAll();
+}
+
+// A later instance may get the address, and with it the handle, of one that is gone.
+TEST(FactoryTest, CacheNeverTakesAnotherDevicesConnectionForItsOwn) {
+  auto& cache = CDeviceConnectionCache::Instance();
+  auto& manager = CPeerConnMgr::Instance();
+  ScriptedServer server;
+  ScriptedServer other;
+  (void)cache.GetConnection(server.device());
+  manager.ReleaseAll();
+  for (int i = 0; i < 20; ++i) (void)manager.CreateInstance(&other.device(), 0);
+  const auto again = cache.GetConnection(server.device());
+  EXPECT_EQ(DeviceIdText(again->remoteDeviceId()), DeviceIdText(server.device()));
   manager.ReleaseAll();
 }
 
