@@ -1,6 +1,6 @@
 #include "zelclient/ZelPeerConn.h"
 
-#include <stdexcept>
+#include <exception>
 #include <system_error>
 
 #include "utils/Forever.h"
@@ -29,7 +29,7 @@ void Withdraw(ResponsePool::Slot* slot) {
 ZelDeviceId LocalDeviceIdOrZero() {
   try {
     return LocalDeviceIdSource().GetLocalDeviceId();
-  } catch (const std::logic_error&) {
+  } catch (const std::exception&) {
     return {};
   }
 }
@@ -148,6 +148,11 @@ void IZelPeerConnection::StoreSubscriber(const char* topic, const TopicSubscribe
   const MutexLock lock(topicMutex_);
   topics_.insert_or_assign(topic, subscriber);
   topicChanges_.fetch_add(1, std::memory_order_release);
+}
+
+bool IZelPeerConnection::HasSubscriber(const std::string& topic) {
+  const MutexLock lock(topicMutex_);
+  return topics_.contains(topic);
 }
 
 bool IZelPeerConnection::RemoveSubscriber(const char* topic) {

@@ -110,6 +110,7 @@ class IZelPeerConnection {
   CMsgRouter& router() { return router_; }
 
   void StoreSubscriber(const char* topic, const TopicSubscriber& subscriber);
+  bool HasSubscriber(const std::string& topic);
   bool RemoveSubscriber(const char* topic);
 
   std::atomic<uint32_t> lastInvokeId_{0};

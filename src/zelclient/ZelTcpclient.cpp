@@ -18,6 +18,7 @@ constexpr int64_t kReceiveWaitMs = 1000;
 constexpr int64_t kDownPauseMs = 100;
 constexpr int64_t kBodyTimeoutMs = 1000;
 constexpr int64_t kReceiveReconnectMs = 1500;
+constexpr int64_t kFrameWaitMs = 50;
 constexpr uint32_t kTopicTimeoutMs = 1000;
 
 // The connections that the calling thread is connecting at this moment, innermost first. A send from inside (a
@@ -111,14 +112,13 @@ bool CTcpclient::Connect(int64_t timeoutMs) {
 }
 
 bool CTcpclient::Reconnect(int64_t timeoutMs) {
-  if (reconnectMutex_.try_lock()) {
-    reconnectMutex_.unlock();
-  } else {
+  const Stopwatch watch;
+  if (!TimedLock(reconnectMutex_, 0)) {
     // Another thread is connecting: what it brings up serves this one too.
-    const MutexLock lock(reconnectMutex_);
-    if (IsConnected()) return true;
+    const TimedLock lock(reconnectMutex_, timeoutMs);
+    if (!lock || IsConnected()) return IsConnected();
   }
-  if (!TryConnect(timeoutMs)) return false;
+  if (!TryConnect(timeoutMs - static_cast<int64_t>(watch.ElapsedMs()))) return false;
   ZEL_LOG(kInfo, "Reconnect  HostName:%s,port:%d Success,isDomain:%d,timeout:%d ms", hostName_.c_str(), port_,
           isDomain_, static_cast<int>(timeoutMs));
   return true;
@@ -126,14 +126,21 @@ bool CTcpclient::Reconnect(int64_t timeoutMs) {
 
 bool CTcpclient::TryConnect(int64_t timeoutMs) {
   const ConnectScope scope(this);
+  const auto before = socket_->link();
   FireEvent(ZEL_EVENT_PENDING);
   bool connected = false;
+  bool isOurs = true;
   {
-    const MutexLock lock(reconnectMutex_);
-    connected = socket_->Connect(timeoutMs);
+    const TimedLock lock(reconnectMutex_, timeoutMs);
+    if (lock && (!IsConnected() || socket_->link() == before)) {
+      connected = socket_->Connect(timeoutMs);
+    } else {
+      isOurs = false;  // another thread brought it up during the event, or is still at it
+      connected = IsConnected();
+    }
   }
   FireEvent(connected ? ZEL_EVENT_CONNECTED : ZEL_EVENT_FAILED);
-  if (connected) SubscribeAgain();
+  if (connected && isOurs) SubscribeAgain();
   return connected;
 }
 
@@ -141,8 +148,8 @@ bool CTcpclient::WrapReconnect(int64_t timeoutMs) {
   if (!IsAutoReconnect() || ConnectScope::Holds(this)) return false;
   double elapsedSec = 0;
   {
-    const MutexLock lock(reconnectMutex_);
-    if (IsConnected()) return true;  // another thread brought it up meanwhile
+    const TimedLock lock(reconnectMutex_, timeoutMs);
+    if (!lock || IsConnected()) return IsConnected();  // another thread is at it, or brought it up meanwhile
     elapsedSec = reconnectTimer_.ElapsedSec();
     if (!(elapsedSec > reconnectIntervalSec())) return false;
     reconnectTimer_.Restart();
@@ -161,7 +168,12 @@ bool CTcpclient::EnsureConnected(int64_t timeoutMs) {
 // Only what is still subscribed when its turn comes is sent again; a send that fails is made good by the next connect.
 void CTcpclient::SubscribeAgain() {
   for (const auto& [topic, subscriber] : GetSubscribes()) {
-    (void)SendTopicRecord({"sub", topic, {}, 0, 0});
+    // Another thread may change the table meanwhile: what the server hears last is what the table says.
+    bool told = false;
+    for (bool wanted = HasSubscriber(topic); wanted != told; wanted = HasSubscriber(topic)) {
+      (void)SendTopicRecord({wanted ? "sub" : "unsub", topic, {}, 0, 0});
+      told = wanted;
+    }
   }
 }
 
@@ -302,7 +314,7 @@ void CTcpclient::ReceiveOnce(SocketLink& link, ReceiveBuffer& body) {
       ZEL_LOG_AS("CTcpclient::svc", kError, "zel header len is error,nPacketLen:%d",
                  static_cast<int>(incoming.header.nMsgLen));
       socket_->ShutdownLink(link);
-      FireEvent(ZEL_EVENT_DISCONNECTED);
+      ReportEnd(link);
       break;
     case Outcome::kShort:
       ZEL_LOG_AS("CTcpclient::svc", kError, "recv size!=header.nMsgLen:%d,but recv size:%d",
@@ -314,7 +326,9 @@ void CTcpclient::ReceiveOnce(SocketLink& link, ReceiveBuffer& body) {
 }
 
 CTcpclient::Outcome CTcpclient::ReadFrame(SocketLink& link, ReceiveBuffer& body, Incoming& incoming) {
-  const MutexLock lock(link.frameMutex());
+  // A synchronous receive may be in the middle of a frame for as long as its caller has time; a stop must not wait.
+  const TimedLock lock(link.frameMutex(), kFrameWaitMs);
+  if (!lock) return Outcome::kNothing;
   uint8_t header[kZelHeaderSize] = {0, kVersionZoe};
   const int32_t size = link.readFull(header, sizeof header);
   if (size == 0) return Outcome::kClosed;
@@ -329,10 +343,14 @@ CTcpclient::Outcome CTcpclient::ReadFrame(SocketLink& link, ReceiveBuffer& body,
   return incoming.bodySize == length ? Outcome::kFrame : Outcome::kShort;
 }
 
-void CTcpclient::CloseByPeer(const SocketLink& link) {
+void CTcpclient::CloseByPeer(SocketLink& link) {
   ZEL_LOG_AS("CTcpclient::svc", kError, "connection is close");
-  FireEvent(ZEL_EVENT_DISCONNECTED);
+  ReportEnd(link);
   socket_->ShutdownLink(link);
+}
+
+void CTcpclient::ReportEnd(SocketLink& link) {
+  if (link.TakeEndReport()) FireEvent(ZEL_EVENT_DISCONNECTED);
 }
 
 // ---- Synchronous receive -------------------------------------------------------------------------------------------
@@ -361,7 +379,10 @@ int32_t CTcpclient::Recv(void* /*context*/, uint8_t* buffer, uint32_t size, uint
 
 CTcpclient::Outcome CTcpclient::ReadAnswer(SocketLink& link, ReceiveBuffer& body, Incoming& incoming,
                                            int64_t remainingMs) {
-  const MutexLock lock(link.frameMutex());
+  const Stopwatch watch;
+  const TimedLock lock(link.frameMutex(), remainingMs);
+  if (!lock) return Outcome::kNothing;
+  remainingMs -= static_cast<int64_t>(watch.ElapsedMs());
   uint8_t header[kZelHeaderSize] = {0, kVersionZoe};
   incoming.headerSize = link.readFull(header, sizeof header);
   if (incoming.headerSize == 0) return Outcome::kClosed;
@@ -373,13 +394,13 @@ CTcpclient::Outcome CTcpclient::ReadAnswer(SocketLink& link, ReceiveBuffer& body
   return incoming.bodySize == length ? Outcome::kFrame : Outcome::kShort;
 }
 
-int32_t CTcpclient::FailAnswer(const SocketLink& link, Outcome outcome, const Incoming& incoming,
+int32_t CTcpclient::FailAnswer(SocketLink& link, Outcome outcome, const Incoming& incoming,
                                uint32_t timeoutMs) {
   constexpr std::string_view kRecv = "CTcpclient::Recv";
   switch (outcome) {
     case Outcome::kClosed:
       ZEL_LOG_AS(kRecv, kError, "connection is close");
-      FireEvent(ZEL_EVENT_DISCONNECTED);
+      ReportEnd(link);
       socket_->ShutdownLink(link);
       SetErrno(ZEL_E_DISCONNECTED);
       break;

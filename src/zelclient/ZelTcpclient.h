@@ -63,10 +63,11 @@ class CTcpclient : public IZelPeerConnection {
   void ReceiveOnce(SocketLink& link, ReceiveBuffer& body);
   bool DispatchBuffered(SocketLink& link);
   Outcome ReadFrame(SocketLink& link, ReceiveBuffer& body, Incoming& incoming);
-  void CloseByPeer(const SocketLink& link);
+  void CloseByPeer(SocketLink& link);
+  void ReportEnd(SocketLink& link);
 
   Outcome ReadAnswer(SocketLink& link, ReceiveBuffer& body, Incoming& incoming, int64_t remainingMs);
-  int32_t FailAnswer(const SocketLink& link, Outcome outcome, const Incoming& incoming, uint32_t timeoutMs);
+  int32_t FailAnswer(SocketLink& link, Outcome outcome, const Incoming& incoming, uint32_t timeoutMs);
   bool TakeAnswer(const Incoming& incoming, const uint8_t* body, std::span<uint8_t> out, int32_t& result);
 
   std::string hostName_;
@@ -74,8 +75,8 @@ class CTcpclient : public IZelPeerConnection {
   const bool isDomain_;
   std::unique_ptr<Socket> socket_;
 
-  Mutex reconnectMutex_;  // a connect in progress, and the timer
-  Stopwatch reconnectTimer_ ZEL_GUARDED_BY(reconnectMutex_);
+  TimedMutex reconnectMutex_;  // a connect in progress, and the timer
+  Stopwatch reconnectTimer_;
 };
 
 }  // namespace libzel

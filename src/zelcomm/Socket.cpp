@@ -1,6 +1,8 @@
 #include "zelcomm/Socket.h"
 
+#include <algorithm>
 #include <array>
+#include <limits>
 
 #include "utils/Log.h"
 #include "zelcomm/Frame.h"
@@ -19,7 +21,10 @@ std::string RuntimeErrorText() { return platform::ErrorText(platform::RuntimeErr
     ZEL_LOG(kError, format ": errno=%d errstr=%s", error, text.c_str()); \
   } while (false)
 
-int32_t TimesFour(int32_t bytes) { return static_cast<int32_t>(static_cast<uint32_t>(bytes) * 4U); }
+// A link that is connected again and again must not count its buffers round to 0.
+int32_t TimesFour(int32_t bytes) {
+  return static_cast<int32_t>(std::min<int64_t>(int64_t{bytes} * 4, std::numeric_limits<int32_t>::max()));
+}
 
 platform::SocketHandle OpenHandle(int32_t type) {
   if (type == Socket::kStream) return platform::OpenStreamSocket();
@@ -51,6 +56,7 @@ std::shared_ptr<SocketLink> Socket::SetLink(platform::SocketHandle handle) {
   auto fresh = std::make_shared<SocketLink>(handle);
   const MutexLock lock(linkMutex_);
   link_.swap(fresh);
+  (void)fresh->TakeEndReport();  // the connection goes on with the new link: the old one's end is no news
   return link_;
 }
 

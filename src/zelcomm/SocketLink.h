@@ -45,7 +45,11 @@ class SocketLink {
   int32_t write(std::span<const platform::ConstBytes> pieces);
 
   // Held by a reader from a frame's header to its end, so that two readers never share out one frame.
-  Mutex& frameMutex() { return frameMutex_; }
+  TimedMutex& frameMutex() { return frameMutex_; }
+
+  // True for the first one who asks: of the threads that see the link's end, one tells the application. A link that
+  // was replaced has nothing left to tell.
+  bool TakeEndReport() { return !endReported_.exchange(true); }
 
   // Takes the next frame if all of it has been read ahead and the caller is the sole reader; else nothing. `frameSize`
   // tells the size of the frame that begins with the given bytes, 0 when it cannot tell or the frame is not to be taken.
@@ -83,9 +87,10 @@ class SocketLink {
 
   const platform::SocketHandle handle_;
   std::atomic<bool> connected_{false};
+  std::atomic<bool> endReported_{false};
   SpinBudget spinBudget_;
 
-  Mutex frameMutex_;
+  TimedMutex frameMutex_;
   Mutex sendMutex_;
   Mutex receiveMutex_;
   int readers_ ZEL_GUARDED_BY(receiveMutex_) = 0;

@@ -167,6 +167,61 @@ TEST_F(ConcurrencyTest, ReconnectsOfManyThreadsLeaveOneConnection) {
   EXPECT_FALSE(server.IsCalled(50));
 }
 
+TEST_F(ConcurrencyTest, TwoReadersTellTheEndOnce) {
+  for (const Bytes& last : {Bytes{}, OuterHeader(1, 600, 0)}) {
+    Link link(server);
+    EXPECT_EQ(libzel_reconnect_delay_set(link.instance, 3600), 0);
+    EXPECT_EQ(libzel_loop_start(link.instance), 0);
+    std::thread receiver([&] {
+      Bytes buffer(8);
+      EXPECT_EQ(link.instance.Receive(buffer), -1);
+    });
+    EXPECT_TRUE(link.peer.Send(last));
+    link.peer.EndSending();
+    receiver.join();
+    EXPECT_TRUE(link.instance.events.AwaitEvent(ZEL_EVENT_DISCONNECTED));
+    EXPECT_EQ(libzel_loop_stop(link.instance), 0);
+    EXPECT_EQ(link.instance.events.Numbers(), (std::vector<int32_t>{2, 1, 5}));
+  }
+}
+
+// The peer keeps both readers awake in the middle of a body.
+TEST_F(ConcurrencyTest, ReceiveInsideABodyHoldsUpNoRelease) {
+  Link link(server);
+  std::thread receiver([&] {
+    Bytes buffer(8);
+    EXPECT_EQ(link.instance.Receive(buffer, 8000), -1);
+  });
+  EXPECT_TRUE(link.peer.Send(OuterHeader(0, 600, 100000) + Bytes(1)));
+  std::atomic<bool> done{false};
+  std::thread trickle([&] {
+    while (!done && link.peer.Send({0})) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  });
+  EXPECT_EQ(libzel_loop_start(link.instance), 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));  // for the receive thread to try
+  const ElapsedTime time;
+  link.instance.Release();
+  EXPECT_LT(time.Ms(), 3000);
+  done = true;
+  trickle.join();
+  link.peer.Close();
+  receiver.join();
+}
+
+TEST_F(ConcurrencyTest, SendWaitsItsTimeoutForAnotherThreadsConnect) {
+  server.StopListening();
+  const Instance instance(server.device());
+  server.Stall();
+  EXPECT_EQ(libzel_reconnect_delay_set(instance, 0), 0);
+  std::thread connecting([&] { EXPECT_FALSE(libzel_reconnect(instance, 3000)); });
+  EXPECT_TRUE(instance.events.AwaitEvent(ZEL_EVENT_PENDING, 2));
+  const ElapsedTime time;
+  EXPECT_EQ(instance.Send(600, {}, 100), -1);
+  EXPECT_EQ(libzel_get_errno(), ZEL_E_DISCONNECTED);
+  EXPECT_LT(time.Ms(), 2000);
+  connecting.join();
+}
+
 TEST_F(ConcurrencyTest, ReleaseWaitsForNoCallThatRuns) {
   Link link(server);
   std::atomic<bool> entered{false};

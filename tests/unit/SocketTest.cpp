@@ -123,6 +123,16 @@ TEST_F(TcpSocketTest, BuffersAreFourTimesTheirSize) {
   EXPECT_TRUE(log.Has("INFO", "socket set recv buffer " + std::to_string(4 * receive) + " byte"));
 }
 
+TEST_F(TcpSocketTest, BuffersNeverCountRoundToNothing) {
+  TcpSocket fresh("127.0.0.1", 1, Socket::kStream, false);
+  const CapturedLog log;
+  for (int i = 0; i < 20; ++i) fresh.setOptions();
+  for (const char* which : {"send", "recv"}) {
+    EXPECT_FALSE(log.HasStart("INFO", std::string("socket set ") + which + " buffer 0")) << which;
+    EXPECT_FALSE(log.HasStart("INFO", std::string("socket set ") + which + " buffer -")) << which;
+  }
+}
+
 TEST_F(SocketTest, OptionsOfNoSocketFailOneByOne) {
   TcpSocket socket("127.0.0.1", 1, 7, false);
   const CapturedLog log;
