@@ -112,6 +112,19 @@ TEST(PosixPlatformTest, ABrokenPipeRaisesNoSignal) {
 }
 
 // Wine has not got these.
+// An address with a label belongs to the adapter of the name before the colon.
+TEST(PosixPlatformTest, ALabelledAddressMakesNoAdapterOfItsOwn) {
+  const std::vector<Adapter> before = ListAdapters();
+  ASSERT_FALSE(before.empty());
+  const std::string name = before[0].name;
+  const std::string address = " 10.99.0.1/32 dev " + name;
+  ASSERT_EQ(std::system(("ip address add" + address + " label " + name + ":1").c_str()), 0);
+  const std::vector<Adapter> after = ListAdapters();
+  ASSERT_EQ(std::system(("ip address del" + address).c_str()), 0);
+  ASSERT_EQ(after.size(), before.size());
+  for (size_t i = 0; i < after.size(); ++i) EXPECT_EQ(after[i].name, before[i].name);
+}
+
 TEST(PosixPlatformTest, KeepAliveTimesAreTaken) {
   const Owned socket(OpenStreamSocket());
   EXPECT_TRUE(SetKeepAliveIdle(socket, 5));

@@ -41,6 +41,12 @@ TEST_F(ZelDeviceIdGeneratorTest, TheDescriptionFileComesFirst) {
   EXPECT_EQ(log.Lines(), wanted);
 }
 
+// As a container engine makes one for a file that it was to mount and did not find.
+TEST_F(ZelDeviceIdGeneratorTest, AFolderInTheFilesPlaceLeavesItToTheAdapters) {
+  CZelDeviceIdGenerator generator(folder_.Path(""));
+  EXPECT_EQ(IdentifierOf(generator), AdapterIdentifier());
+}
+
 TEST_F(ZelDeviceIdGeneratorTest, AnIdentifierFromTheFileLeavesTheAdaptersAlone) {
   CZelDeviceIdGenerator generator(Describe(R"(<device><deviceInfo deviceId="10.0.0.5.1.1"/></device>)"));
   EXPECT_EQ(generator.Reload(), 0);

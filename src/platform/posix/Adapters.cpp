@@ -15,6 +15,12 @@ namespace {
 
 constexpr uint32_t kEthernet = 6;
 
+// An address may carry a label of its own: "eth0:1" is one of eth0.
+std::string_view InterfaceName(const ifaddrs& entry) {
+  const std::string_view label = entry.ifa_name;
+  return label.substr(0, label.find(':'));
+}
+
 std::vector<uint8_t> HardwareAddress(const ifaddrs* list, std::string_view name) {
   for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
     if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_PACKET || name != entry->ifa_name) continue;
@@ -41,11 +47,12 @@ std::vector<Adapter> ListAdapters() {
   std::vector<Adapter> adapters;
   for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
     if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_INET) continue;
-    if ((entry->ifa_flags & IFF_LOOPBACK) != 0 || IsListed(adapters, entry->ifa_name)) continue;
+    const std::string_view name = InterfaceName(*entry);
+    if ((entry->ifa_flags & IFF_LOOPBACK) != 0 || IsListed(adapters, name)) continue;
     char ip[INET_ADDRSTRLEN] = "";
     const auto* address = reinterpret_cast<const sockaddr_in*>(entry->ifa_addr);
     if (inet_ntop(AF_INET, &address->sin_addr, ip, sizeof ip) == nullptr) continue;
-    adapters.push_back({kEthernet, HardwareAddress(list, entry->ifa_name), entry->ifa_name, ip});
+    adapters.push_back({kEthernet, HardwareAddress(list, name), std::string(name), ip});
   }
   return adapters;
 }

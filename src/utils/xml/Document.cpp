@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -29,7 +29,10 @@ bool IsInName(char c) { return StartsName(c) || (c >= '0' && c <= '9') || c == '
 bool Document::loadFile(const std::string& path) {
   std::ifstream file(path);
   if (!file.is_open()) return false;
-  load(std::string(std::istreambuf_iterator<char>(file), {}));
+  // Into a stream, as that throws nothing when the path opens but cannot be read: a directory on Linux.
+  std::ostringstream text;
+  text << file.rdbuf();
+  load(std::move(text).str());
   return true;
 }
 
