@@ -157,19 +157,21 @@ int32_t CZelScanClient::sendScanReqPacket() {
   const bool scanning = scanning_;
   if (!(requestTimer_.ElapsedMs() > (scanning ? kScanPeriodMs : kIdlePeriodMs))) return 0;
   requestTimer_.Restart();
-  SendRequest(mainSocket(), kScanMulticastRequest);
+  const ZelScanHeader multicast{kScanMulticastRequest, 0, SecondsSinceEpoch()};
+  const ZelScanHeader broadcast{kScanBroadcastRequest, 0, SecondsSinceEpoch()};
+  SendRequest(mainSocket(), multicast);
   for (const ScanInterface& interface : interfaces_) {
-    if (interface.multicastSocket != platform::kNoSocket) SendRequest(interface.multicastSocket, kScanMulticastRequest);
+    if (interface.multicastSocket != platform::kNoSocket) SendRequest(interface.multicastSocket, multicast);
     if (scanning && interface.broadcastSocket != platform::kNoSocket) {
-      SendRequest(interface.broadcastSocket, kScanBroadcastRequest);
+      SendRequest(interface.broadcastSocket, broadcast);
     }
   }
   return 0;
 }
 
-void CZelScanClient::SendRequest(platform::SocketHandle socket, uint8_t type) {
-  const auto request = ZelScanHeader{type, 0, SecondsSinceEpoch()}.Bytes();
-  const bool isBroadcast = type == kScanBroadcastRequest;
+void CZelScanClient::SendRequest(platform::SocketHandle socket, const ZelScanHeader& header) {
+  const auto request = header.Bytes();
+  const bool isBroadcast = header.type == kScanBroadcastRequest;
   const int64_t sent = platform::SendDatagram(socket, isBroadcast ? kBroadcastAddress : kMulticastGroup,
                                               isBroadcast ? kBroadcastPort : ZEL_MUTILCAST_PORT, request);
   if (sent < 0) ZEL_LOG_AS("CZelScanClient::sendScanReqPacket", kError, "send zel search packet fail");

@@ -13,6 +13,7 @@
 #include "libzel/libzel.h"
 #include "utils/Mutex.h"
 #include "utils/Stopwatch.h"
+#include "zelclient/ScanMessage.h"
 #include "zelcomm/ZelDeviceIdGenerator.h"
 #include "zelcomm/ZelScan.h"
 
@@ -59,7 +60,7 @@ class CZelScanClient : public CZelScan {
   int32_t joinMutilCastSocket(ScanInterface& interface);
   static platform::SocketHandle OpenBroadcastSocket(const std::string& ip);
   int32_t sendScanReqPacket();
-  static void SendRequest(platform::SocketHandle socket, uint8_t type);
+  static void SendRequest(platform::SocketHandle socket, const ZelScanHeader& header);
 
   bool RunCycle();
   Watched WatchedSockets() const;

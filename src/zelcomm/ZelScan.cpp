@@ -14,9 +14,16 @@ void CZelScan::Close(platform::SocketHandle& socket) {
 int32_t CZelScan::start() {
   ZEL_LOG(kInfo, "ZelScan Thread Start");
   if (thread_.joinable()) return 0;
-  // A fault that passes the thread's entry ends the process. (The entry is not noexcept: a callback's runtime may end
-  // the thread in its own way, by unwinding it.)
-  thread_ = std::thread([this] { (void)svc(); });
+  {
+    // The thread's callbacks may stop it, so its body begins only once it is held.
+    const MutexLock holding(threadMutex_);
+    // A fault that passes the thread's entry ends the process. (The entry is not noexcept: a callback's runtime may end
+    // the thread in its own way, by unwinding it.)
+    thread_ = std::thread([this] {
+      { const MutexLock held(threadMutex_); }
+      (void)svc();
+    });
+  }
   stop_ = false;
   return 0;
 }

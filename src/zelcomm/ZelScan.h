@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "platform/Platform.h"
+#include "utils/Mutex.h"
 
 namespace libzel {
 
@@ -44,6 +45,7 @@ class CZelScan {
  private:
   std::atomic<bool> stop_{false};
   platform::SocketHandle mainSocket_ = platform::kNoSocket;
+  Mutex threadMutex_;  // held while the thread is made
   std::thread thread_;
 };
 
