@@ -1,5 +1,5 @@
 #!/bin/bash
-# Runs a command and looks at what it says and leaves behind.
+# Runs a command, its standard input empty, and looks at what it says and leaves behind.
 #
 #   expect.sh [--status N] [--line REGEX]... [--same FILE FILE]... -- COMMAND [ARGUMENT...]
 #
@@ -22,7 +22,7 @@ done
 shift
 
 exec 3>&1
-errors=$("$@" 2>&1 >&3)
+errors=$("$@" 2>&1 >&3 </dev/null)
 got=$?
 errors=${errors//$'\r'/$'\n'}
 printf '%s\n' "$errors"
