@@ -2,9 +2,9 @@
  *
  *   ask DEVICE PORT TEXT
  *
- * DEVICE is an identifier (192.168.1.20.0.1), PORT the router port of whoever answers there. The answer and what
- * went wrong go to standard error, the library's own log to standard output. Exit status: 0 answered, 1 an error,
- * 2 usage.
+ * DEVICE is an identifier (192.168.1.20.0.1), PORT the router port of whoever answers there. The answer and
+ * what went wrong go to standard error, the library's own log to standard output. Exit status: 0 answered, 1
+ * an error, 2 usage.
  */
 #include <libzel/libzel.h>
 

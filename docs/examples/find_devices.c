@@ -2,8 +2,8 @@
  *
  *   find_devices [SECONDS]
  *
- * Looks for 5 seconds or as told and prints each device once, on standard error; the library's own log goes to
- * standard output. Exit status: 0 found some, 1 none or an error.
+ * Looks for 5 seconds or as told and prints each device once, on standard error; the library's own log goes
+ * to standard output. Exit status: 0 found some, 1 none or an error.
  */
 #include <libzel/libzel.h>
 
@@ -14,7 +14,7 @@
 
 #ifdef _WIN32
 #include <windows.h>
-#define SleepSeconds(seconds) Sleep((DWORD)(seconds) * 1000)
+#define SleepSeconds(seconds) Sleep((DWORD)(seconds)*1000)
 #else
 #include <unistd.h>
 #define SleepSeconds(seconds) sleep((unsigned)(seconds))
@@ -29,7 +29,8 @@ static atomic_int g_count;
 static int IsKnown(const ZelScanResult* device) {
   const int count = g_count;
   for (int i = 0; i < count; ++i) {
-    if (strcmp(g_devices[i].zelDeviceId, device->zelDeviceId) == 0 && strcmp(g_devices[i].ip, device->ip) == 0)
+    if (strcmp(g_devices[i].zelDeviceId, device->zelDeviceId) == 0 &&
+        strcmp(g_devices[i].ip, device->ip) == 0)
       return 1;
   }
   return 0;

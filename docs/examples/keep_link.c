@@ -2,8 +2,8 @@
  *
  *   keep_link DEVICE TOPIC COUNT
  *
- * Ends after COUNT publications have come back. Prints on standard error; the library's own log goes to standard
- * output. Exit status: 0 done, 1 an error, 2 usage.
+ * Ends after COUNT publications have come back. Prints on standard error; the library's own log goes to
+ * standard output. Exit status: 0 done, 1 an error, 2 usage.
  */
 #include <libzel/libzel.h>
 
@@ -16,8 +16,8 @@
 #include <windows.h>
 #define SleepMs(ms) Sleep(ms)
 #else
-#include <unistd.h>
-#define SleepMs(ms) usleep((ms) * 1000)
+#include <poll.h>
+#define SleepMs(ms) (void)poll(NULL, 0, ms)
 #endif
 
 #define CONNECT_MS 1500
@@ -31,11 +31,20 @@ static void OnEvent(const ZelDeviceId* device, void* user, int32_t event) {
   (void)device;
   (void)user;
   switch (event) {
-    case ZEL_EVENT_PENDING: fprintf(stderr, "connecting\n"); break;
-    case ZEL_EVENT_CONNECTED: fprintf(stderr, "connected\n"); break;
-    case ZEL_EVENT_FAILED: fprintf(stderr, "not connected; the library tries again\n"); break;
-    case ZEL_EVENT_DISCONNECTED: fprintf(stderr, "lost\n"); break;
-    default: break;
+    case ZEL_EVENT_PENDING:
+      fprintf(stderr, "connecting\n");
+      break;
+    case ZEL_EVENT_CONNECTED:
+      fprintf(stderr, "connected\n");
+      break;
+    case ZEL_EVENT_FAILED:
+      fprintf(stderr, "not connected; the library tries again\n");
+      break;
+    case ZEL_EVENT_DISCONNECTED:
+      fprintf(stderr, "lost\n");
+      break;
+    default:
+      break;
   }
 }
 
@@ -56,8 +65,8 @@ static void Run(ZelInstance server, const char* topic, int wanted) {
   for (int number = 1; g_arrived < wanted; ++number) {
     char text[32];
     const int size = snprintf(text, sizeof text, "alive %d", number);
-    /* While the link is down this fails at once, unless its own turn to reconnect has come. Data that must not be
-     * lost is kept and sent again by the application. */
+    /* While the link is down this fails at once, unless its own turn to reconnect has come. Data that must
+     * not be lost is kept and sent again by the application. */
     const int32_t code = libzel_publish(server, 0, 0, topic, (const uint8_t*)text, (uint32_t)size);
     if (code != ZEL_OK) fprintf(stderr, "not published: %s (%d)\n", libzel_strerror(code), (int)code);
     SleepMs(PERIOD_MS);

@@ -2,8 +2,8 @@
  *
  *   publish_subscribe DEVICE TOPIC TEXT
  *
- * Prints on standard error; the library's own log goes to standard output. Exit status: 0 it came, 1 it did not come
- * within 5 seconds, or an error, 2 usage.
+ * Prints on standard error; the library's own log goes to standard output. Exit status: 0 it came, 1 it did
+ * not come within 5 seconds, or an error, 2 usage.
  */
 #include <libzel/libzel.h>
 
@@ -16,8 +16,8 @@
 #include <windows.h>
 #define SleepMs(ms) Sleep(ms)
 #else
-#include <unistd.h>
-#define SleepMs(ms) usleep((ms) * 1000)
+#include <poll.h>
+#define SleepMs(ms) (void)poll(NULL, 0, ms)
 #endif
 
 #define PATIENCE_MS 5000
@@ -29,7 +29,8 @@ static atomic_int g_arrived;
 static void OnPublication(uint32_t idGroup, uint32_t idOffset, const char* topic, const uint8_t* data,
                           uint32_t length, void* user) {
   const char* const expected = user;
-  fprintf(stderr, "%s: %.*s (%" PRIu32 "/%" PRIu32 ")\n", topic, (int)length, (const char*)data, idGroup, idOffset);
+  fprintf(stderr, "%s: %.*s (%" PRIu32 "/%" PRIu32 ")\n", topic, (int)length, (const char*)data, idGroup,
+          idOffset);
   if (length == strlen(expected) && memcmp(data, expected, length) == 0) g_arrived = 1;
 }
 
@@ -43,7 +44,8 @@ static int Run(ZelInstance server, const char* topic, char* text) {
   /* The user pointer must stay valid until the instance is released; argv does. */
   if (!Succeeded("subscribe", libzel_subscribe(server, topic, OnPublication, text)) ||
       !Succeeded("receive thread", libzel_loop_start(server)) ||
-      !Succeeded("publish", libzel_publish(server, 1, 2, topic, (const uint8_t*)text, (uint32_t)strlen(text))))
+      !Succeeded("publish",
+                 libzel_publish(server, 1, 2, topic, (const uint8_t*)text, (uint32_t)strlen(text))))
     return 1;
   for (int waited = 0; !g_arrived && waited < PATIENCE_MS; waited += STEP_MS) SleepMs(STEP_MS);
   (void)Succeeded("unsubscribe", libzel_unsubscribe(server, topic));

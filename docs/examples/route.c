@@ -2,8 +2,8 @@
  *
  *   route DEVICE PORT COUNT
  *
- * Ends after COUNT messages, each of which it prints on standard error; the library's own log goes to standard
- * output. Exit status: 0 all came, 1 they did not come within 10 seconds, or an error, 2 usage.
+ * Ends after COUNT messages, each of which it prints on standard error; the library's own log goes to
+ * standard output. Exit status: 0 all came, 1 they did not come within 10 seconds, or an error, 2 usage.
  */
 #include <libzel/libzel.h>
 
@@ -15,8 +15,8 @@
 #include <windows.h>
 #define SleepMs(ms) Sleep(ms)
 #else
-#include <unistd.h>
-#define SleepMs(ms) usleep((ms) * 1000)
+#include <poll.h>
+#define SleepMs(ms) (void)poll(NULL, 0, ms)
 #endif
 
 #define PATIENCE_MS 10000

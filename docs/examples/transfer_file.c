@@ -2,8 +2,8 @@
  *
  *   transfer_file DEVICE PORT FILE REMOTE
  *
- * PORT is the device's port for files, REMOTE the name that the file gets there. Progress goes to standard error, the
- * library's own log to standard output. Exit status: 0 sent, 1 an error, 2 usage.
+ * PORT is the device's port for files, REMOTE the name that the file gets there. Progress goes to standard
+ * error, the library's own log to standard output. Exit status: 0 sent, 1 an error, 2 usage.
  */
 #include <libzel/libzel.h>
 
@@ -15,8 +15,8 @@
 #include <windows.h>
 #define SleepMs(ms) Sleep(ms)
 #else
-#include <unistd.h>
-#define SleepMs(ms) usleep((ms) * 1000)
+#include <poll.h>
+#define SleepMs(ms) (void)poll(NULL, 0, ms)
 #endif
 
 #define STEP_MS 10
@@ -31,8 +31,8 @@ typedef struct Transfer {
 } Transfer;
 
 /* First on the thread that calls ZelFileTransfer, then on the library's transfer thread. */
-static int32_t OnProgress(const ZelDeviceId* device, uint32_t number, float progress, uint32_t error, uint8_t state,
-                          void* user) {
+static int32_t OnProgress(const ZelDeviceId* device, uint32_t number, float progress, uint32_t error,
+                          uint8_t state, void* user) {
   Transfer* const transfer = user;
   (void)device;
   (void)number;
@@ -47,7 +47,8 @@ static int32_t OnProgress(const ZelDeviceId* device, uint32_t number, float prog
   return 0;
 }
 
-/* A device that never marks its last answer leaves the transfer without an end; so a standstill is one, too. */
+/* A device that never marks its last answer leaves the transfer without an end; so a standstill is one, too.
+ */
 static void Await(Transfer* transfer) {
   unsigned seen = 0;
   int idleMs = 0;
