@@ -1,4 +1,4 @@
-"""Finds dead links:  check_links.py SITE TREE
+"""Finds dead links, and Markdown that was not understood:  check_links.py SITE TREE
 
 Every link of the built site into itself, and every link of the tree's Markdown files to a file of the tree, must lead
 somewhere, fragments included. Links to other sites are not followed.
@@ -11,19 +11,35 @@ import sys
 import urllib.parse
 
 
+VERBATIM = ("pre", "code", "script", "style")
+
+
 class Page(html.parser.HTMLParser):
     def __init__(self, path):
         super().__init__()
         self.links = []
         self.anchors = set()
+        self.raw = []
+        self.verbatim = 0
+        self.in_line = False  # of a program
         self.feed(path.read_text(encoding="utf-8"))
 
     def handle_starttag(self, tag, attributes):
+        self.in_line = self.in_line or (tag == "div" and ("class", "line") in attributes)
+        self.verbatim += tag in VERBATIM
         for name, value in attributes:
             if name == "id" or (tag == "a" and name == "name"):
                 self.anchors.add(value)
             if name in ("href", "src") and value:
                 self.links.append(value)
+
+    def handle_endtag(self, tag):
+        self.in_line = self.in_line and tag != "div"
+        self.verbatim -= tag in VERBATIM
+
+    def handle_data(self, data):
+        if not self.verbatim and not self.in_line and re.search(r"\*\*|\]\(\w|`|\\ref", data):
+            self.raw.append(data.strip())
 
 
 def is_foreign(link):
@@ -34,6 +50,7 @@ def check_site(site):
     pages = {path.resolve(): Page(path) for path in site.rglob("*.html")}
     count = 0
     for path, page in pages.items():
+        yield from (f"{path.name}: raw Markdown: {text}" for text in page.raw)
         for link in page.links:
             if is_foreign(link):
                 continue
@@ -76,7 +93,7 @@ def main():
     files = [path for folder in folders for path in sorted((tree / folder).glob("*.md"))]
     complaints = [*check_site(site), *check_markdown(tree, files)]
     print(*complaints, sep="\n")
-    print(f"{len(files)} Markdown files and the site: {len(complaints)} dead links")
+    print(f"{len(files)} Markdown files and the site: {len(complaints)} complaints")
     return 1 if complaints else 0
 
 
