@@ -126,7 +126,7 @@ start_sim() {
   local number=$1 host=${2%% *} log="$ZEL_LAB/sim$1.log" trace="$ZEL_LAB/trace$1" arguments=() waited
   [ -x "$ZELSIM" ] || fail "no simulator at $ZELSIM"
   if [[ $2 == *" "* ]]; then eval "arguments=(${2#* })"; fi
-  : >"$trace"
+  : >"$trace" >"$log"
   in_host "$host" "$ZELSIM" "${arguments[@]}" --trace "$trace" >"$log" 2>&1 </dev/null &
   simPids+=($!)
   for ((waited = 0; waited < 500; ++waited)); do
