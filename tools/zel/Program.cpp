@@ -162,6 +162,7 @@ int RunProgram(int argc, char** argv) {
   CommonOptions common;
   Task task;
   app.formatter(std::make_shared<PlainFormatter>());
+  app.allow_windows_style_options(false);  // "/data/recipe" is a path on a device
   AddCommon(app, common);
   AddCommands(app, task);
   LetCommonOptionsFollow(app);
