@@ -171,7 +171,7 @@ ZEL_API int32_t libzel_get_errno(void);
 ZEL_API const char* libzel_strerror(int32_t code);
 
 /** Stops and destroys every live instance, then shuts the system's socket library down. Must not be called from a
- * callback. Discovery goes on until the process ends. Result: 0. */
+ * callback, and waits as libzel_releaseInstance does. Discovery goes on until the process ends. Result: 0. */
 ZEL_API int32_t libzel_destory(void);
 
 /** @} */
@@ -195,6 +195,8 @@ ZEL_API ZelInstance libzel_createInstanceEx(const ZelDeviceId* device, uint32_t 
                                             ZelConnEventCallback callback, void* user);
 
 /** Stops the instance's receive thread and destroys the instance. Must not be called from a callback of any instance.
+ * While it waits for the thread, every function that takes a handle waits for it: where a callback calls such a function,
+ * call libzel_loop_stop first, or both wait for ever.
  * Result: always 8193 (ZEL_E_HANDLE), also left as the error number, even when the instance was released. Deliberate:
  * never treat it as a failure. */
 ZEL_API int32_t libzel_releaseInstance(ZelInstance instance);
@@ -343,7 +345,8 @@ ZEL_API int32_t ZelGetRemoteDeviceId(const char* host, ZelDeviceId* out, int32_t
 
 /** Sends a read request (command 2) to the target over a connection that is made on first use and kept for the
  * identifier. `reserved` is not looked at. Sets `*outLength` to 0 when outLength is not null; outBuffer is not filled.
- * Result: always 0xFFFFFFFF once the request has left. Deliberate: the answer is not awaited. */
+ * Result: always 0xFFFFFFFF once the request has left. Deliberate: the answer is not awaited, and the record that it
+ * would fill, about 200 bytes, stays reserved until the process ends. */
 ZEL_API uint32_t ZelSyncReadReq(const ZelDeviceAddr* target, uint32_t idGroup, uint32_t idOffset, uint32_t reserved,
                                 uint8_t* outBuffer, uint32_t* outLength, uint32_t timeoutMs);
 

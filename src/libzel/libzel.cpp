@@ -21,7 +21,11 @@ ZelInstance CreateInstance(const ZelDeviceId* device, uint32_t type, int64_t tim
   const auto connection = CPeerConnMgr::Instance().CreateInstance(device, type);
   if (connection == nullptr) return 0;
   connection->SetEventCallback(callback, user);
-  (void)connection->Connect(timeoutMs);  // the instance reconnects by itself
+  try {
+    (void)connection->Connect(timeoutMs);  // the instance reconnects by itself
+  } catch (const std::exception& fault) {
+    ZEL_LOG_AS("libzel_createInstance", kError, "connect:%s", fault.what());
+  }
   return CPeerConnMgr::HandleOf(connection);
 }
 

@@ -112,6 +112,8 @@ int WaitReadableSet(std::span<const SocketHandle> sockets, std::span<bool> ready
 // One receive or one gathered send, never blocking longer than the socket's mode says, never raising a signal.
 // Give the bytes moved, 0 when the peer closed (Receive), or -1.
 int64_t Receive(SocketHandle socket, uint8_t* buffer, size_t size);
+// True when the peer of a connected, non-blocking socket has closed or reset it and nothing is left to be received.
+bool HasPeerEnded(SocketHandle socket);
 inline constexpr size_t kMaxPieces = 4;
 int64_t Send(SocketHandle socket, std::span<const ConstBytes> pieces);
 

@@ -34,6 +34,9 @@ ZelDeviceId LocalDeviceIdOrZero() {
   }
 }
 
+// The connection whose receive thread the calling thread is.
+thread_local const IZelPeerConnection* t_received = nullptr;
+
 // Called from a noexcept function, so it ends the process, with its text on standard error.
 [[noreturn]] void FailSelfJoin() {
   throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
@@ -212,8 +215,10 @@ int32_t IZelPeerConnection::loop_start() noexcept {
   stop_ = false;
   (void)stopWaker_.Open();  // without one a stop takes up to a second
   stopWaker_.Drain();
-  thread_ = std::thread([this] { (void)svc(); });
-  threadId_ = thread_.get_id();
+  thread_ = std::thread([this] {
+    t_received = this;
+    (void)svc();
+  });
   isStarted_ = true;
   return ZEL_OK;
 }
@@ -222,7 +227,7 @@ int32_t IZelPeerConnection::loop_stop() noexcept {
   std::unique_lock lock(threadMutex_);
   stop_ = true;
   if (!isStarted_) return ZEL_OK;
-  if (threadId_ == std::this_thread::get_id()) FailSelfJoin();
+  if (t_received == this) FailSelfJoin();
   if (isJoining_) {
     joined_.wait(lock, [this] { return !isJoining_; });
     return ZEL_OK;

@@ -149,7 +149,6 @@ class IZelPeerConnection {
   std::mutex threadMutex_;
   std::condition_variable joined_;
   std::thread thread_;
-  std::thread::id threadId_;
   bool isStarted_ = false;
   bool isJoining_ = false;
   platform::Waker stopWaker_;

@@ -52,6 +52,7 @@ int32_t CZelScanClient::stopScan() {
 
 int32_t CZelScanClient::svc() {
   ZEL_LOG(kDebug, "Zel Scan Client Start");
+  (void)platform::StartSockets();  // its own, for good: the end of the library's use of them must not close its sockets
   (void)initMutilCastSocket();  // a failure ends the first wait
   for (const AdapterRecord& adapter : DeviceIdGenerator().GetAdapterTable()) (void)addBroadcastSocket(adapter);
   while (!IsStopped() && RunCycle()) {

@@ -19,6 +19,7 @@ constexpr int64_t kDownPauseMs = 100;
 constexpr int64_t kBodyTimeoutMs = 1000;
 constexpr int64_t kReceiveReconnectMs = 1500;
 constexpr int64_t kFrameWaitMs = 50;
+constexpr int64_t kShortestConnectMs = 50;
 constexpr uint32_t kTopicTimeoutMs = 1000;
 
 // The connections that the calling thread is connecting at this moment, innermost first. A send from inside (a
@@ -50,6 +51,11 @@ thread_local const ConnectScope* ConnectScope::t_innermost = nullptr;
 int64_t WholeMs(const Stopwatch& watch) {
   // Some time has always passed, even where the clock is too coarse to show it.
   return std::max<int64_t>(static_cast<int64_t>(std::ceil(watch.ElapsedMs())), 1);
+}
+
+int32_t FailDisconnected() {
+  SetErrno(ZEL_E_DISCONNECTED);
+  return -1;
 }
 
 // Reads `size` body bytes or until the time-out; 0 when the connection ended.
@@ -112,13 +118,17 @@ bool CTcpclient::Connect(int64_t timeoutMs) {
 }
 
 bool CTcpclient::Reconnect(int64_t timeoutMs) {
+  // An event of this connection's own attempt: another one from inside would never come to an end.
+  if (ConnectScope::Holds(this)) return IsConnected();
   const Stopwatch watch;
+  int64_t leftMs = timeoutMs;
   if (!TimedLock(reconnectMutex_, 0)) {
     // Another thread is connecting: what it brings up serves this one too.
     const TimedLock lock(reconnectMutex_, timeoutMs);
-    if (!lock || IsConnected()) return IsConnected();
+    leftMs -= static_cast<int64_t>(watch.ElapsedMs());
+    if (!lock || IsConnected() || leftMs < kShortestConnectMs) return IsConnected();
   }
-  if (!TryConnect(timeoutMs - static_cast<int64_t>(watch.ElapsedMs()))) return false;
+  if (!TryConnect(leftMs)) return false;
   ZEL_LOG(kInfo, "Reconnect  HostName:%s,port:%d Success,isDomain:%d,timeout:%d ms", hostName_.c_str(), port_,
           isDomain_, static_cast<int>(timeoutMs));
   return true;
@@ -131,9 +141,11 @@ bool CTcpclient::TryConnect(int64_t timeoutMs) {
   bool connected = false;
   bool isOurs = true;
   {
+    const Stopwatch watch;
     const TimedLock lock(reconnectMutex_, timeoutMs);
-    if (lock && (!IsConnected() || socket_->link() == before)) {
-      connected = socket_->Connect(timeoutMs);
+    const int64_t leftMs = timeoutMs - static_cast<int64_t>(watch.ElapsedMs());
+    if (lock && leftMs >= std::min(timeoutMs, kShortestConnectMs) && (!IsConnected() || socket_->link() == before)) {
+      connected = socket_->Connect(leftMs);
     } else {
       isOurs = false;  // another thread brought it up during the event, or is still at it
       connected = IsConnected();
@@ -146,6 +158,7 @@ bool CTcpclient::TryConnect(int64_t timeoutMs) {
 
 bool CTcpclient::WrapReconnect(int64_t timeoutMs) {
   if (!IsAutoReconnect() || ConnectScope::Holds(this)) return false;
+  const Stopwatch watch;
   double elapsedSec = 0;
   {
     const TimedLock lock(reconnectMutex_, timeoutMs);
@@ -156,12 +169,12 @@ bool CTcpclient::WrapReconnect(int64_t timeoutMs) {
   }
   ZEL_LOG(kDebug, "trigger Reconnect  HostName:%s,port:%d,isDomain:%d,IntercalSec:%.2f sec", hostName_.c_str(), port_,
           isDomain_, elapsedSec);
-  return Reconnect(timeoutMs);
+  return Reconnect(timeoutMs - static_cast<int64_t>(watch.ElapsedMs()));
 }
 
 bool CTcpclient::EnsureConnected(int64_t timeoutMs) {
   if (IsConnected() || WrapReconnect(timeoutMs)) return true;
-  SetErrno(ZEL_E_DISCONNECTED);
+  (void)FailDisconnected();
   return false;
 }
 
@@ -194,6 +207,7 @@ int32_t CTcpclient::SendPieces(uint16_t port, const AddressBlock& address,
   if (!link->connected()) {
     if (!EnsureConnected(timeoutMs)) return -1;
     link = socket_->link();
+    if (!link->connected()) return FailDisconnected();  // lost again meanwhile
   }
   const uint32_t invokeId = GenInvokeId();
   lastInvokeId_ = invokeId;
@@ -362,6 +376,7 @@ int32_t CTcpclient::Recv(void* /*context*/, uint8_t* buffer, uint32_t size, uint
   }
   const Stopwatch watch;
   const SocketLink::Reader link(socket_->link());
+  if (!link->connected()) return FailDisconnected();  // lost again meanwhile
   ReceiveBuffer body;
   int64_t remainingMs = int64_t{timeoutMs} - WholeMs(watch);
   while (remainingMs >= 1 && link->SelectEagerly(remainingMs)) {
@@ -381,8 +396,8 @@ CTcpclient::Outcome CTcpclient::ReadAnswer(SocketLink& link, ReceiveBuffer& body
                                            int64_t remainingMs) {
   const Stopwatch watch;
   const TimedLock lock(link.frameMutex(), remainingMs);
-  if (!lock) return Outcome::kNothing;
   remainingMs -= static_cast<int64_t>(watch.ElapsedMs());
+  if (!lock || remainingMs < 1) return Outcome::kNothing;
   uint8_t header[kZelHeaderSize] = {0, kVersionZoe};
   incoming.headerSize = link.readFull(header, sizeof header);
   if (incoming.headerSize == 0) return Outcome::kClosed;

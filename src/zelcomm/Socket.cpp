@@ -69,6 +69,12 @@ std::shared_ptr<SocketLink> Socket::DropLink(const SocketLink* expected) {
   return none;
 }
 
+bool Socket::MarkConnected(SocketLink& link) {
+  const MutexLock lock(linkMutex_);
+  if (link_.get() == &link) link.setConnected(true);
+  return link_.get() == &link;
+}
+
 void Socket::ShutdownBothWays(const std::shared_ptr<SocketLink>& link) {
   if (link != nullptr && link->handle() != platform::kNoSocket) platform::ShutdownSocket(link->handle());
 }
@@ -149,13 +155,14 @@ TcpSocket::~TcpSocket() { ShutdownBothWays(link()); }
 
 bool TcpSocket::Connect(int64_t timeoutMs) {
   auto current = link();
-  if (current->handle() == platform::kNoSocket || (tried_ && !current->connected())) {
+  // A link that the peer ended while nobody looked is down as well.
+  const auto isDown = [&] { return !current->connected() || platform::HasPeerEnded(current->handle()); };
+  if (current->handle() == platform::kNoSocket || (tried_ && isDown())) {
     current = SetLink(platform::OpenStreamSocket());
   }
   tried_ = true;
   (void)platform::SetNonBlocking(current->handle());
-  if (FinishConnect(*current, timeoutMs)) {
-    current->setConnected(true);
+  if (FinishConnect(*current, timeoutMs) && MarkConnected(*current)) {
     ZEL_LOG(kInfo, "TcpSocket connect Success");
     setOptions();
     return true;
@@ -277,8 +284,8 @@ void DomainTcpSocket::Shutdown() {
 }
 
 void DomainTcpSocket::LogClose() {
-  ZEL_LOG_AS("DomainTcpSocket::Shutdown", kDebug, "close domain socket:%d,name:%s", static_cast<int>(fd()),
-             host().c_str());
+  // Nothing ever names a local socket. Deliberate.
+  ZEL_LOG_AS("DomainTcpSocket::Shutdown", kDebug, "close domain socket:%d,name:%s", static_cast<int>(fd()), "(null)");
 }
 
 }  // namespace libzel

@@ -59,6 +59,8 @@ class Socket {
  protected:
   // Replaces the present link; its handle is closed when the last thread lets go of it.
   std::shared_ptr<SocketLink> SetLink(platform::SocketHandle handle);
+  // Puts the link up, unless another thread has dropped it meanwhile: then false.
+  bool MarkConnected(SocketLink& link);
   // Lets go of the present link, if it is `expected` (or whichever it is, for null), and gives it.
   std::shared_ptr<SocketLink> DropLink(const SocketLink* expected = nullptr);
   void ShutdownBothWays(const std::shared_ptr<SocketLink>& link);

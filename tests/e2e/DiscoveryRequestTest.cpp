@@ -171,6 +171,14 @@ TEST_F(DiscoveryRequestTest, ACycleComesEveryOneToTwoSeconds) {
 }
 
 // ---- Without a scan
+TEST_F(DiscoveryRequestTest, DiscoveryOutlivesTheLibrarysEnd) {
+  ASSERT_EQ(libzel_destory(), 0);
+  ASSERT_EQ(libzel_init(), 0);
+  const size_t before = devices_.Count();
+  ASSERT_EQ(libzel_startZelScan(), 0);
+  EXPECT_TRUE(devices_.Await(before + 2));
+}
+
 // ------------------------------------------------------------------------------------------------
 
 class DiscoveryIdleTest : public testing::Test {

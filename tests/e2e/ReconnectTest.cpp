@@ -239,6 +239,36 @@ TEST_F(ReconnectTest, BadLengthIsReportedAfterTheLinkIsShutDown) {
   (void)libzel_releaseInstance(instance);
 }
 
+TEST_F(ReconnectTest, ReconnectInsideAnEventOfItsOwnAttemptTellsHowThingsStand) {
+  struct State {
+    ZelInstance instance = 0;
+    std::vector<std::pair<int32_t, bool>> results;
+  } state;
+  const auto callback = [](const ZelDeviceId*, void* user, int32_t event) {
+    auto& mine = *static_cast<State*>(user);
+    if (mine.instance != 0) mine.results.emplace_back(event, libzel_reconnect(mine.instance, 1000));
+  };
+  server.StopListening();
+  state.instance = libzel_createInstanceEx(&server.device(), 0, 1000, callback, &state);
+  EXPECT_FALSE(libzel_reconnect(state.instance, 1000));
+  server.Listen();
+  EXPECT_TRUE(libzel_reconnect(state.instance, 1000));
+  const std::vector<std::pair<int32_t, bool>> wanted = {{2, false}, {6, false}, {2, false}, {1, true}};
+  EXPECT_EQ(state.results, wanted);
+  (void)libzel_releaseInstance(state.instance);
+}
+
+TEST_F(ReconnectTest, LinkThatWasResetUnnoticedIsMadeAnew) {
+  Link link(server);
+  link.peer.Reset();
+  EXPECT_TRUE(Eventually([&] {
+    // Until the reset has arrived, the link counts as a live one.
+    EXPECT_TRUE(libzel_reconnect(link.instance, 1000));
+    return server.IsCalled(10);
+  }));
+  EXPECT_TRUE(server.Accept().IsOpen());
+}
+
 TEST_F(ReconnectTest, CallbackMaySendWhileTheLinkIsBeingMade) {
   struct State {
     std::atomic<ZelInstance> instance{0};

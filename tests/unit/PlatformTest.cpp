@@ -201,6 +201,18 @@ TEST_F(PlatformTest, AResetPeerIsReadableAndEndsTheReceive) {
       << received << ' ' << SocketError();
 }
 
+TEST_F(PlatformTest, APeerHasEndedWhenItClosedOrResetAndAllWasRead) {
+  for (const bool reset : {false, true}) {
+    Pair pair;
+    ASSERT_TRUE(SetNonBlocking(pair.client));
+    EXPECT_FALSE(HasPeerEnded(pair.client));
+    ASSERT_TRUE(SetLinger(pair.server, reset, 0));
+    pair.server.Close();
+    EXPECT_EQ(WaitReadable(pair.client, kLongMs), 1);
+    EXPECT_TRUE(HasPeerEnded(pair.client)) << reset;
+  }
+}
+
 TEST_F(PlatformTest, ShutdownWakesAWaitingThread) {
   const Pair pair;
   std::atomic<int> result{-2};

@@ -170,6 +170,12 @@ int64_t Receive(SocketHandle socket, uint8_t* buffer, size_t size) {
   return recv(Fd(socket), buffer, size, 0);
 }
 
+bool HasPeerEnded(SocketHandle socket) {
+  uint8_t byte = 0;
+  const ssize_t seen = recv(Fd(socket), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+  return seen == 0 || (seen < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR);
+}
+
 int64_t Send(SocketHandle socket, std::span<const ConstBytes> pieces) {
   if (pieces.size() == 1) return send(Fd(socket), pieces[0].data(), pieces[0].size(), MSG_NOSIGNAL);
   std::array<iovec, kMaxPieces> vectors{};

@@ -225,6 +225,12 @@ int64_t Receive(SocketHandle socket, uint8_t* buffer, size_t size) {
   return received < 0 && WSAGetLastError() == WSAESHUTDOWN ? 0 : received;
 }
 
+bool HasPeerEnded(SocketHandle socket) {
+  char byte = 0;
+  const int seen = recv(Handle(socket), &byte, 1, MSG_PEEK);
+  return seen == 0 || (seen < 0 && WSAGetLastError() != WSAEWOULDBLOCK);
+}
+
 int64_t Send(SocketHandle socket, std::span<const ConstBytes> pieces) {
   std::array<WSABUF, kMaxPieces> buffers{};
   const size_t count = std::min(pieces.size(), buffers.size());
