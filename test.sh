@@ -5,6 +5,7 @@ set -uo pipefail
 cd "$(dirname "$0")" || exit 1
 
 declare -A presets=([linux]=linux-release [asan]=linux-asan [tsan]=linux-tsan [windows]=windows-release)
+presets[fuzz]=linux-fuzz
 passed=0 failed=0 report=()
 
 say_failure() {

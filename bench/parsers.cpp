@@ -3,6 +3,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "utils/json/JsonParser.h"
@@ -37,6 +38,17 @@ void ParseAnswer(benchmark::State& state) {
   state.counters["bytes"] = static_cast<double>(text.size());
 }
 BENCHMARK(ParseAnswer);
+
+// The same with a well-known parser, to measure the machine by.
+void ParseAnswerElsewhere(benchmark::State& state) {
+  const std::string text = AnswerText();
+  for (auto _ : state) {
+    const nlohmann::json root = nlohmann::json::parse(text);
+    if (!root.is_object()) std::abort();
+    benchmark::DoNotOptimize(root);
+  }
+}
+BENCHMARK(ParseAnswerElsewhere);
 
 // What an answer costs behind its receive: document, record, router table, callback.
 void HandleAnswer(benchmark::State& state) {

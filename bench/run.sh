@@ -49,13 +49,16 @@ PYTHON
 
 parsers() {
   "$build/bench/bench_parsers" --benchmark_repetitions="$1" --benchmark_min_time=0.1 \
+    --benchmark_enable_random_interleaving=true \
     --benchmark_report_aggregates_only=true --benchmark_out="$work/parsers.json" --benchmark_out_format=json \
     >"$log" 2>"$work/parsers.err"
   python3 - "$work/parsers.json" <<'PYTHON'
 import json, sys
 runs = json.load(open(sys.argv[1]))["benchmarks"]
 run = {run["run_name"]: run for run in runs if run["aggregate_name"] == "median"}
-print("answer of %d bytes parsed %6.2f us" % (run["ParseAnswer"]["bytes"], run["ParseAnswer"]["real_time"] / 1e3))
+ours, theirs = run["ParseAnswer"]["cpu_time"] / 1e3, run["ParseAnswerElsewhere"]["cpu_time"] / 1e3
+print("answer of %d bytes parsed %6.2f us   nlohmann-json %6.2f us   ratio %.2f"
+      % (run["ParseAnswer"]["bytes"], ours, theirs, ours / theirs))
 print("answers handled       %8.0f per s, from text to callback" % (1e9 / run["HandleAnswer"]["real_time"]))
 print("identifier parsed     %8.1f ns, printed %.1f ns"
       % (run["ParseIdentifier"]["real_time"], run["PrintIdentifier"]["real_time"]))
