@@ -22,17 +22,34 @@ step() {
   exit 1
 }
 
-# make SYSTEM CMAKE-OPTION...: builds for a system and lets CPack make its packages.
-make() {
-  local system=$1 flags="-ffile-prefix-map=$PWD=."
-  shift
+# build_for SYSTEM FLAGS LINKER-FLAGS CMAKE-OPTION...: builds from nothing: objects hold the date.
+build_for() {
+  local system=$1 flags="-ffile-prefix-map=$PWD=. -fno-ident $2" linking="-s $3"
+  shift 3
+  rm -rf "${build:?}/$system"
   step "configuring $system" cmake -G Ninja -S . -B "$build/$system" -DCMAKE_BUILD_TYPE=Release -DZEL_BUILD_TOOLS=ON \
-    -DZEL_PACKAGE=ON -DCMAKE_C_FLAGS="$flags $hardening" -DCMAKE_CXX_FLAGS="$flags $hardening" \
-    -DCMAKE_SHARED_LINKER_FLAGS="-s $linking" -DCMAKE_EXE_LINKER_FLAGS="-s $linking" "$@"
+    -DZEL_PACKAGE=ON -DCMAKE_C_FLAGS="$flags" -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_SHARED_LINKER_FLAGS="$linking" \
+    -DCMAKE_EXE_LINKER_FLAGS="$linking" "$@"
   step "building $system" cmake --build "$build/$system" --parallel "$(nproc)"
-  rm -rf "$build/$system/cpack"
-  step "packing $system" cpack --config "$build/$system/CPackConfig.cmake" -B "$build/$system/cpack"
-  mv "$build/$system"/cpack/*."$kind" "$packages"
+}
+
+pack_debian() {
+  step "packing linux" cpack --config "$build/linux/CPackConfig.cmake" -B "$build/linux/cpack"
+  # CPack gives a library scripts that call ldconfig; the package has a trigger instead, as Debian wants it.
+  local library=$build/linux/libzel0
+  dpkg-deb --raw-extract "$build"/linux/cpack/libzel0_*.deb "$library"
+  rm "$library"/DEBIAN/{postinst,postrm}
+  step "packing libzel0" dpkg-deb --root-owner-group -Zxz --build "$library" "$build/linux/cpack"
+  mv "$build"/linux/cpack/*.deb "$packages"
+}
+
+pack_windows() {
+  local name=libzel-$version-windows-x64
+  step "installing windows" cmake --install "$build/windows" --prefix "$build/windows/zip/$name"
+  cd "$build/windows/zip"
+  find . -exec touch --date="@$SOURCE_DATE_EPOCH" {} +
+  find "$name" -type f | sort | step "packing windows" zip -9 -X -@ "$packages/$name.zip"
+  cd "$OLDPWD"
 }
 
 # The files as they are here, so that what is packed and what is built are the same.
@@ -44,9 +61,9 @@ pack_sources() {
 
 rm -rf "$packages"
 mkdir -p "$packages"
-hardening="-fstack-protector-strong -D_FORTIFY_SOURCE=2 -Wformat -Werror=format-security" linking="-Wl,-z,relro,-z,now"
-kind=deb make linux -DCMAKE_INSTALL_PREFIX=/usr
-hardening="" linking=""
-kind=zip make windows --toolchain cmake/mingw-w64.cmake
+build_for linux "-fstack-protector-strong -D_FORTIFY_SOURCE=2" "-Wl,-z,relro,-z,now" -DCMAKE_INSTALL_PREFIX=/usr
+pack_debian
+build_for windows "" "" --toolchain cmake/mingw-w64.cmake
+pack_windows
 pack_sources
 (cd "$packages" && sha256sum -- * >SHA256SUMS)

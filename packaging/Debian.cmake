@@ -13,10 +13,11 @@ foreach(package IN LISTS packages)
   install(FILES ${copyright} DESTINATION ${docdir}/${package} COMPONENT ${package})
   zipped(changelog.Debian ${CMAKE_CURRENT_SOURCE_DIR}/debian/changelog ${docdir}/${package} ${package})
   zipped(changelog ${PROJECT_SOURCE_DIR}/CHANGELOG.md ${docdir}/${package} ${package})
-  if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/debian/${package}.overrides)
-    install(FILES debian/${package}.overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides
-      RENAME ${package} COMPONENT ${package})
-  endif()
+  file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/${package}/overrides
+    "# These packages are not uploaded to Debian, so there is no bug that asks for them.\n"
+    "${package}: initial-upload-closes-no-bugs [*]\n")
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${package}/overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides
+    RENAME ${package} COMPONENT ${package})
 endforeach()
 
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${docdir}/libzel-dev COMPONENT libzel-dev)
@@ -50,6 +51,15 @@ file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/METADATA
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/METADATA DESTINATION ${python}/zel-${PROJECT_VERSION}.egg-info
   RENAME PKG-INFO COMPONENT python3-libzel)
 
+set(CPACK_PACKAGE_NAME libzel)
+set(CPACK_PACKAGE_VENDOR "libzel project")
+# Or it would stand above the descriptions of all packages.
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
+set(CPACK_PACKAGE_CONTACT "libzel maintainers <maintainers@libzel.example>")
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS ${CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS})
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/SetTimes.cmake)
+set(CPACK_THREADS 1)
+set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_COMPONENTS_ALL ${packages})
@@ -110,3 +120,4 @@ set(CPACK_DEBIAN_LIBZEL0_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_BINARY_DIR}/symbo
   ${CMAKE_CURRENT_BINARY_DIR}/triggers)
 set(CPACK_DEBIAN_PYTHON3-LIBZEL_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/debian/postinst
   ${CMAKE_CURRENT_SOURCE_DIR}/debian/prerm)
+include(CPack)

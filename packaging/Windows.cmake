@@ -1,4 +1,4 @@
-# One archive that is unpacked anywhere.
+# What is only in the archive for Windows, which is unpacked anywhere.
 set(notices ${CMAKE_CURRENT_BINARY_DIR}/COPYRIGHT.txt)
 add_notices(${notices} libcli11-dev nlohmann-json3-dev mingw-w64-x86-64-dev gcc-mingw-w64-base)
 file(GLOB documents ${PROJECT_SOURCE_DIR}/docs/*.md)
@@ -9,7 +9,3 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${docdir}/libzel
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/python/zel DESTINATION python
   FILES_MATCHING PATTERN *.py PATTERN py.typed PATTERN __pycache__ EXCLUDE)
 install(FILES ${PROJECT_SOURCE_DIR}/tools/wireshark/zel.lua DESTINATION wireshark)
-
-set(CPACK_GENERATOR ZIP)
-set(CPACK_ARCHIVE_COMPONENT_INSTALL OFF)
-set(CPACK_PACKAGE_FILE_NAME libzel-${PROJECT_VERSION}-windows-x64)

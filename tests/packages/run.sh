@@ -1,0 +1,143 @@
+#!/bin/bash
+# Makes the packages twice, and tests them as their users get them: installed into an empty root, unpacked, linked to.
+# The last line is ctest's summary, for test.sh.
+set -uo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+tree=$(cd "$here/../.." && pwd)
+packages=$tree/build/packages work=$tree/build/packages-test
+root=$work/root failed=0 total=0
+export ZELSIM=$root/usr/bin/zelsim
+
+fail() {
+  echo "$*" >&2
+  return 1
+}
+
+check() {
+  local name=$1
+  shift
+  total=$((total + 1))
+  if ("$@") >"$work/$name.log" 2>&1; then
+    echo "ok      $name"
+  else
+    failed=$((failed + 1))
+    echo "FAILED  $name"
+    sed 's/^/    /' "$work/$name.log"
+  fi
+}
+
+makes_packages() { "$tree/package.sh"; }
+
+makes_the_same_again() {
+  set -e
+  cp "$packages/SHA256SUMS" "$work/first"
+  "$tree/package.sh"
+  diff "$work/first" "$packages/SHA256SUMS"
+  cd "$packages"
+  sha256sum --quiet --check SHA256SUMS
+}
+
+pleases_lintian() { lintian --allow-root --fail-on error,warning "$packages"/*.deb; }
+
+# dpkg itself, with what a clean Debian of these dependencies would have said to be installed.
+installs() {
+  set -e
+  mkdir -p "$root/var/lib/dpkg"/{info,updates} "$root/etc"
+  local package
+  for package in libc6 libgcc-s1 libstdc++6 libc6-dev python3; do
+    printf 'Package: %s\nStatus: install ok installed\nMaintainer: none\nArchitecture: amd64\n' "$package"
+    printf 'Multi-Arch: allowed\nVersion: %s\nDescription: none\n\n' "$(dpkg-query -W -f '${Version}' "$package")"
+  done >"$root/var/lib/dpkg/status"
+  # Scripts of packages would run in the root, which has no shell.
+  dpkg --root="$root" --force-script-chrootless --install "$packages"/*.deb
+  [ "$(dpkg-query --admindir="$root/var/lib/dpkg" -W -f '${Package} ${db:Status-Status}\n' '*zel*' | grep -c installed)" = 4 ]
+  dpkg --root="$root" --verify
+}
+
+# That they build is what all the other tests see; here is that none is missing.
+configures_the_sources() {
+  set -e
+  mkdir "$work/sources"
+  tar -xzf "$packages"/libzel-*.tar.gz -C "$work/sources"
+  cmake -G Ninja -S "$work"/sources/libzel-* -B "$work/sources/build" -DZEL_BUILD_TESTS=ON -DZEL_BUILD_TOOLS=ON \
+    -DZEL_BUILD_EXAMPLES=ON -DZEL_BUILD_BENCH=ON
+  ninja -C "$work/sources/build" -n >"$work/sources/commands"
+}
+
+holds_no_build_path() {
+  set -e
+  local place
+  for place in "$root/usr" "$work/zip"; do
+    ! grep -rlF "$tree" "$place" || fail "these files name the folder that they were made in"
+  done
+}
+
+links_on_linux() { "$here/outside.sh" linux "$root/usr" "$work/linux"; }
+
+# The programs as a user runs them: what they need is in the root.
+runs_the_tools() {
+  set -e
+  export LD_LIBRARY_PATH=$root/usr/lib/x86_64-linux-gnu
+  ldd "$root/usr/bin/zel" | grep -F "$root"
+  "$tree/tests/lab/lab.sh" --sim "0 --listen 127.0.0.1:9999 --no-discovery" -- \
+    "$root/usr/bin/zel" request 127.0.0.1.0.1 --port 600 --group 1 --offset 2 "from a package" | grep -x "from a package"
+  # A shell without bash-completion has the script's function, too.
+  bash -c "source '$root/usr/share/bash-completion/completions/zel' && complete -p zel"
+  local page
+  for page in zel zelsim; do man --warnings -E UTF-8 -l "$root/usr/share/man/man1/$page.1.gz" | grep -i "$page"; done
+}
+
+runs_python() {
+  "$tree/tests/lab/lab.sh" --sim "0 --listen 127.0.0.1:9999 --no-discovery" -- \
+    env PYTHONPATH="$root/usr/lib/python3/dist-packages" LD_LIBRARY_PATH="$root/usr/lib/x86_64-linux-gnu" \
+    /usr/bin/python3 -B "$here/outside/program.py"
+}
+
+unpacks_for_windows() {
+  set -e
+  mkdir "$work/zip"
+  unzip -q "$packages"/libzel-*-windows-x64.zip -d "$work/zip"
+  local file
+  for file in bin/libzel.dll bin/zel.exe lib/libzel.dll.a lib/libzel.lib lib/libzel.a include/libzel/libzel.h \
+    lib/cmake/libzel/libzelConfig.cmake share/doc/libzel/README.md; do
+    [ -s "$work"/zip/*/"$file" ] || fail "no $file"
+  done
+}
+
+links_on_windows() { "$here/outside.sh" windows "$(echo "$work"/zip/*)" "$work/windows"; }
+
+# As the vendor's compiler would: its object format and calling of the linker, without its headers and runtime.
+links_by_the_vendors_library() {
+  set -e
+  local folder
+  folder=$(echo "$work"/zip/*)
+  mkdir "$work/vendor"
+  cd "$work/vendor"
+  clang --target=x86_64-pc-windows-msvc -ffreestanding -fno-stack-protector -I "$folder/include" -c \
+    "$here/outside/bare.c" -o bare.obj
+  lld-link /nologo /entry:Main /subsystem:console /nodefaultlib bare.obj "$folder/lib/libzel.lib" /out:bare.exe
+  cp "$folder/bin/libzel.dll" .
+  "$tree/tests/lab/lab.sh" --wine -- ./bare.exe
+}
+
+runs_on_windows() {
+  "$tree/tests/lab/lab.sh" --sim "0 --listen 127.0.0.1:9999 --no-discovery" --wine -- "$(echo "$work"/zip/*/bin/zel.exe)" \
+    request 127.0.0.1.0.1 --port 600 --group 1 --offset 2 "from an archive" | grep "from an archive"
+}
+
+removes() {
+  set -e
+  dpkg --root="$root" --force-script-chrootless --purge libzel-dev libzel-tools python3-libzel libzel0
+  [ -z "$(find "$root/usr" -type f)" ] || fail "left: $(find "$root/usr" -type f)"
+}
+
+rm -rf "$work"
+mkdir -p "$work"
+for name in makes_packages makes_the_same_again pleases_lintian installs unpacks_for_windows configures_the_sources holds_no_build_path \
+  links_on_linux runs_the_tools runs_python links_on_windows links_by_the_vendors_library runs_on_windows removes; do
+  check "$name" "$name"
+  # Without packages there is nothing to test.
+  if [ "$name" = makes_packages ] && [ "$failed" != 0 ]; then break; fi
+done
+echo "$(((total - failed) * 100 / total))% tests passed, $failed tests failed out of $total"
+[ "$failed" = 0 ]
