@@ -1,11 +1,13 @@
 #!/bin/bash
-# Sets the machine up, builds, and runs the tests:  ./test.sh [linux|asan|tsan|windows]...   (default: all four)
+# Sets the machine up, builds, and runs the tests:  ./test.sh [linux|asan|tsan|windows|fuzz|packages]...
+# (default: all four systems; fuzz and the packages, which are built anew for it, when named)
 # The last line says "N passed, N failed"; the exit status is 0 when none failed. Logs are in build/.
 set -uo pipefail
 cd "$(dirname "$0")" || exit 1
 
 declare -A presets=([linux]=linux-release [asan]=linux-asan [tsan]=linux-tsan [windows]=windows-release)
 presets[fuzz]=linux-fuzz
+presets[packages]=packages
 passed=0 failed=0 report=()
 
 say_failure() {
@@ -36,10 +38,16 @@ configure_and_build() {
 prepare() {
   case $1 in
     linux) return 0 ;;
-    windows) step "making the Wine prefix" build/wineprefix.log \
+    windows | packages) step "making the Wine prefix" build/wineprefix.log \
       tests/lab/lab.sh tests/lab/make_wine_prefix.sh "$PWD/build/wineprefix" || return ;;
   esac
-  configure_and_build linux-release --target zelsim
+  [ "$1" = packages ] || configure_and_build linux-release --target zelsim
+}
+
+build_tests() { [ "$1" = packages ] || configure_and_build "$1"; }
+
+run_tests() {
+  if [ "$1" = packages ]; then tests/packages/run.sh; else ctest --preset "$1"; fi
 }
 
 count() {
@@ -51,14 +59,14 @@ count() {
 
 run() {
   local name=$1 preset=${presets[$1]} log="build/${presets[$1]}-tests.log" testsPassed=0 testsFailed=0 start=$SECONDS
-  if prepare "$name" && configure_and_build "$preset"; then
-    ctest --preset "$preset" >"$log" 2>&1
+  if prepare "$name" && build_tests "$preset"; then
+    run_tests "$preset" >"$log" 2>&1
     local status=$?
     count "$log" || testsFailed=1
     [ "$status" = 0 ] || [ "$testsFailed" != 0 ] || testsFailed=1
     if [ "$testsFailed" != 0 ]; then
       say_failure "testing $preset" "$log" 120
-      echo "     run one again:  ctest --preset $preset --verbose --tests-regex NAME"
+      [ "$preset" = packages ] || echo "     run one again:  ctest --preset $preset --verbose --tests-regex NAME"
     fi
   else
     testsFailed=1
@@ -70,7 +78,7 @@ run() {
 [ $# -gt 0 ] || set -- linux asan tsan windows
 for name in "$@"; do
   if [ -z "${presets[$name]:-}" ]; then
-    echo "usage: ./test.sh [linux|asan|tsan|windows]..." >&2
+    echo "usage: ./test.sh [linux|asan|tsan|windows|fuzz|packages]..." >&2
     exit 2
   fi
 done
