@@ -21,6 +21,8 @@ foreach(package IN LISTS packages)
 endforeach()
 
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${docdir}/libzel-dev COMPONENT libzel-dev)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${docdir}/libzel-dev COMPONENT libzel-dev
+  FILES_MATCHING PATTERN *.md PATTERN *.c)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${docdir}/libzel-dev COMPONENT libzel-dev
   FILES_MATCHING PATTERN *.c PATTERN *.cpp)
 
