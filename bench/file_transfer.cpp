@@ -1,11 +1,9 @@
 // A file to a device, library against a raw socket that sends the same messages in the same lockstep:
 //   bench_file_transfer LOG FOLDER [ROUNDS]
 // zelsim receives on 127.0.0.5:9999, port 700.
-#include <unistd.h>
-
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
+#include <semaphore>
 #include <string>
 
 #include "RawClient.h"
@@ -71,19 +69,18 @@ void SendRaw(const std::string& path) {
   (void)std::fclose(file);
 }
 
-std::atomic<bool> g_done;
+std::binary_semaphore g_done{0};
 
 int32_t OnProgress(const ZelDeviceId*, uint32_t, float, uint32_t error, uint8_t state, void*) {
   bench::Require(error == 0, "library transfer");
-  if (state == 2) g_done = true;
+  if (state == 2) g_done.release();
   return 0;
 }
 
 void SendLibrary(const std::string& path) {
-  g_done = false;
   const ZelDeviceAddr target{bench::LocalDevice(0, 0, 5), kPort};
   (void)ZelFileTransfer(target, 0, 0, path.c_str(), "library.bin", OnProgress, nullptr);
-  while (!g_done) (void)usleep(200);
+  g_done.acquire();
 }
 
 }  // namespace
