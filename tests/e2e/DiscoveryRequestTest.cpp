@@ -43,10 +43,12 @@ class DiscoveryRequestTest : public testing::Test {
     ASSERT_EQ(StartLibrary().result, 0);
     ASSERT_EQ(libzel_registerZelScanEvent(ScanRecorder::Callback, &devices_), 0);
     ASSERT_EQ(libzel_startZelScan(), 0);
+    const ElapsedTime scan;
     ASSERT_TRUE(Trace().Await(kFromMainSocket, kCycles));
     // The last cycle's later requests, and a cycle that was under way when the scan was switched off.
     ASSERT_TRUE(Trace().Await(kBroadcast, 2 * (kCycles - 1)));
     endOfScan_ = std::chrono::system_clock::now();
+    stalledMs_ = static_cast<double>(scan.Ms() - scan.AwakeMs());
   }
   static void TearDownTestSuite() { ASSERT_EQ(libzel_stopZelScan(), 0); }
 
@@ -73,6 +75,7 @@ class DiscoveryRequestTest : public testing::Test {
   // Never destroyed: calls go on until the process ends.
   inline static ScanRecorder& devices_ = *new ScanRecorder;
   inline static std::chrono::system_clock::time_point endOfScan_;
+  inline static double stalledMs_ = 0;
 };
 
 TEST_F(DiscoveryRequestTest, ADeviceIsFound) { EXPECT_TRUE(IsFound("1.2.3.4.5.6", "10.77.0.2")); }
@@ -165,8 +168,8 @@ TEST_F(DiscoveryRequestTest, ACycleIsOneRequestPerSocket) {
 
 TEST_F(DiscoveryRequestTest, ACycleComesEveryOneToTwoSeconds) {
   for (const double gap : Gaps(Trace().Lines(kFromMainSocket))) {
-    EXPECT_GT(gap, 990);
-    EXPECT_LT(gap, 2500);
+    EXPECT_GT(gap, 990 - stalledMs_);
+    EXPECT_LT(gap, 2500 + stalledMs_);
   }
 }
 
@@ -188,24 +191,29 @@ class DiscoveryIdleTest : public testing::Test {
     ASSERT_EQ(StartLibrary().result, 0);
     ASSERT_TRUE(TraceFile(1).Await(kFromMainSocket, 1));
     firstMs_ = start_.Ms();
+    firstAwakeMs_ = start_.AwakeMs();
+    const ElapsedTime sinceFirst;
     ASSERT_TRUE(TraceFile(1).Await(kFromMainSocket, 2));
+    stalledMs_ = static_cast<double>(sinceFirst.Ms() - sinceFirst.AwakeMs());
     idle_ = TraceFile(1).Lines(kRequest);
     ASSERT_EQ(libzel_startZelScan(), 0);
     const ElapsedTime sinceStart;
     ASSERT_TRUE(TraceFile(1).Await(kBroadcast, 1));
-    firstBroadcastMs_ = sinceStart.Ms();
+    firstBroadcastMs_ = sinceStart.AwakeMs();
     ASSERT_EQ(libzel_stopZelScan(), 0);
   }
 
   inline static ElapsedTime start_;
   inline static int64_t firstMs_ = 0;
+  inline static int64_t firstAwakeMs_ = 0;
+  inline static double stalledMs_ = 0;  // between the first two requests
   inline static int64_t firstBroadcastMs_ = 0;
   inline static std::vector<TraceLine> idle_;
 };
 
 TEST_F(DiscoveryIdleTest, TheFirstRequestComesTenSecondsAfterTheStart) {
   EXPECT_GT(firstMs_, 9990);
-  EXPECT_LT(firstMs_, 12000);
+  EXPECT_LT(firstAwakeMs_, 12000);
 }
 
 TEST_F(DiscoveryIdleTest, ACycleComesEveryTenToElevenSeconds) {
@@ -215,7 +223,7 @@ TEST_F(DiscoveryIdleTest, ACycleComesEveryTenToElevenSeconds) {
   }
   ASSERT_EQ(main.size(), 2U);
   EXPECT_GT(Gaps(main)[0], 9990);
-  EXPECT_LT(Gaps(main)[0], 11500);
+  EXPECT_LT(Gaps(main)[0] - stalledMs_, 11500);
 }
 
 TEST_F(DiscoveryIdleTest, OnlyTheGroupIsAsked) {

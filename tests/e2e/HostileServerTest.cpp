@@ -199,7 +199,7 @@ TEST_F(HostileServerTest, ServerThatNeverAnswersDoesNotHoldUpARelease) {
   EXPECT_TRUE(link.peer.Send({0}));
   const ElapsedTime time;
   link.instance.Release();
-  EXPECT_LT(time.Ms(), 3000);
+  EXPECT_LT(time.AwakeMs(), 3000);
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "libzel/libzel.h"
+#include "support/ElapsedTime.h"
 #include "support/Wire.h"
 
 namespace zeltest {
@@ -124,16 +125,5 @@ bool Eventually(Condition condition, int timeoutMs = kRecorderPatienceMs) {
   }
   return true;
 }
-
-class ElapsedTime {
- public:
-  int64_t Ms() const {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start_)
-        .count();
-  }
-
- private:
-  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-};
 
 }  // namespace zeltest
