@@ -235,13 +235,12 @@ void TcpSocket::setNoDealy() {
 
 int32_t UdpSocket::read(uint8_t* buffer, uint32_t size, int64_t timeoutMs) {
   // Of the whole process: requests come one at a time, each on a socket of its own.
-  static SpinBudget spinBudget;
+  static SpinChoice spinChoice;
   const auto current = link();
   const auto handle = current->handle();
-  if (!spinBudget.Spin(timeoutMs, [&] { return platform::WaitReadable(handle, 0) == 1; }) &&
-      !current->Select(timeoutMs)) {
-    return -1;
-  }
+  const bool found = spinChoice.Wait(
+      timeoutMs, [&] { return platform::WaitReadable(handle, 0) == 1; }, [&] { return current->Select(timeoutMs); });
+  if (!found) return -1;
   const int64_t received = platform::ReceiveDatagram(handle, buffer, size, nullptr);
   if (received < 0) ZEL_LOG(kError, "recvfrom error:%d", platform::SocketError());
   return static_cast<int32_t>(received);

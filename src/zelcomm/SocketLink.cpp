@@ -43,8 +43,9 @@ bool SocketLink::Select(int64_t timeoutMs, const platform::Waker* waker) {
 }
 
 bool SocketLink::SelectEagerly(int64_t timeoutMs) {
-  if (spinBudget_.Spin(timeoutMs, [this] { return HasInput(Look::kAlways); })) return true;
-  return HasInput(Look::kAlways) || SelectSocket(handle_, timeoutMs, nullptr, connected_);
+  return spinChoice_.Wait(
+      timeoutMs, [this] { return HasInput(Look::kAlways); },
+      [&] { return SelectSocket(handle_, timeoutMs, nullptr, connected_); });
 }
 
 // Looks without waiting. For a sole reader the look is the receive itself, and so costs nothing when it succeeds. A

@@ -14,7 +14,7 @@
 
 #include "platform/Platform.h"
 #include "utils/Mutex.h"
-#include "zelcomm/SpinBudget.h"
+#include "zelcomm/SpinChoice.h"
 
 namespace libzel {
 
@@ -32,7 +32,7 @@ class SocketLink {
   // True when there is something to read (bytes, the peer's close or an error), false on time-out, a wake, or a failed
   // wait, which is logged.
   bool Select(int64_t timeoutMs, const platform::Waker* waker = nullptr);
-  // As Select, but looks again and again for a short while before it sleeps, when that has paid of late.
+  // As Select, but looks again and again for a short while before it sleeps, when that has been quicker of late.
   bool SelectEagerly(int64_t timeoutMs);
 
   // Reads exactly `size` bytes or until the time-out; gives the bytes read, 0 when the connection ended.
@@ -88,7 +88,7 @@ class SocketLink {
   const platform::SocketHandle handle_;
   std::atomic<bool> connected_{false};
   std::atomic<bool> endReported_{false};
-  SpinBudget spinBudget_;
+  SpinChoice spinChoice_;
 
   TimedMutex frameMutex_;
   Mutex sendMutex_;
