@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <functional>
 
 namespace bench {
 
@@ -43,6 +44,30 @@ double Median(std::vector<double> values) {
   const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
   std::nth_element(values.begin(), middle, values.end());
   return *middle;
+}
+
+long ResidentKiB() {
+  FILE* status = std::fopen("/proc/self/status", "r");
+  Require(status != nullptr, "/proc/self/status");
+  char line[256];
+  long kib = 0;
+  while (std::fgets(line, sizeof line, status) != nullptr) {
+    if (std::sscanf(line, "VmRSS: %ld kB", &kib) == 1) break;
+  }
+  (void)std::fclose(status);
+  return kib;
+}
+
+void Row::Add(double libraryFigure, double rawFigure) {
+  library.push_back(libraryFigure);
+  raw.push_back(rawFigure);
+}
+
+void Row::Print(FILE* out) const {
+  std::vector<double> ratios(library.size());
+  std::transform(library.begin(), library.end(), raw.begin(), ratios.begin(), std::divides<>());
+  (void)std::fprintf(out, "%-30s %9.2f %-9s  raw %9.2f   ratio %.2f\n", name.c_str(), Median(library), unit,
+                     Median(raw), Median(ratios));
 }
 
 void Require(bool condition, const char* what) {

@@ -25,6 +25,22 @@ double ThreadCpuSec();
 // The time that `work` takes, in seconds.
 double Seconds(const std::function<void()>& work);
 double Median(std::vector<double> values);
+// The memory of the process that is resident, in KiB.
+long ResidentKiB();
+
+// What took the library and the raw program `library` and `raw` of `unit` in each round, as one row of the
+// table.
+struct Row {
+  std::string name;
+  const char* unit;
+  std::vector<double> library;
+  std::vector<double> raw;
+
+  // Gives a round's two figures.
+  void Add(double libraryFigure, double rawFigure);
+  // Prints the medians of both and of their ratio.
+  void Print(FILE* out) const;
+};
 
 // Ends the program with a message when a condition that a benchmark rests on does not hold.
 void Require(bool condition, const char* what);

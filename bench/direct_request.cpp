@@ -101,7 +101,7 @@ int main(int argc, char** argv) {
   const Responder responder;
   (void)libzel_init();
   const int rounds = argc > 2 ? std::atoi(argv[2]) : 15;
-  std::vector<double> rawUs, libraryUs, ratios;
+  bench::Row row{"direct request", "us", {}, {}};
   for (int round = 0; round <= rounds; ++round) {
     const auto many = [](void (*ask)()) {
       return bench::Seconds([&] {
@@ -111,12 +111,9 @@ int main(int argc, char** argv) {
     const double rawSec = many(AskRaw);
     const double librarySec = many(AskLibrary);
     if (round == 0) continue;  // warms both up
-    rawUs.push_back(rawSec * 1e6 / kRequests);
-    libraryUs.push_back(librarySec * 1e6 / kRequests);
-    ratios.push_back(librarySec / rawSec);
+    row.Add(librarySec * 1e6 / kRequests, rawSec * 1e6 / kRequests);
   }
-  (void)std::fprintf(out, "direct request          %8.1f us   raw %8.1f us   ratio %.2f\n",
-                     bench::Median(libraryUs), bench::Median(rawUs), bench::Median(ratios));
+  row.Print(out);
   (void)libzel_destory();
   return std::fclose(out) == 0 ? 0 : 1;
 }

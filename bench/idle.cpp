@@ -2,8 +2,6 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <cstring>
-
 #include "PlainServer.h"
 #include "Support.h"
 
@@ -11,18 +9,6 @@ namespace {
 
 constexpr int kInstances = 200;
 constexpr unsigned kWindowSec = 5;
-
-long ResidentKiB() {
-  FILE* status = std::fopen("/proc/self/status", "r");
-  bench::Require(status != nullptr, "/proc/self/status");
-  char line[256];
-  long kib = 0;
-  while (std::fgets(line, sizeof line, status) != nullptr) {
-    if (std::sscanf(line, "VmRSS: %ld kB", &kib) == 1) break;
-  }
-  (void)std::fclose(status);
-  return kib;
-}
 
 double CpuMs() {
   rusage usage{};
@@ -49,19 +35,19 @@ int main(int argc, char** argv) {
   (void)libzel_init();
   std::vector<ZelInstance> instances{
       Start()};  // what the first one brings is the library's, not an instance's
-  const long before = ResidentKiB();
+  const long before = bench::ResidentKiB();
   while (instances.size() <= kInstances) instances.push_back(Start());
   (void)sleep(2);  // the window begins when every thread waits
-  const long after = ResidentKiB();
+  const long after = bench::ResidentKiB();
   const double cpuBefore = CpuMs();
   const double start = bench::NowSec();
   (void)sleep(kWindowSec);
   const double cpuMs = CpuMs() - cpuBefore;
   const double seconds = bench::NowSec() - start;
-  (void)std::fprintf(out, "idle instance         %8.1f KiB resident\n",
+  (void)std::fprintf(out, "%-30s %9.2f KiB\n", "memory of an idle instance",
                      static_cast<double>(after - before) / kInstances);
-  (void)std::fprintf(out, "%d idle instances    %8.2f ms CPU in %.0f s (%.3f %% of a core)\n", kInstances,
-                     cpuMs, seconds, cpuMs / seconds / 10);
+  (void)std::fprintf(out, "%-30s %9.3f %% of a core\n",
+                     (std::to_string(kInstances) + " idle instances").c_str(), cpuMs / seconds / 10);
   for (const ZelInstance instance : instances) (void)libzel_releaseInstance(instance);
   (void)libzel_destory();
   return std::fclose(out) == 0 ? 0 : 1;

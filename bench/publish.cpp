@@ -34,7 +34,8 @@ void Compare(FILE* out, ZelInstance instance, const Size& size, int rounds) {
   const std::vector<uint8_t> data(size.bytes, 'x');
   const auto frame = bench::RequestFrame(bench::kTopicPort, bench::TopicRecord("pub", kTopic, size.bytes));
   const bench::RawClient raw("127.0.0.2");
-  std::vector<double> rawUs, libraryUs, ratios, cpuRatios;
+  bench::Row row{"publish, " + std::to_string(size.bytes) + " B", "us", {}, {}};
+  bench::Row cpu{"  of them on a core", "us", {}, {}};
   for (int round = 0; round <= rounds; ++round) {
     const double cpuBegin = bench::ThreadCpuSec();
     const double rawSec = bench::Seconds([&] {
@@ -49,14 +50,12 @@ void Compare(FILE* out, ZelInstance instance, const Size& size, int rounds) {
       FlushLibrary(instance);
     });
     if (round == 0) continue;  // warms both up
-    rawUs.push_back(rawSec * 1e6 / size.messages);
-    libraryUs.push_back(librarySec * 1e6 / size.messages);
-    ratios.push_back(librarySec / rawSec);
-    cpuRatios.push_back((bench::ThreadCpuSec() - cpuMiddle) / (cpuMiddle - cpuBegin));
+    row.Add(librarySec * 1e6 / size.messages, rawSec * 1e6 / size.messages);
+    cpu.Add((bench::ThreadCpuSec() - cpuMiddle) * 1e6 / size.messages,
+            (cpuMiddle - cpuBegin) * 1e6 / size.messages);
   }
-  (void)std::fprintf(out, "publish    %7zu B    %8.2f us   raw %8.2f us   ratio %.2f   of CPU time %.2f\n",
-                     size.bytes, bench::Median(libraryUs), bench::Median(rawUs), bench::Median(ratios),
-                     bench::Median(cpuRatios));
+  row.Print(out);
+  cpu.Print(out);
 }
 
 }  // namespace

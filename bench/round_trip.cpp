@@ -42,7 +42,7 @@ void Compare(FILE* out, const Size& size, int rounds) {
   std::vector<uint8_t> answer(frame.size() - bench::kAddressSize);
   const bench::RawClient raw("127.0.0.2");
   const LibraryClient library;
-  std::vector<double> rawUs, libraryUs, ratios;
+  bench::Row row{"round trip, " + std::to_string(size.bytes) + " B", "us", {}, {}};
   for (int round = 0; round <= rounds; ++round) {
     const double rawSec = bench::Seconds([&] {
       for (int i = 0; i < size.requests; ++i) {
@@ -54,12 +54,9 @@ void Compare(FILE* out, const Size& size, int rounds) {
       for (int i = 0; i < size.requests; ++i) library.Ask(payload, answer);
     });
     if (round == 0) continue;  // warms both up
-    rawUs.push_back(rawSec * 1e6 / size.requests);
-    libraryUs.push_back(librarySec * 1e6 / size.requests);
-    ratios.push_back(librarySec / rawSec);
+    row.Add(librarySec * 1e6 / size.requests, rawSec * 1e6 / size.requests);
   }
-  (void)std::fprintf(out, "round trip %6zu B     %8.1f us   raw %8.1f us   ratio %.2f\n", size.bytes,
-                     bench::Median(libraryUs), bench::Median(rawUs), bench::Median(ratios));
+  row.Print(out);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #!/bin/bash
 # Builds the library and its benchmarks, runs them in a network of their own, and prints one table:
 #   bench/run.sh [--quick]
+# Every row has the library's figure and, where there is one, that of a raw program and the ratio of the two.
 # Every figure of the library stands beside one of a raw socket (or the runtime's own output) that did the same work in
 # rounds in between, on the same machine in the same minute: the ratios say more than the figures.
 set -euo pipefail
@@ -41,9 +42,9 @@ log_lines() {
 import json, sys
 runs = json.load(open(sys.argv[1]))["benchmarks"]
 time = {run["run_name"]: run["real_time"] for run in runs if run["aggregate_name"] == "median"}
-print("log line to a file    %8.1f ns   printf %6.1f ns   ratio %.2f"
-      % (time["WrittenLine"], time["RuntimePrintf"], time["WrittenLine"] / time["RuntimePrintf"]))
-print("suppressed log line   %8.2f ns" % time["SuppressedLine"])
+ours, printf = time["WrittenLine"], time["RuntimePrintf"]
+print("%-30s %9.2f %-9s  raw %9.2f   ratio %.2f" % ("log line, against printf", ours, "ns", printf, ours / printf))
+print("%-30s %9.2f ns" % ("suppressed log line", time["SuppressedLine"]))
 PYTHON
 }
 
@@ -57,11 +58,11 @@ import json, sys
 runs = json.load(open(sys.argv[1]))["benchmarks"]
 run = {run["run_name"]: run for run in runs if run["aggregate_name"] == "median"}
 ours, theirs = run["ParseAnswer"]["cpu_time"] / 1e3, run["ParseAnswerElsewhere"]["cpu_time"] / 1e3
-print("answer of %d bytes parsed %6.2f us   nlohmann-json %6.2f us   ratio %.2f"
-      % (run["ParseAnswer"]["bytes"], ours, theirs, ours / theirs))
-print("answers handled       %8.0f per s, from text to callback" % (1e9 / run["HandleAnswer"]["real_time"]))
-print("identifier parsed     %8.1f ns, printed %.1f ns"
-      % (run["ParseIdentifier"]["real_time"], run["PrintIdentifier"]["real_time"]))
+name = "JSON of %d B, against nlohmann" % run["ParseAnswer"]["bytes"]
+print("%-30s %9.2f %-9s  raw %9.2f   ratio %.2f" % (name, ours, "us", theirs, ours / theirs))
+for name, key in (("discovery answer to callback", "HandleAnswer"), ("identifier parsed", "ParseIdentifier"),
+                  ("identifier printed", "PrintIdentifier")):
+    print("%-30s %9.2f ns" % (name, run[key]["real_time"]))
 PYTHON
 }
 
@@ -88,7 +89,8 @@ system_calls() {
 inside() {
   ip link set lo up
   log=$work/library.log
-  local rounds=15
+  local rounds=15 statBefore
+  statBefore=$(head -n 1 /proc/stat)
   [ "${1:-}" != --quick ] || rounds=3
   echo "$(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | xargs), $(nproc) cores, Linux $(uname -r), load $(cut -d' ' -f1 /proc/loadavg)"
   "$build/bench/bench_round_trip" "$log" "$rounds"
@@ -102,6 +104,14 @@ inside() {
   "$build/bench/bench_idle" "$log"
   system_calls
   rm -f "$log"
+  echo "the machine's host took away $(stolen_percent "$statBefore") % of its time"
+}
+
+# Of all time since the first line of /proc/stat was `$1`.
+stolen_percent() {
+  { echo "$1"; head -n 1 /proc/stat; } | awk '
+    { total[NR] = 0; for (i = 2; i <= 9; ++i) total[NR] += $i; stolen[NR] = $9 }
+    END { printf "%.1f", 100 * (stolen[2] - stolen[1]) / (total[2] - total[1]) }'
 }
 
 if [ "${1:-}" = --inside ]; then

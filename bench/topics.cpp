@@ -74,28 +74,16 @@ void RunRaw(const bench::RawClient& raw, bool withLog) {
   raw.Write(bench::RequestFrame(bench::kTopicPort, bench::TopicRecord("unsub", kTopic, 0)));
 }
 
-// One way of reading, measured over the rounds.
-struct Reader {
-  const char* name;
-  std::vector<double> seconds;
-  std::vector<double> cpuSeconds;
-
-  void Run(const std::function<void()>& work) {
-    seconds.push_back(bench::Seconds(work));
-    cpuSeconds.push_back(g_cpuSec);
-    bench::EmptyLog();
-  }
-  void ForgetWarmUp() {
-    seconds.clear();
-    cpuSeconds.clear();
-  }
-  void Report(FILE* out, const Reader& library) const {
-    const double median = bench::Median(seconds);
-    (void)std::fprintf(out, "topics 64 B  %-20s %5.2f million/s  %4.0f ns CPU each   library/this %.2f\n",
-                       name, kMessages / median / 1e6, bench::Median(cpuSeconds) * 1e9 / kMessages,
-                       median / bench::Median(library.seconds));
-  }
+struct Figures {
+  double millionPerSec;
+  double cpuNs;  // of the reading thread, for a message
 };
+
+Figures Measure(const std::function<void()>& work) {
+  const double seconds = bench::Seconds(work);
+  bench::EmptyLog();
+  return {kMessages / seconds / 1e6, g_cpuSec * 1e9 / kMessages};
+}
 
 }  // namespace
 
@@ -109,15 +97,19 @@ int main(int argc, char** argv) {
   (void)libzel_loop_start(instance);
   const bench::RawClient raw("127.0.0.3");
 
-  Reader library{"library", {}, {}}, logged{"raw, same log bytes", {}, {}}, silent{"raw, no log", {}, {}};
+  bench::Row row{"topics of 64 B", "million/s", {}, {}};
+  bench::Row cpu{"  of a core for each", "ns", {}, {}};
+  bench::Row silentRow{"  against raw without a log", "million/s", {}, {}};
   for (int round = 0; round <= rounds; ++round) {
-    library.Run([&] { RunLibrary(instance); });
-    logged.Run([&] { RunRaw(raw, true); });
-    silent.Run([&] { RunRaw(raw, false); });
-    if (round > 0) continue;
-    for (Reader* reader : {&library, &logged, &silent}) reader->ForgetWarmUp();
+    const Figures library = Measure([&] { RunLibrary(instance); });
+    const Figures logged = Measure([&] { RunRaw(raw, true); });
+    const Figures silent = Measure([&] { RunRaw(raw, false); });
+    if (round == 0) continue;  // warms all up
+    row.Add(library.millionPerSec, logged.millionPerSec);
+    cpu.Add(library.cpuNs, logged.cpuNs);
+    silentRow.Add(library.millionPerSec, silent.millionPerSec);
   }
-  for (const Reader* reader : {&library, &logged, &silent}) reader->Report(out, library);
+  for (const bench::Row* each : {&row, &cpu, &silentRow}) each->Print(out);
   (void)libzel_releaseInstance(instance);
   (void)libzel_destory();
   return std::fclose(out) == 0 ? 0 : 1;
