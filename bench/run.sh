@@ -58,7 +58,7 @@ import json, sys
 runs = json.load(open(sys.argv[1]))["benchmarks"]
 run = {run["run_name"]: run for run in runs if run["aggregate_name"] == "median"}
 ours, theirs = run["ParseAnswer"]["cpu_time"] / 1e3, run["ParseAnswerElsewhere"]["cpu_time"] / 1e3
-name = "JSON of %d B, against nlohmann" % run["ParseAnswer"]["bytes"]
+name = "JSON, %d B, against nlohmann" % run["ParseAnswer"]["bytes"]
 print("%-30s %9.2f %-9s  raw %9.2f   ratio %.2f" % (name, ours, "us", theirs, ours / theirs))
 for name, key in (("discovery answer to callback", "HandleAnswer"), ("identifier parsed", "ParseIdentifier"),
                   ("identifier printed", "PrintIdentifier")):

@@ -1,0 +1,78 @@
+#!/bin/bash
+# Draws what bench/run.sh printed, as bench/results/ keeps it:  bench/plot.sh FOLDER
+# FOLDER gets relative.svg, round_trip.svg and publish.svg. Wants gnuplot.
+set -euo pipefail
+results=$(cd "$(dirname "$0")" && pwd)/results
+mkdir -p "$1"
+cd "$1"
+command -v gnuplot >/dev/null || { echo "bench/plot.sh: no gnuplot; packages.txt says what is needed" >&2; exit 1; }
+
+# "name";library;raw;speed of the library against the raw program, from every row that compares the two.
+rows() {
+  awk '/ raw .* ratio / {
+    name = substr($0, 1, 30); sub(/ +$/, "", name)
+    split(substr($0, 31), field)
+    speed = field[2] ~ /\/s$/ ? field[6] : 1 / field[6]
+    printf "\"%s\";%s;%s;%.3f\n", name, field[1], field[4], speed
+  }' "$1"
+}
+
+# The rows of one kind, named by their sizes alone.
+sizes() { sed -n "s/^\"$1, \([0-9]* B\)\"/\"\1\"/p" "$2"; }
+
+for run in quiet busy; do
+  rows "$results/$run.txt" >"$run.all"
+  # Indented rows go into the details of the one above.
+  grep -v '^" ' "$run.all" >"$run.rows"
+done
+sizes "round trip" quiet.rows >round_trip.rows
+sizes publish quiet.rows >publish.rows
+rowCount=$(wc -l <quiet.rows)
+[ "$rowCount" -gt 0 ] && [ "$(wc -l <busy.rows)" = "$rowCount" ] || {
+  echo "bench/plot.sh: the rows of bench/results/quiet.txt and busy.txt do not match" >&2
+  exit 1
+}
+
+gnuplot <<GNUPLOT
+set datafile separator ';'
+set style fill solid noborder
+quiet = '#2f6db5'
+busy = '#c9a24b'
+raw = '#9aa3ad'
+set border 3
+set tics nomirror
+
+set terminal svg size 900,560 font 'sans-serif,13' background '#ffffff'
+set output 'relative.svg'
+set title 'Speed against a raw program that does the same (1 is as fast, more is better)'
+set yrange [$rowCount - 0.4:-0.6]
+set xrange [0:*]
+set grid xtics lc '#dddddd'
+set key bottom right
+set arrow from 1, graph 0 to 1, graph 1 nohead lw 2 lc '#444444' back
+plot 'quiet.rows' using (\$4/2):(\$0-0.18):(\$4/2):(0.16):ytic(1) with boxxyerror lc rgb quiet title 'nothing else running', \
+     'busy.rows' using (\$4/2):(\$0+0.18):(\$4/2):(0.16) with boxxyerror lc rgb busy title 'both cores compiling'
+
+unset arrow
+unset grid
+set terminal svg size 620,380 font 'sans-serif,13' background '#ffffff'
+set grid ytics lc '#dddddd'
+set style data histogram
+set style histogram clustered gap 1
+set boxwidth 0.9
+set xrange [-0.6:$(wc -l <round_trip.rows) - 0.4]
+set yrange [0:*]
+set key top left
+set ylabel 'us, less is better'
+set output 'round_trip.svg'
+set title 'Request and answer, by payload'
+plot 'round_trip.rows' using 2:xtic(1) lc rgb quiet title 'library', '' using 3 lc rgb raw title 'raw socket'
+
+set output 'publish.svg'
+set title 'Publishing one message, by size'
+set xrange [-0.6:$(wc -l <publish.rows) - 0.4]
+set logscale y
+set yrange [1:*]
+plot 'publish.rows' using 2:xtic(1) lc rgb quiet title 'library', '' using 3 lc rgb raw title 'raw socket'
+GNUPLOT
+rm -- *.rows *.all
