@@ -9,7 +9,8 @@
 #   --local "HOST PREFIX"  makes every address of a prefix, 10.78.0.0/16 say, one of a host's. Repeatable.
 #   --sim "HOST ARGS"    starts the simulator with these arguments (quoted as for a shell) on a host, 0 the command's
 #                        own, before the command. Repeatable. The n-th one's trace is in the file $ZEL_TRACE_n.
-#                        $ZELSIM names the simulator; default: the one of the linux-release build.
+#                        $ZELSIM names the simulator; default: the one of the linux-release build,
+#                        or else the one that is installed.
 #   --wine               the command is a Windows program. $ZEL_WINE_PREFIX is the prefix to start from, which stays as
 #                        it is; default: the one that ./test.sh windows makes.
 #
@@ -18,7 +19,8 @@
 set -Eeuo pipefail
 
 tree=$(cd "$(dirname "$0")/../.." && pwd)
-export ZELSIM=${ZELSIM:-$tree/build/linux-release/tools/zelsim/zelsim}
+built=$tree/build/linux-release/tools/zelsim/zelsim
+export ZELSIM=${ZELSIM:-$([ -x "$built" ] && echo "$built" || command -v zelsim || echo "$built")}
 export ZEL_WINE_PREFIX=${ZEL_WINE_PREFIX:-$tree/build/wineprefix}
 
 fail() {
