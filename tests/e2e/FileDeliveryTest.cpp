@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 const ZelDeviceAddr kDevice{{{127, 0, 0, 1, 0, 1}}, 700};
 constexpr int kDeliveryMs = 100000;
 
-std::string Content(size_t size) {
+std::string ContentOf(size_t size) {
   std::string content(size, '\0');
   uint32_t state = 1;
   for (char& byte : content) {
@@ -42,7 +42,7 @@ class FileDeliveryTest : public testing::TestWithParam<size_t> {
 };
 
 TEST_P(FileDeliveryTest, ArrivesWhole) {
-  const std::string content = Content(GetParam());
+  const std::string content = ContentOf(GetParam());
   const fs::path sent = lab_ / ("sent" + std::to_string(GetParam()));
   const std::string name = "received" + std::to_string(GetParam());
   std::ofstream(sent, std::ios::binary).write(content.data(), static_cast<std::streamsize>(content.size()));

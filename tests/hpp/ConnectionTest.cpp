@@ -12,29 +12,29 @@ namespace zeltest {
 namespace {
 
 using zel::Milliseconds;
-constexpr Milliseconds kTimeout{5000};
+constexpr Milliseconds kPatience{5000};
 
 TEST(ConnectionTest, LibraryStarts) { EXPECT_TRUE(TheLibrary().Start()); }
 
 TEST(ConnectionTest, RequestGivesTheAnswer) {
   zel::Connection connection = Connect();
-  const auto answer = connection.Request(600, {1, 2}, "what", kTimeout);
+  const auto answer = connection.Request(600, {1, 2}, "what", kPatience);
   EXPECT_TRUE(answer) << answer.Text();
   EXPECT_EQ(zel::Bytes(*answer).AsText(), "what");
 }
 
 TEST(ConnectionTest, RequestOfNothingGivesNothing) {
   zel::Connection connection = Connect();
-  const auto answer = connection.Request(600, {}, {}, kTimeout);
+  const auto answer = connection.Request(600, {}, {}, kPatience);
   EXPECT_TRUE(answer) << answer.Text();
   EXPECT_TRUE(answer->empty());
 }
 
 TEST(ConnectionTest, AnswerIsCutToTheRoomThereIs) {
   zel::Connection connection = Connect();
-  ASSERT_TRUE(connection.Send(600, {}, "abcdef", kTimeout));
+  ASSERT_TRUE(connection.Send(600, {}, "abcdef", kPatience));
   std::array<uint8_t, 4> room{};
-  const auto got = connection.Receive(room.data(), room.size(), kTimeout);
+  const auto got = connection.Receive(room.data(), room.size(), kPatience);
   EXPECT_TRUE(got);
   EXPECT_EQ(*got, 4U);
   EXPECT_EQ(zel::Bytes(room).AsText(), "abcd");
@@ -42,7 +42,7 @@ TEST(ConnectionTest, AnswerIsCutToTheRoomThereIs) {
 
 TEST(ConnectionTest, ServersErrorIsTheCodeAndItsDataTheValue) {
   zel::Connection connection = Connect();
-  const auto answer = connection.Request(601, {}, "x", kTimeout);
+  const auto answer = connection.Request(601, {}, "x", kPatience);
   EXPECT_EQ(answer.Code(), 5);
   EXPECT_EQ(answer->size(), 3U);
 }
@@ -57,7 +57,7 @@ TEST(ConnectionTest, SilenceIsATimeout) {
 TEST(ConnectionTest, WhatDoesNotFitIsRefused) {
   zel::Connection connection = Connect();
   const std::vector<uint8_t> large(zel::kMaxPayload + 1);
-  EXPECT_EQ(connection.Send(600, {}, large, kTimeout).Code(), zel::kErrorTooLong);
+  EXPECT_EQ(connection.Send(600, {}, large, kPatience).Code(), zel::kErrorTooLong);
   EXPECT_EQ(connection.Publish("t", large).Code(), zel::kErrorTooLong);
   EXPECT_EQ(connection.Publish("t", zel::Bytes(large.data(), zel::kMaxPayload - 38)).Code(),
             zel::kErrorTooLong);
@@ -74,7 +74,7 @@ TEST(ConnectionTest, EventsTellOfTheConnect) {
                }});
   EXPECT_EQ(events.All(), (std::vector<zel::Event>{zel::Event::kPending, zel::Event::kConnected}));
   EXPECT_EQ(devices.All().at(0), TheDevice());
-  EXPECT_TRUE(connection.Reconnect(kTimeout));
+  EXPECT_TRUE(connection.Reconnect(kPatience));
   EXPECT_EQ(events.All().size(), 4U);
 }
 

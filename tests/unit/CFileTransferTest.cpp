@@ -24,7 +24,7 @@ using zeltest::Text;
 using zeltest::operator+;
 
 constexpr uint16_t kPort = 600;
-constexpr size_t kChunk = 8192;
+constexpr size_t kChunkBytes = 8192;
 
 Bytes Answer(uint8_t type, uint32_t handle = 0, uint32_t error = 0) {
   return Bytes{type} + Be(handle, 4) + Be(error, 4);
@@ -123,12 +123,12 @@ TEST_F(CFileTransferTest, ChunksCarryNumberHandleAndData) {
   const auto transfer = Make(content);
   (void)Step(*transfer, Answer(1, 0xA1B2C3D4));
   EXPECT_EQ(Step(*transfer, Answer(2)),
-            Bytes{2} + Be(1, 4) + Be(0xA1B2C3D4, 4) + Text(content.substr(0, kChunk)));
+            Bytes{2} + Be(1, 4) + Be(0xA1B2C3D4, 4) + Text(content.substr(0, kChunkBytes)));
   EXPECT_EQ(Step(*transfer, Answer(2)),
-            Bytes{2} + Be(2, 4) + Be(0xA1B2C3D4, 4) + Text(content.substr(kChunk, kChunk)));
+            Bytes{2} + Be(2, 4) + Be(0xA1B2C3D4, 4) + Text(content.substr(kChunkBytes, kChunkBytes)));
   EXPECT_FALSE(transfer->IsComplete());
   EXPECT_EQ(Step(*transfer, Answer(0x82)),
-            Bytes{130} + Be(3, 4) + Be(0xA1B2C3D4, 4) + Text(content.substr(2 * kChunk)));
+            Bytes{130} + Be(3, 4) + Be(0xA1B2C3D4, 4) + Text(content.substr(2 * kChunkBytes)));
   EXPECT_TRUE(transfer->IsComplete());
   const auto third = static_cast<float>(1.0 / 3);
   const auto twoThirds = static_cast<float>(2.0 / 3);
@@ -137,7 +137,7 @@ TEST_F(CFileTransferTest, ChunksCarryNumberHandleAndData) {
 }
 
 TEST_F(CFileTransferTest, AnExactMultipleEndsWithAnEmptyMessage) {
-  const auto transfer = Make(std::string(2 * kChunk, 'x'));
+  const auto transfer = Make(std::string(2 * kChunkBytes, 'x'));
   (void)Step(*transfer, Answer(1, 1));
   EXPECT_EQ(Step(*transfer, Answer(2))[0], 2);
   EXPECT_EQ(Step(*transfer, Answer(2))[0], 2);

@@ -9,16 +9,16 @@
 namespace libzel {
 namespace {
 
-using Bytes = std::array<uint8_t, 6>;
+using IdBytes = std::array<uint8_t, 6>;
 
-struct Row {
+struct TextRow {
   const char* text;
-  Bytes bytes;
+  IdBytes bytes;
 };
 
-Bytes BytesOf(const ZelDeviceId& id) { return std::to_array(id.bytes); }
+IdBytes BytesOf(const ZelDeviceId& id) { return std::to_array(id.bytes); }
 
-constexpr Row kTexts[] = {
+constexpr TextRow kTexts[] = {
     {"1.2.3.4.5.6", {1, 2, 3, 4, 5, 6}},
     {"0.0.0.0.0.0", {}},
     {"192.168.1.20.0.1", {192, 168, 1, 20, 0, 1}},
@@ -100,13 +100,13 @@ constexpr Row kTexts[] = {
 
 TEST(DeviceIdTest, TextsAreRead) {
   static_assert(std::size(kTexts) >= 60);
-  for (const Row& row : kTexts) EXPECT_EQ(BytesOf(ParseDeviceId(row.text)), row.bytes) << row.text;
+  for (const TextRow& row : kTexts) EXPECT_EQ(BytesOf(ParseDeviceId(row.text)), row.bytes) << row.text;
 }
 
 TEST(DeviceIdTest, AVeryLongTextIsRead) {
   const std::string spaces(100000, ' ');
-  EXPECT_EQ(BytesOf(ParseDeviceId(spaces + "1.2.3.4.5.6")), (Bytes{1, 2, 3, 4, 5, 6}));
-  EXPECT_EQ(BytesOf(ParseDeviceId(std::string(100000, '.'))), Bytes{});
+  EXPECT_EQ(BytesOf(ParseDeviceId(spaces + "1.2.3.4.5.6")), (IdBytes{1, 2, 3, 4, 5, 6}));
+  EXPECT_EQ(BytesOf(ParseDeviceId(std::string(100000, '.'))), IdBytes{});
 }
 
 TEST(DeviceIdTest, EveryByteIsPrintedAndReadBack) {
@@ -120,8 +120,8 @@ TEST(DeviceIdTest, EveryByteIsPrintedAndReadBack) {
 }
 
 TEST(DeviceIdTest, AnAdaptersAddressGivesAnIdentifier) {
-  EXPECT_EQ(BytesOf(DeviceIdFromAdapterIp("192.168.1.20")), (Bytes{192, 168, 1, 20, 1, 1}));
-  EXPECT_EQ(BytesOf(DeviceIdFromAdapterIp("10.77.0.1")), (Bytes{10, 77, 0, 1, 1, 1}));
+  EXPECT_EQ(BytesOf(DeviceIdFromAdapterIp("192.168.1.20")), (IdBytes{192, 168, 1, 20, 1, 1}));
+  EXPECT_EQ(BytesOf(DeviceIdFromAdapterIp("10.77.0.1")), (IdBytes{10, 77, 0, 1, 1, 1}));
 }
 
 TEST(DeviceIdTest, TheFirstDifferingByteOrders) {

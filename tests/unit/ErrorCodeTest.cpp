@@ -8,13 +8,13 @@
 namespace libzel {
 namespace {
 
-struct Row {
+struct CodeRow {
   int32_t code;
   const char* text;
 };
 
 // Letter for letter, odd spellings included.
-constexpr Row kRows[] = {
+constexpr CodeRow kCodeRows[] = {
     {0, "No Error"},
     {1, "connect Success"},
     {2, "connection pending"},
@@ -67,14 +67,14 @@ constexpr Row kRows[] = {
 };
 
 bool IsListed(int32_t code) {
-  for (const Row& row : kRows) {
+  for (const CodeRow& row : kCodeRows) {
     if (row.code == code) return true;
   }
   return false;
 }
 
 TEST(ErrorCodeTest, EveryCodeHasItsText) {
-  for (const Row& row : kRows) EXPECT_STREQ(ErrorCodeText(row.code), row.text) << row.code;
+  for (const CodeRow& row : kCodeRows) EXPECT_STREQ(ErrorCodeText(row.code), row.text) << row.code;
 }
 
 TEST(ErrorCodeTest, NoOtherCodeHasAText) {

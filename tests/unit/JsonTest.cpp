@@ -62,13 +62,13 @@ std::string Describe(Json& value) {
   return "no type";
 }
 
-struct Row {
+struct JsonRow {
   std::string_view text;
   std::string_view outcome;
   size_t position;
 };
 
-std::ostream& operator<<(std::ostream& out, const Row& row) { return out << row.text.substr(0, 40); }
+std::ostream& operator<<(std::ostream& out, const JsonRow& row) { return out << row.text.substr(0, 40); }
 
 constexpr const char* kEnd = "fault: unexpected end of input";
 constexpr const char* kBadNull = "fault: parse null error";
@@ -84,7 +84,7 @@ constexpr const char* kObjectKey = "fault: expected '\"' in object";
 constexpr const char* kObjectColon = "fault: expected ':' in object";
 constexpr const char* kObjectComma = "fault: expected ',' in object";
 
-constexpr Row kBlankRows[] = {
+constexpr JsonRow kBlankRows[] = {
     {"", kEnd, 0},
     {" ", kEnd, 1},
     {" \t\r\n", kEnd, 4},
@@ -96,7 +96,7 @@ constexpr Row kBlankRows[] = {
     {"\xC2\xA0", kBadCharacter, 1},
 };
 
-constexpr Row kKeywordRows[] = {
+constexpr JsonRow kKeywordRows[] = {
     {"null", "null", 4},
     {" null", "null", 5},
     {"null ", "null", 4},
@@ -124,7 +124,7 @@ constexpr Row kKeywordRows[] = {
     {"undefined", kBadCharacter, 1},
 };
 
-constexpr Row kIntegerRows[] = {
+constexpr JsonRow kIntegerRows[] = {
     {"0", "int 0", 1},
     {"-0", "int 0", 2},
     {"1", "int 1", 1},
@@ -161,7 +161,7 @@ constexpr Row kIntegerRows[] = {
     {".5", kBadCharacter, 1},
 };
 
-constexpr Row kDoubleRows[] = {
+constexpr JsonRow kDoubleRows[] = {
     {"0.5", "double 0.5", 3},
     {"-0.5", "double -0.5", 4},
     {"0.0", "double 0", 3},
@@ -198,7 +198,7 @@ constexpr Row kDoubleRows[] = {
     {"-0.", kBadFraction, 3},
 };
 
-constexpr Row kStringRows[] = {
+constexpr JsonRow kStringRows[] = {
     {R"("")", "''", 2},
     {R"("a")", "'a'", 3},
     {R"( "a")", "'a'", 4},
@@ -223,7 +223,7 @@ constexpr Row kStringRows[] = {
     {"'a'", kBadCharacter, 1},
 };
 
-constexpr Row kArrayRows[] = {
+constexpr JsonRow kArrayRows[] = {
     {"[]", "[]", 2},
     {"[ ]", "[]", 3},
     {" [ \t\r\n ]", "[]", 8},
@@ -266,7 +266,7 @@ constexpr Row kArrayRows[] = {
     {R"(["a])", kEndInString, 4},
 };
 
-constexpr Row kObjectRows[] = {
+constexpr JsonRow kObjectRows[] = {
     {"{}", "{}", 2},
     {"{ }", "{}", 3},
     {"{}x", "{}", 2},
@@ -346,7 +346,7 @@ Outcome Parse(std::string_view text) {
   }
 }
 
-class JsonText : public testing::TestWithParam<Row> {};
+class JsonText : public testing::TestWithParam<JsonRow> {};
 
 TEST_P(JsonText, GivesItsValueOrItsFaultAndThePosition) {
   EXPECT_EQ(Parse(GetParam().text), (Outcome{std::string(GetParam().outcome), GetParam().position}));

@@ -12,7 +12,7 @@ namespace libzel {
 namespace {
 
 template <typename Action>
-std::string FaultOf(Action action) {
+std::string LogicErrorOf(Action action) {
   try {
     (void)action();
   } catch (const std::logic_error& fault) {
@@ -159,8 +159,8 @@ TEST(JsonValueTest, AKeyMakesNullAnObjectAndInsertsNull) {
 TEST(JsonValueTest, AKeyOnAnyOtherTypeFaults) {
   auto values = AllTypes();
   for (size_t i = 1; i < 6; ++i) {
-    EXPECT_EQ(FaultOf([&] { return values[i]["a"].isNull(); }), kMemberFault);
-    EXPECT_EQ(FaultOf([&] { return values[i][std::string("a")].isNull(); }), kMemberFault);
+    EXPECT_EQ(LogicErrorOf([&] { return values[i]["a"].isNull(); }), kMemberFault);
+    EXPECT_EQ(LogicErrorOf([&] { return values[i][std::string("a")].isNull(); }), kMemberFault);
   }
 }
 
@@ -182,17 +182,17 @@ TEST(JsonValueTest, AnIndexInsideLeavesTheSize) {
 
 TEST(JsonValueTest, TheTypeIsTestedBeforeTheIndex) {
   Json array(JsonType::kArray);
-  EXPECT_EQ(FaultOf([&] { return array[-1].isNull(); }), kIndexFault);
+  EXPECT_EQ(LogicErrorOf([&] { return array[-1].isNull(); }), kIndexFault);
   auto values = AllTypes();
   for (const size_t i : {1U, 2U, 3U, 4U, 6U}) {
-    EXPECT_EQ(FaultOf([&] { return values[i][-1].isNull(); }), kElementFault);
-    EXPECT_EQ(FaultOf([&] { return values[i][0].isNull(); }), kElementFault);
+    EXPECT_EQ(LogicErrorOf([&] { return values[i][-1].isNull(); }), kElementFault);
+    EXPECT_EQ(LogicErrorOf([&] { return values[i][0].isNull(); }), kElementFault);
   }
 }
 
 TEST(JsonValueTest, ANegativeIndexLeavesNullAnEmptyArray) {
   Json value;
-  EXPECT_EQ(FaultOf([&] { return value[-1].isNull(); }), kIndexFault);
+  EXPECT_EQ(LogicErrorOf([&] { return value[-1].isNull(); }), kIndexFault);
   EXPECT_EQ(value.type(), JsonType::kArray);
   EXPECT_EQ(value.size(), 0);
 }
@@ -209,7 +209,7 @@ TEST(JsonValueTest, AppendAddsACopyAndGivesTheValue) {
 TEST(JsonValueTest, AppendToAnyOtherTypeFaults) {
   auto values = AllTypes();
   for (const size_t i : {1U, 2U, 3U, 4U, 6U}) {
-    EXPECT_EQ(FaultOf([&] { return values[i].append(Json()).size(); }), kAppendFault);
+    EXPECT_EQ(LogicErrorOf([&] { return values[i].append(Json()).size(); }), kAppendFault);
   }
 }
 
@@ -235,7 +235,7 @@ TEST(JsonValueTest, TheNullOfAbsentKeysIsOneForAllThreads) {
 TEST(JsonValueTest, GetOnAnyOtherTypeFaults) {
   const auto values = AllTypes();
   for (size_t i = 0; i < 6; ++i) {
-    EXPECT_EQ(FaultOf([&] { return values[i].get("a").isNull(); }), kGetFault);
+    EXPECT_EQ(LogicErrorOf([&] { return values[i].get("a").isNull(); }), kGetFault);
     EXPECT_FALSE(values[i].isObject());
   }
 }
@@ -244,7 +244,7 @@ TEST(JsonValueTest, OnlyAStringConvertsToAString) {
   EXPECT_EQ(std::string(Json(std::string("a\0b", 3))), std::string("a\0b", 3));
   const auto values = AllTypes();
   for (const size_t i : {0U, 1U, 2U, 3U, 5U, 6U}) {
-    EXPECT_EQ(FaultOf([&] { return std::string(values[i]); }), kStringFault);
+    EXPECT_EQ(LogicErrorOf([&] { return std::string(values[i]); }), kStringFault);
   }
 }
 

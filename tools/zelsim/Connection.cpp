@@ -5,6 +5,7 @@
 
 #include "FrameTrace.h"
 #include "ShapedAnswer.h"
+#include "Text.h"
 
 namespace zelsim {
 namespace {
@@ -15,10 +16,6 @@ constexpr size_t kPauseReadingAt = 4 * 1024 * 1024;
 constexpr size_t kMostPending = 256 * 1024 * 1024;
 // How long an orderly close waits for the client's own end.
 constexpr std::chrono::milliseconds kLinger{100};
-
-std::string EndpointText(const asio::ip::tcp::endpoint& endpoint) {
-  return endpoint.address().to_string() + ":" + std::to_string(endpoint.port());
-}
 
 }  // namespace
 

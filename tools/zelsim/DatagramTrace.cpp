@@ -3,13 +3,6 @@
 #include "Text.h"
 
 namespace zelsim {
-namespace {
-
-std::string EndpointText(const asio::ip::udp::endpoint& endpoint) {
-  return endpoint.address().to_string() + ":" + std::to_string(endpoint.port());
-}
-
-}  // namespace
 
 TraceLine DescribeReceived(std::string_view service, const Datagram& datagram) {
   TraceLine line("datagram");

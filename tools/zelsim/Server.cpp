@@ -19,10 +19,6 @@ std::optional<asio::ip::tcp::endpoint> ParseEndpoint(std::string_view text) {
   return asio::ip::tcp::endpoint(*address, *port);
 }
 
-std::string EndpointText(const asio::ip::tcp::endpoint& endpoint) {
-  return endpoint.address().to_string() + ":" + std::to_string(endpoint.port());
-}
-
 }  // namespace
 
 Server::Server(asio::io_context& loop, ServerOptions options, Trace& trace)

@@ -27,6 +27,12 @@ std::optional<asio::ip::address_v4> ParseAddress(std::string_view text);
 // Pairs of hexadecimal digits, or @FILE for the content of a file.
 std::optional<Bytes> ParseBytes(std::string_view text);
 
+// As 127.0.0.1:9999, of TCP or UDP.
+template <typename Endpoint>
+std::string EndpointText(const Endpoint& endpoint) {
+  return endpoint.address().to_string() + ":" + std::to_string(endpoint.port());
+}
+
 std::string ToHex(ByteView bytes);
 
 // Printable ASCII stays; blanks, '%', '=', '"' and all other bytes become %XX.

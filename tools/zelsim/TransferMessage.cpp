@@ -6,7 +6,7 @@ namespace {
 constexpr size_t kInfoHeadSize = 15;
 constexpr size_t kChunkHeadSize = 9;
 
-std::string AsText(ByteView bytes) { return std::string(bytes.begin(), bytes.end()); }
+std::string PathText(ByteView bytes) { return std::string(bytes.begin(), bytes.end()); }
 
 }  // namespace
 
@@ -15,8 +15,8 @@ std::optional<FileInfo> ParseFileInfo(ByteView payload) {
   const size_t nameSize = payload[1];
   const size_t destinationSize = payload[2];
   if (payload.size() != kInfoHeadSize + nameSize + destinationSize) return std::nullopt;
-  return FileInfo{.name = AsText(payload.subspan(kInfoHeadSize, nameSize)),
-                  .destination = AsText(payload.subspan(kInfoHeadSize + nameSize)),
+  return FileInfo{.name = PathText(payload.subspan(kInfoHeadSize, nameSize)),
+                  .destination = PathText(payload.subspan(kInfoHeadSize + nameSize)),
                   .size = GetBe<uint32_t>(&payload[3]),
                   .chunkSize = GetBe<uint32_t>(&payload[7]),
                   .chunkCount = GetBe<uint32_t>(&payload[11])};
