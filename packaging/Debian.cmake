@@ -22,7 +22,7 @@ endforeach()
 
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${docdir}/libzel-dev COMPONENT libzel-dev)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${docdir}/libzel-dev COMPONENT libzel-dev
-  FILES_MATCHING PATTERN *.md PATTERN *.c)
+  FILES_MATCHING PATTERN *.md PATTERN *.c PATTERN *.svg)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${docdir}/libzel-dev COMPONENT libzel-dev
   FILES_MATCHING PATTERN *.c PATTERN *.cpp)
 
