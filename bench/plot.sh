@@ -46,15 +46,19 @@ set terminal svg size 900,560 font 'sans-serif,13' background '#ffffff'
 set output 'relative.svg'
 set title 'Speed against a raw program that does the same (1 is as fast, more is better)'
 set yrange [$rowCount - 0.4:-0.6]
-set xrange [0:*]
+set logscale x 2
+set xrange [0.125:8]
+set xtics (0.125, 0.25, 0.5, 1, 2, 4, 8)
 set grid xtics lc '#dddddd'
-set key bottom right
+set key bottom left Left reverse
 set arrow from 1, graph 0 to 1, graph 1 nohead lw 2 lc '#444444' back
-plot 'quiet.rows' using (\$4/2):(\$0-0.18):(\$4/2):(0.16):ytic(1) with boxxyerror lc rgb quiet title 'nothing else running', \
-     'busy.rows' using (\$4/2):(\$0+0.18):(\$4/2):(0.16) with boxxyerror lc rgb busy title 'both cores compiling'
+plot 'quiet.rows' using 4:0:(1):4:(\$0-0.34):(\$0-0.02):ytic(1) with boxxyerror lc rgb quiet title 'nothing else running', \
+     'busy.rows' using 4:0:(1):4:(\$0+0.02):(\$0+0.34) with boxxyerror lc rgb busy title 'both cores compiling'
 
 unset arrow
 unset grid
+unset logscale
+set xtics auto
 set terminal svg size 620,380 font 'sans-serif,13' background '#ffffff'
 set grid ytics lc '#dddddd'
 set style data histogram
