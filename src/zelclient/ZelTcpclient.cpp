@@ -201,7 +201,7 @@ int32_t CTcpclient::Send(uint16_t port, uint32_t idGroup, uint32_t idOffset, con
 int32_t CTcpclient::SendPieces(uint16_t port, const AddressBlock& address,
                                std::span<const platform::ConstBytes> pieces, uint32_t timeoutMs) {
   // Up to here a copy is cheaper than a gathered send.
-  constexpr size_t kCopiedFrame = 8 * 1024;
+  constexpr size_t kCopiedFrame = size_t{8} * 1024;
 
   auto link = socket_->link();
   if (!link->connected()) {

@@ -75,7 +75,7 @@ class SocketLink {
   };
 
  private:
-  static constexpr size_t kReadAheadSize = 16 * 1024;
+  static constexpr size_t kReadAheadSize = size_t{16} * 1024;
 
   enum class Look { kIfBusy, kAlways };
 
