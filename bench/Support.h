@@ -28,8 +28,7 @@ double Median(std::vector<double> values);
 // The memory of the process that is resident, in KiB.
 long ResidentKiB();
 
-// What took the library and the raw program `library` and `raw` of `unit` in each round, as one row of the
-// table.
+// One row of the table: what the library and the raw program reached in each round, in `unit`.
 struct Row {
   std::string name;
   const char* unit;

@@ -5,6 +5,7 @@ set -euo pipefail
 results=$(cd "$(dirname "$0")" && pwd)/results
 mkdir -p "$1"
 cd "$1"
+trap 'rm -f -- *.rows *.all' EXIT
 command -v gnuplot >/dev/null || { echo "bench/plot.sh: no gnuplot; packages.txt says what is needed" >&2; exit 1; }
 
 # "name";library;raw;speed of the library against the raw program, from every row that compares the two.
@@ -79,4 +80,3 @@ set logscale y
 set yrange [1:*]
 plot 'publish.rows' using 2:xtic(1) lc rgb quiet title 'library', '' using 3 lc rgb raw title 'raw socket'
 GNUPLOT
-rm -- *.rows *.all
