@@ -117,9 +117,9 @@ static void ShowIdentifier(const ZelDeviceId* device) {
   (void)libzel_makeZelDeviceId("10.9.8.7.6.5", &other);
   Say("asked directly, the device tells the same identifier",
       libzel_getRemoteZelDeviceId(g_device.ip, 1000, &answer) == 0 && SameId(&answer, device));
-  Say("it takes another one",
-      libzel_setRemoteZelDeviceId(g_device.ip, "10.9.8.7.6.5", 1000) == 0 &&
-          libzel_getRemoteZelDeviceId(g_device.ip, 1000, &answer) == 0 && SameId(&answer, &other));
+  Say("it takes another one", libzel_setRemoteZelDeviceId(g_device.ip, "10.9.8.7.6.5", 1000) == 0 &&
+                                  libzel_getRemoteZelDeviceId(g_device.ip, 1000, &answer) == 0 &&
+                                  SameId(&answer, &other));
   Say("and its own again", libzel_setRemoteZelDeviceId(g_device.ip, g_device.zelDeviceId, 1000) == 0);
 }
 
@@ -204,8 +204,8 @@ int main(int argc, char** argv) {
     return 1;
   }
   (void)libzel_version(&major, &minor, &patch);
-  fprintf(stderr, "libzel %" PRIu32 ".%" PRIu32 ".%" PRIu32 ", the library's log is in %s\n", major, minor, patch,
-          argv[1]);
+  fprintf(stderr, "libzel %" PRIu32 ".%" PRIu32 ".%" PRIu32 ", the library's log is in %s\n", major, minor,
+          patch, argv[1]);
   Say("the library starts", libzel_init() == 0);
   Tour(argv[2]);
   Say("the library ends", libzel_destory() == 0);

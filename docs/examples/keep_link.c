@@ -31,20 +31,11 @@ static void OnEvent(const ZelDeviceId* device, void* user, int32_t event) {
   (void)device;
   (void)user;
   switch (event) {
-    case ZEL_EVENT_PENDING:
-      fprintf(stderr, "connecting\n");
-      break;
-    case ZEL_EVENT_CONNECTED:
-      fprintf(stderr, "connected\n");
-      break;
-    case ZEL_EVENT_FAILED:
-      fprintf(stderr, "not connected; the library tries again\n");
-      break;
-    case ZEL_EVENT_DISCONNECTED:
-      fprintf(stderr, "lost\n");
-      break;
-    default:
-      break;
+    case ZEL_EVENT_PENDING: fprintf(stderr, "connecting\n"); break;
+    case ZEL_EVENT_CONNECTED: fprintf(stderr, "connected\n"); break;
+    case ZEL_EVENT_FAILED: fprintf(stderr, "not connected; the library tries again\n"); break;
+    case ZEL_EVENT_DISCONNECTED: fprintf(stderr, "lost\n"); break;
+    default: break;
   }
 }
 

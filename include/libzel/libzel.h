@@ -38,7 +38,8 @@ extern "C" {
 #define ZEL_STATIC_ASSERT(condition, text) _Static_assert(condition, text)
 #else
 #define ZEL_STATIC_ASSERT_NAME(line) zel_static_assert_##line
-#define ZEL_STATIC_ASSERT_LINE(condition, line) typedef char ZEL_STATIC_ASSERT_NAME(line)[(condition) ? 1 : -1]
+#define ZEL_STATIC_ASSERT_LINE(condition, line) \
+  typedef char ZEL_STATIC_ASSERT_NAME(line)[(condition) ? 1 : -1]
 #define ZEL_STATIC_ASSERT(condition, text) ZEL_STATIC_ASSERT_LINE(condition, __LINE__)
 #endif
 /** @endcond */
@@ -145,8 +146,8 @@ typedef void (*ZelScanEventCallback)(ZelScanResult device, void* user);
  * `state` 0 registered, 1 going on, 2 finished, 3 failed. The first call of a transfer runs on the thread that calls
  * ZelFileTransfer, all later ones on the library's transfer thread. A result of -1 asks for the transfer to stop;
  * every other value lets it go on. */
-typedef int32_t (*FileTransferCallback)(const ZelDeviceId* device, uint32_t transfer, float progress, uint32_t error,
-                                        uint8_t state, void* user);
+typedef int32_t (*FileTransferCallback)(const ZelDeviceId* device, uint32_t transfer, float progress,
+                                        uint32_t error, uint8_t state, void* user);
 
 /** @} */
 
@@ -275,7 +276,8 @@ ZEL_API int32_t libzel_publish(ZelInstance instance, uint32_t idGroup, uint32_t 
 /** Subscribes a topic, or gives a subscribed one a new callback. The callback runs on the receive thread, so start it
  * (libzel_loop_start). The subscription is kept when the send fails and is sent again after every reconnect.
  * Result: 0, or 8193 (ZEL_E_HANDLE), 5 (ZEL_E_DISCONNECTED), or the system's number of another send failure. */
-ZEL_API int32_t libzel_subscribe(ZelInstance instance, const char* topic, ZelTopicCallback callback, void* user);
+ZEL_API int32_t libzel_subscribe(ZelInstance instance, const char* topic, ZelTopicCallback callback,
+                                 void* user);
 
 /** Ends a subscription, also when the send fails. A callback that runs at this moment is not waited for.
  * Result: 0, or 8193 (ZEL_E_HANDLE), 4106 (ZEL_E_TOPIC: not subscribed; nothing was sent), 5 (ZEL_E_DISCONNECTED), or
@@ -347,12 +349,13 @@ ZEL_API int32_t ZelGetRemoteDeviceId(const char* host, ZelDeviceId* out, int32_t
  * identifier. `reserved` is not looked at. Sets `*outLength` to 0 when outLength is not null; outBuffer is not filled.
  * Result: always 0xFFFFFFFF once the request has left. Deliberate: the answer is not awaited, and the record that it
  * would fill, about 200 bytes, stays reserved until the process ends. */
-ZEL_API uint32_t ZelSyncReadReq(const ZelDeviceAddr* target, uint32_t idGroup, uint32_t idOffset, uint32_t reserved,
-                                uint8_t* outBuffer, uint32_t* outLength, uint32_t timeoutMs);
+ZEL_API uint32_t ZelSyncReadReq(const ZelDeviceAddr* target, uint32_t idGroup, uint32_t idOffset,
+                                uint32_t reserved, uint8_t* outBuffer, uint32_t* outLength,
+                                uint32_t timeoutMs);
 
 /** Does nothing. Result: 0. Deliberate. */
-ZEL_API uint32_t ZelSyncWriteReq(const ZelDeviceAddr* target, uint32_t idGroup, uint32_t idOffset, uint32_t reserved,
-                                 const uint8_t* data, uint32_t length, uint32_t timeoutMs);
+ZEL_API uint32_t ZelSyncWriteReq(const ZelDeviceAddr* target, uint32_t idGroup, uint32_t idOffset,
+                                 uint32_t reserved, const uint8_t* data, uint32_t length, uint32_t timeoutMs);
 
 /** Sends a local file to a device in chunks of 8192 bytes on the library's transfer thread, one transfer after the
  * other, and returns at once. Both paths are shorter than 256 bytes. The callback (may be null) is told of every step,
@@ -362,8 +365,9 @@ ZEL_API uint32_t ZelSyncWriteReq(const ZelDeviceAddr* target, uint32_t idGroup, 
  * Later errors: 12294 (ZEL_E_FILE_TRANSFER: the network failed; the transfer ends), or the device's own (the transfer
  * goes on). The reserved arguments are not looked at. Result: the transfer's number, 0 for the first; the call itself
  * never fails. */
-ZEL_API uint32_t ZelFileTransfer(ZelDeviceAddr target, uint64_t reserved1, uint64_t reserved2, const char* localPath,
-                                 const char* remotePath, FileTransferCallback callback, void* user);
+ZEL_API uint32_t ZelFileTransfer(ZelDeviceAddr target, uint64_t reserved1, uint64_t reserved2,
+                                 const char* localPath, const char* remotePath, FileTransferCallback callback,
+                                 void* user);
 
 /** @} */
 

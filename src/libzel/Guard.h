@@ -26,7 +26,8 @@ Result Guard(std::string_view function, Result failure, Body body) noexcept {
     SetErrno(kErrorMemory);
   } catch (const std::exception& fault) {
     SetErrno(kErrorResource);
-    ZEL_LOG_AS("libzel", kError, "%.*s failed:%s", static_cast<int>(function.size()), function.data(), fault.what());
+    ZEL_LOG_AS("libzel", kError, "%.*s failed:%s", static_cast<int>(function.size()), function.data(),
+               fault.what());
     return failure;
   }
   ZEL_LOG_AS("libzel", kError, "%.*s failed:%s", static_cast<int>(function.size()), function.data(),

@@ -25,7 +25,8 @@ int32_t AskForIdentifier(const char* host, int32_t timeoutMs, ZelDeviceId& out) 
   const uint32_t result = UdpSendRecv(host, {kIdentifierPort, kCmdRead, kReadAddress, {}}, answer, timeoutMs);
   if (result != 0) return static_cast<int32_t>(result);
   std::memcpy(out.bytes, answer.data(), sizeof out.bytes);
-  ZEL_LOG_AS("libzel_getRemoteZelDeviceId", kDebug, "get remote:%s DeviceId:%s", host, DeviceIdText(out).c_str());
+  ZEL_LOG_AS("libzel_getRemoteZelDeviceId", kDebug, "get remote:%s DeviceId:%s", host,
+             DeviceIdText(out).c_str());
   return CRouterTable::Instance().SetHostIp(out, host);
 }
 
@@ -73,7 +74,8 @@ int32_t libzel_getRemoteZelDeviceId(const char* host, int32_t timeoutMs, ZelDevi
 int32_t libzel_setRemoteZelDeviceId(const char* host, const char* text, int32_t timeoutMs) {
   return Guard("libzel_setRemoteZelDeviceId", kErrorResource, [&] {
     const ZelDeviceId id = ParseDeviceId(text);
-    const uint32_t result = UdpSendRecv(host, {kIdentifierPort, kCmdWrite, kWriteAddress, id.bytes}, {}, timeoutMs);
+    const uint32_t result =
+        UdpSendRecv(host, {kIdentifierPort, kCmdWrite, kWriteAddress, id.bytes}, {}, timeoutMs);
     if (result == 0) (void)CRouterTable::Instance().SetHostIp(id, host);
     return static_cast<int32_t>(result);
   });

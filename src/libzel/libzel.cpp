@@ -16,8 +16,8 @@ constexpr uint32_t kMajor = 0;
 constexpr uint32_t kMinor = 2;
 constexpr uint32_t kPatch = 3;
 
-ZelInstance CreateInstance(const ZelDeviceId* device, uint32_t type, int64_t timeoutMs, ZelConnEventCallback callback,
-                           void* user) {
+ZelInstance CreateInstance(const ZelDeviceId* device, uint32_t type, int64_t timeoutMs,
+                           ZelConnEventCallback callback, void* user) {
   const auto connection = CPeerConnMgr::Instance().CreateInstance(device, type);
   if (connection == nullptr) return 0;
   connection->SetEventCallback(callback, user);
@@ -115,10 +115,11 @@ bool libzel_reconnect(ZelInstance instance, int32_t timeoutMs) {
 }
 
 int32_t libzel_reconnect_delay_set(ZelInstance instance, uint32_t intervalSec) {
-  return WithInstance("libzel_reconnect_delay_set", instance, ZEL_E_HANDLE, [&](IZelPeerConnection& connection) {
-    connection.SetReconnectDelay(intervalSec, true);
-    return ZEL_OK;
-  });
+  return WithInstance("libzel_reconnect_delay_set", instance, ZEL_E_HANDLE,
+                      [&](IZelPeerConnection& connection) {
+                        connection.SetReconnectDelay(intervalSec, true);
+                        return ZEL_OK;
+                      });
 }
 
 int32_t libzel_registerZelScanEvent(ZelScanEventCallback callback, void* user) {

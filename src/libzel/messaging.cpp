@@ -12,7 +12,8 @@ int32_t libzel_sync_send(ZelInstance instance, uint16_t port, uint32_t idGroup, 
   });
 }
 
-int32_t libzel_sync_recv(ZelInstance instance, void* unused, uint8_t* buffer, uint32_t size, uint32_t timeoutMs) {
+int32_t libzel_sync_recv(ZelInstance instance, void* unused, uint8_t* buffer, uint32_t size,
+                         uint32_t timeoutMs) {
   return WithInstance("libzel_sync_recv", instance, -1, [&](IZelPeerConnection& connection) {
     return connection.Recv(unused, buffer, size, timeoutMs);
   });
@@ -36,14 +37,15 @@ int32_t libzel_unsubscribe(ZelInstance instance, const char* topic) {
                       [&](IZelPeerConnection& connection) { return connection.UnSubscribe(topic); });
 }
 
-int32_t libzel__registerRouterEvent(ZelInstance instance, uint16_t port, ZelRouterCallback callback, void* user) {
+int32_t libzel__registerRouterEvent(ZelInstance instance, uint16_t port, ZelRouterCallback callback,
+                                    void* user) {
   if (port <= kLastReservedPort) {
     SetErrno(ZEL_E_RESERVED_PORT);
     return ZEL_E_RESERVED_PORT;
   }
-  return WithInstance("libzel__registerRouterEvent", instance, ZEL_E_HANDLE, [&](IZelPeerConnection& connection) {
-    return connection.addUserMessaggeRouter(port, callback, user);
-  });
+  return WithInstance(
+      "libzel__registerRouterEvent", instance, ZEL_E_HANDLE,
+      [&](IZelPeerConnection& connection) { return connection.addUserMessaggeRouter(port, callback, user); });
 }
 
 int32_t libzel__unregisterRouterEvent(ZelInstance instance, uint16_t port) {

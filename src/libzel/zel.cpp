@@ -42,7 +42,8 @@ uint32_t ZelSyncReadReq(const ZelDeviceAddr* target, uint32_t idGroup, uint32_t 
                         uint8_t* outBuffer, uint32_t* outLength, uint32_t timeoutMs) {
   return Guard("ZelSyncReadReq", kNotAwaited, [&] {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    ZelRequest request{AddressOnly(idGroup, idOffset), target, kCmdRead, reserved, outBuffer, outLength, deadline};
+    ZelRequest request{
+        AddressOnly(idGroup, idOffset), target, kCmdRead, reserved, outBuffer, outLength, deadline};
     if (outLength != nullptr) *outLength = 0;
     const auto connection = CDeviceConnectionCache::Instance().GetConnection(target->id);
     return connection != nullptr ? static_cast<uint32_t>(connection->SyncRequest(request)) : kNotAwaited;
@@ -50,13 +51,15 @@ uint32_t ZelSyncReadReq(const ZelDeviceAddr* target, uint32_t idGroup, uint32_t 
 }
 
 uint32_t ZelSyncWriteReq(const ZelDeviceAddr* /*target*/, uint32_t /*idGroup*/, uint32_t /*idOffset*/,
-                         uint32_t /*reserved*/, const uint8_t* /*data*/, uint32_t /*length*/, uint32_t /*timeoutMs*/) {
+                         uint32_t /*reserved*/, const uint8_t* /*data*/, uint32_t /*length*/,
+                         uint32_t /*timeoutMs*/) {
   SetErrno(ZEL_OK);
   return ZEL_OK;
 }
 
-uint32_t ZelFileTransfer(ZelDeviceAddr target, uint64_t /*reserved1*/, uint64_t /*reserved2*/, const char* localPath,
-                         const char* remotePath, FileTransferCallback callback, void* user) {
+uint32_t ZelFileTransfer(ZelDeviceAddr target, uint64_t /*reserved1*/, uint64_t /*reserved2*/,
+                         const char* localPath, const char* remotePath, FileTransferCallback callback,
+                         void* user) {
   const uint32_t id = g_nextTransfer.fetch_add(1);
   return Guard("ZelFileTransfer", id, [&] {
     auto transfer = std::make_unique<CFileTransfer>(id, target, localPath, remotePath, callback, user);

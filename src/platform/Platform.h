@@ -14,7 +14,7 @@
 
 namespace libzel::platform {
 
-// ---- Errors (Errors.cpp) -------------------------------------------------------------------------------------------
+// ---- Errors (Errors.cpp) ----------------------------------------------------------------------------------
 
 // The socket layer's numbers, the same on both systems.
 inline constexpr int32_t kSocketInterrupted = 10004;
@@ -40,7 +40,7 @@ int32_t RuntimeError();
 // The runtime's text for a runtime number, its generic unknown-error text where it has none. Allocates.
 std::string ErrorText(int32_t runtimeError);
 
-// ---- Sockets (Sockets.cpp) -----------------------------------------------------------------------------------------
+// ---- Sockets (Sockets.cpp) --------------------------------------------------------------------------------
 
 using SocketHandle = std::intptr_t;
 inline constexpr SocketHandle kNoSocket = -1;
@@ -124,7 +124,7 @@ int64_t SendDatagram(SocketHandle socket, const char* host, uint16_t port, Const
 
 bool Bind(SocketHandle socket, const char* ip, uint16_t port);
 
-// ---- Socket options (SocketOptions.cpp): true on success -------------------------------------------------------------
+// ---- Socket options (SocketOptions.cpp): true on success --------------------------------------------------
 
 bool GetSendBuffer(SocketHandle socket, int32_t& bytes);
 bool GetReceiveBuffer(SocketHandle socket, int32_t& bytes);
@@ -144,7 +144,7 @@ bool SetMulticastTtl(SocketHandle socket, int32_t hops);
 bool SetMulticastLoop(SocketHandle socket, bool on);
 bool JoinMulticastGroup(SocketHandle socket, const char* group, const char* interfaceIp);
 
-// ---- Process and thread (Process.cpp) ------------------------------------------------------------------------------
+// ---- Process and thread (Process.cpp) ---------------------------------------------------------------------
 
 // The system's number of the calling thread, read once per thread.
 uint32_t ThreadId();
@@ -155,7 +155,7 @@ void WriteStandardOutput(const char* text, size_t size);
 // Keeps the library in the process until the process ends: its threads may outlive an unload.
 void KeepLoaded();
 
-// ---- Files (Files.cpp) ---------------------------------------------------------------------------------------------
+// ---- Files (Files.cpp) ------------------------------------------------------------------------------------
 
 struct FileInfo {
   bool exists = false;
@@ -167,7 +167,7 @@ struct FileInfo {
 // What stands at a path, links followed. A path where nothing can be found leaves its reason in errno.
 FileInfo GetFileInfo(const char* path);
 
-// ---- Network adapters (Adapters.cpp) -------------------------------------------------------------------------------
+// ---- Network adapters (Adapters.cpp) ----------------------------------------------------------------------
 
 struct Adapter {
   uint32_t type = 0;

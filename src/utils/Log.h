@@ -50,7 +50,9 @@ constexpr std::string_view QualifiedName(std::string_view decorated) {
   return name;
 }
 
-constexpr std::string_view FileName(std::string_view path) { return path.substr(path.find_last_of("/\\") + 1); }
+constexpr std::string_view FileName(std::string_view path) {
+  return path.substr(path.find_last_of("/\\") + 1);
+}
 
 struct LevelStyle {
   std::string_view colour;
@@ -123,7 +125,8 @@ inline bool IsLogged(LogLevel level) {
 // Writes one line if `level` is at or above the threshold (signed). `file` is a path with backslash separators, of
 // which the part behind the last one is printed; a path without any prints "(null)". A message is cut to 8191
 // characters.
-[[gnu::format(printf, 5, 6)]] void LogPrint(int32_t level, const char* file, const char* function, int32_t line, const char* format, ...);
+[[gnu::format(printf, 5, 6)]] void LogPrint(int32_t level, const char* file, const char* function,
+                                            int32_t line, const char* format, ...);
 
 // Stores the threshold; lines that start afterwards obey it.
 inline void SetLogLevel(int32_t threshold) {
@@ -141,7 +144,8 @@ std::string FormatBuildTime(const char* date, const char* time);
 }  // namespace libzel
 
 // Logs from the function that it stands in.
-#define ZEL_LOG(level, ...) ZEL_LOG_AS(::libzel::log_internal::QualifiedName(__PRETTY_FUNCTION__), level, __VA_ARGS__)
+#define ZEL_LOG(level, ...) \
+  ZEL_LOG_AS(::libzel::log_internal::QualifiedName(__PRETTY_FUNCTION__), level, __VA_ARGS__)
 
 // Logs under the name of the operation that the calling helper is a step of.
 #define ZEL_LOG_AS(function, level, ...) \

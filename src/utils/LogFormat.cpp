@@ -64,23 +64,12 @@ void AppendArgument(Output& output, char conversion, Arguments& arguments) {
       output.Append(std::string_view(text != nullptr ? text : "(null)"));
       break;
     }
-    case 'd':
-      output.AppendNumber(va_arg(arguments.list, int));
-      break;
-    case 'u':
-      output.AppendNumber(va_arg(arguments.list, unsigned));
-      break;
-    case 'x':
-      output.AppendNumber(va_arg(arguments.list, unsigned), 16);
-      break;
-    case 'c':
-      output.Append(static_cast<char>(va_arg(arguments.list, int)));
-      break;
-    case '%':
-      output.Append('%');
-      break;
-    default:
-      break;
+    case 'd': output.AppendNumber(va_arg(arguments.list, int)); break;
+    case 'u': output.AppendNumber(va_arg(arguments.list, unsigned)); break;
+    case 'x': output.AppendNumber(va_arg(arguments.list, unsigned), 16); break;
+    case 'c': output.Append(static_cast<char>(va_arg(arguments.list, int))); break;
+    case '%': output.Append('%'); break;
+    default: break;
   }
 }
 

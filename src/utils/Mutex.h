@@ -36,7 +36,8 @@ class ZEL_THREAD_ANNOTATION(capability("mutex")) TimedMutex {
   // False when it was not to be had in `timeoutMs`; 0 and less only look.
   bool try_lock_for(int64_t timeoutMs) ZEL_THREAD_ANNOTATION(try_acquire_capability(true)) {
     std::unique_lock lock(mutex_);
-    if (!unlocked_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this] { return !isLocked_; })) return false;
+    if (!unlocked_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this] { return !isLocked_; }))
+      return false;
     isLocked_ = true;
     return true;
   }
@@ -72,7 +73,9 @@ class TimedLock {
 
 class ZEL_THREAD_ANNOTATION(scoped_lockable) MutexLock {
  public:
-  explicit MutexLock(Mutex& mutex) ZEL_THREAD_ANNOTATION(acquire_capability(mutex)) : mutex_(mutex) { mutex_.lock(); }
+  explicit MutexLock(Mutex& mutex) ZEL_THREAD_ANNOTATION(acquire_capability(mutex)) : mutex_(mutex) {
+    mutex_.lock();
+  }
   ~MutexLock() ZEL_THREAD_ANNOTATION(release_capability()) { mutex_.unlock(); }
   MutexLock(const MutexLock&) = delete;
   MutexLock& operator=(const MutexLock&) = delete;

@@ -9,7 +9,9 @@ namespace libzel {
 class Stopwatch {
  public:
   void Restart() { start_ = Clock::now(); }
-  double ElapsedMs() const { return std::chrono::duration<double, std::milli>(Clock::now() - start_).count(); }
+  double ElapsedMs() const {
+    return std::chrono::duration<double, std::milli>(Clock::now() - start_).count();
+  }
   double ElapsedSec() const { return std::chrono::duration<double>(Clock::now() - start_).count(); }
 
  private:

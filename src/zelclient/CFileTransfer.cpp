@@ -30,8 +30,8 @@ constexpr size_t kMaxRemotePath = 255;
 
 }  // namespace
 
-CFileTransfer::CFileTransfer(uint32_t id, const ZelDeviceAddr& target, const char* localPath, const char* remotePath,
-                             FileTransferCallback callback, void* user)
+CFileTransfer::CFileTransfer(uint32_t id, const ZelDeviceAddr& target, const char* localPath,
+                             const char* remotePath, FileTransferCallback callback, void* user)
     : id_(id),
       user_(user),
       target_(target),
@@ -52,7 +52,9 @@ uint32_t CFileTransfer::CalcChunkNum(uint64_t size) {
 void CFileTransfer::Report() {
   if (callback_ == nullptr) return;
   const float progress =
-      chunkCount_ == 0 ? 0.0F : static_cast<float>(static_cast<double>(chunksSent_) / static_cast<double>(chunkCount_));
+      chunkCount_ == 0
+          ? 0.0F
+          : static_cast<float>(static_cast<double>(chunksSent_) / static_cast<double>(chunkCount_));
   if (callback_(&target_.id, id_, progress, error_, state_, user_) == -1) stop_ = true;
 }
 

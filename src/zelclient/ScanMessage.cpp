@@ -60,7 +60,9 @@ ZelScanHeader ZelScanHeader::Read(std::span<const uint8_t> datagram) {
   return {datagram[0], GetBe32(&datagram[1]), GetBe32(&datagram[5])};
 }
 
-bool IsAcceptedAnswer(const ZelScanHeader& header) { return header.type == kScanAnswer && header.reserved == 0; }
+bool IsAcceptedAnswer(const ZelScanHeader& header) {
+  return header.type == kScanAnswer && header.reserved == 0;
+}
 
 std::optional<ZelScanResult> ReadScanAnswer(const std::string& document, const std::string& senderIp) {
   JsonParser parser;

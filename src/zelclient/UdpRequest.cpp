@@ -41,7 +41,8 @@ uint32_t Fail(int32_t code) {
 
 }  // namespace
 
-uint32_t UdpSendRecv(const char* host, const UdpRequest& request, std::span<uint8_t> answer, int32_t timeoutMs) {
+uint32_t UdpSendRecv(const char* host, const UdpRequest& request, std::span<uint8_t> answer,
+                     int32_t timeoutMs) {
   const uint32_t invokeId = g_nextInvokeId.fetch_add(1);
   UdpSocket socket(host, kDirectPort, Socket::kDatagram, false);
   if (socket.write(BuildFrame(request, invokeId)) < 0) return Fail(ZEL_E_SEND);
@@ -65,8 +66,8 @@ uint32_t ReadUdpAnswer(std::span<const uint8_t> datagram, const UdpRequest& requ
   const auto zoe = ZoeHeader::Read(body);
   if (!zoe) return ZEL_E_TOO_SHORT;
   if (zoe->error != 0) {
-    ZEL_LOG_AS("UdpSendRecv", kError, "CmdId:%d fail result:0x%x,reqInvokeId:%d,resInvokeId:%d", request.cmdId,
-               zoe->error, static_cast<int>(invokeId), static_cast<int>(zoe->invokeId));
+    ZEL_LOG_AS("UdpSendRecv", kError, "CmdId:%d fail result:0x%x,reqInvokeId:%d,resInvokeId:%d",
+               request.cmdId, zoe->error, static_cast<int>(invokeId), static_cast<int>(zoe->invokeId));
     return zoe->error;
   }
   const auto payload = body.subspan(kZoeHeaderSize);

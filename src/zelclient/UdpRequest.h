@@ -9,7 +9,7 @@
 namespace libzel {
 
 struct UdpRequest {
-  uint16_t port = 0;   // router port at the device
+  uint16_t port = 0;  // router port at the device
   uint16_t cmdId = 0;
   AddressBlock address;
   std::span<const uint8_t> payload;
@@ -24,7 +24,8 @@ struct UdpRequest {
 //   4108  the answer is shorter than its headers,
 //   4115  the answer carries another invoke identifier; `answer` has been filled all the same,
 //   or the device's own error word, which is looked at before the invoke identifier.
-uint32_t UdpSendRecv(const char* host, const UdpRequest& request, std::span<uint8_t> answer, int32_t timeoutMs);
+uint32_t UdpSendRecv(const char* host, const UdpRequest& request, std::span<uint8_t> answer,
+                     int32_t timeoutMs);
 
 // Examines a received answer as above, without a socket.
 uint32_t ReadUdpAnswer(std::span<const uint8_t> datagram, const UdpRequest& request, uint32_t invokeId,

@@ -95,7 +95,8 @@ CPeerConnMgr::Connection CDeviceConnectionCache::GetConnection(const ZelDeviceId
   if (auto connection = Find(device)) return connection;
   auto connection = CPeerConnMgr::Instance().CreateInstance(&device, 0);
   if (connection == nullptr) return nullptr;
-  (void)connection->Connect(kCreateTimeoutMs);  // a server that is away is no error: the receive thread finds it later
+  (void)connection->Connect(
+      kCreateTimeoutMs);  // a server that is away is no error: the receive thread finds it later
   (void)connection->loop_start();
   const MutexLock lock(mutex_);
   connections_.insert_or_assign(device, connection);

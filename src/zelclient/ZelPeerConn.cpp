@@ -13,7 +13,8 @@ namespace libzel {
 
 namespace {
 
-void libzelsubscribeMsgRouterCallBack(uint16_t /*port*/, const uint8_t* body, uint32_t length, void* connection) {
+void libzelsubscribeMsgRouterCallBack(uint16_t /*port*/, const uint8_t* body, uint32_t length,
+                                      void* connection) {
   ZEL_LOG_AS("libzelsubscribeMsgRouterCallBack", kTrace, "libzel recv subscribe message,TotalSize:%d",
              static_cast<int>(length));
   static_cast<IZelPeerConnection*>(connection)->filter(body, length);
@@ -51,7 +52,8 @@ ResponsePool& ResponseRecords() {
 
 IZelPeerConnection::IZelPeerConnection(const ZelDeviceId& remote, std::string parameters)
     : parameters_(std::move(parameters)), remoteDeviceId_(remote), localDeviceId_(LocalDeviceIdOrZero()) {
-  (void)router_.addUserMessaggeRouter(kTopicPort, libzelsubscribeMsgRouterCallBack, this);  // an empty table takes it
+  (void)router_.addUserMessaggeRouter(kTopicPort, libzelsubscribeMsgRouterCallBack,
+                                      this);  // an empty table takes it
 }
 
 IZelPeerConnection::~IZelPeerConnection() { (void)IZelPeerConnection::loop_stop(); }
@@ -62,7 +64,7 @@ uint32_t IZelPeerConnection::GenInvokeId() {
   return id;
 }
 
-// ---- Requests with a response record -------------------------------------------------------------------------------
+// ---- Requests with a response record ----------------------------------------------------------------------
 
 ResponsePool::Slot* IZelPeerConnection::Reserve(const ZelRequest& request) {
   ResponsePool::Slot* slot = ResponseRecords().Take();
@@ -111,7 +113,7 @@ int32_t IZelPeerConnection::AwaitResponse(const ZelRequest& request, ResponsePoo
   return result;
 }
 
-// ---- Settings and tables -------------------------------------------------------------------------------------------
+// ---- Settings and tables ----------------------------------------------------------------------------------
 
 void IZelPeerConnection::SetEventCallback(ZelConnEventCallback callback, void* user) {
   const MutexLock lock(eventMutex_);
@@ -199,7 +201,7 @@ void IZelPeerConnection::filter(const uint8_t* body, uint32_t length) {
                            static_cast<uint32_t>(record->data.size()), lastSubscriber_.user);
 }
 
-// ---- Receive thread ------------------------------------------------------------------------------------------------
+// ---- Receive thread ---------------------------------------------------------------------------------------
 
 void IZelPeerConnection::PauseUnlessStopped(int64_t pauseMs) const {
   if (stopWaker_.IsOpen()) {

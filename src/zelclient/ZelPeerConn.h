@@ -25,10 +25,10 @@ namespace libzel {
 
 // A request that waits for a response record.
 struct ZelRequest {
-  FrameBuffer message;                // the body behind the inner header; both headers are put in front
-  const ZelDeviceAddr* target;        // its port becomes the header's
+  FrameBuffer message;          // the body behind the inner header; both headers are put in front
+  const ZelDeviceAddr* target;  // its port becomes the header's
   uint16_t command = 0;
-  uint32_t requestWord = 0;           // carried along, read by nothing
+  uint32_t requestWord = 0;  // carried along, read by nothing
   uint8_t* answer = nullptr;
   uint32_t* answerLength = nullptr;
   std::chrono::steady_clock::time_point deadline{};
@@ -76,8 +76,8 @@ class IZelPeerConnection {
   virtual int32_t addCmpMessageRouter(uint16_t port, ZelCmpRouterCallback handler, void* user);
   virtual int32_t delMessageRouter(uint16_t port);
   virtual TopicTable GetSubscribes();
-  virtual int32_t Send(uint16_t port, uint32_t idGroup, uint32_t idOffset, const uint8_t* data, uint32_t length,
-                       uint32_t timeoutMs) = 0;
+  virtual int32_t Send(uint16_t port, uint32_t idGroup, uint32_t idOffset, const uint8_t* data,
+                       uint32_t length, uint32_t timeoutMs) = 0;
   virtual int32_t Recv(void* context, uint8_t* buffer, uint32_t size, uint32_t timeoutMs) = 0;
   virtual int32_t SendBuffer(const FrameBuffer& message) = 0;
   virtual int32_t Publish(const char* topic, uint32_t idGroup, uint32_t idOffset, const uint8_t* data,

@@ -48,13 +48,15 @@ int32_t CZelScanClient::stopScan() {
   return 0;
 }
 
-// ---- The thread ----------------------------------------------------------------------------------------------------
+// ---- The thread -------------------------------------------------------------------------------------------
 
 int32_t CZelScanClient::svc() {
   ZEL_LOG(kDebug, "Zel Scan Client Start");
-  (void)platform::StartSockets();  // its own, for good: the end of the library's use of them must not close its sockets
+  (void)platform::
+      StartSockets();  // its own, for good: the end of the library's use of them must not close its sockets
   (void)initMutilCastSocket();  // a failure ends the first wait
-  for (const AdapterRecord& adapter : DeviceIdGenerator().GetAdapterTable()) (void)addBroadcastSocket(adapter);
+  for (const AdapterRecord& adapter : DeviceIdGenerator().GetAdapterTable())
+    (void)addBroadcastSocket(adapter);
   while (!IsStopped() && RunCycle()) {
   }
   ZEL_LOG(kDebug, "Zel Scan Client End");
@@ -117,7 +119,8 @@ bool CZelScanClient::ReceiveReady(const Watched& watched) {
   return any;
 }
 
-CZelScanClient::Received CZelScanClient::ReceiveOne(platform::SocketHandle socket, std::span<uint8_t> buffer) {
+CZelScanClient::Received CZelScanClient::ReceiveOne(platform::SocketHandle socket,
+                                                    std::span<uint8_t> buffer) {
   platform::Endpoint sender;
   const int64_t received = platform::ReceiveDatagram(socket, buffer.data(), buffer.size(), &sender);
   if (received < 0) return Received::kFailed;
@@ -152,7 +155,7 @@ int32_t CZelScanClient::notify(const uint8_t* payload, size_t length, const std:
   return 0;
 }
 
-// ---- Requests ------------------------------------------------------------------------------------------------------
+// ---- Requests ---------------------------------------------------------------------------------------------
 
 int32_t CZelScanClient::sendScanReqPacket() {
   const bool scanning = scanning_;
@@ -178,10 +181,10 @@ void CZelScanClient::SendRequest(platform::SocketHandle socket, const ZelScanHea
   if (sent < 0) ZEL_LOG_AS("CZelScanClient::sendScanReqPacket", kError, "send zel search packet fail");
 }
 
-// ---- Interfaces ----------------------------------------------------------------------------------------------------
+// ---- Interfaces -------------------------------------------------------------------------------------------
 
 int32_t CZelScanClient::addBroadcastSocket(const AdapterRecord& adapter) {
-  ScanInterface interface{adapter.ip, adapter.name};
+  ScanInterface interface { adapter.ip, adapter.name };
   (void)joinMutilCastSocket(interface);  // the interface is kept either way
   interface.broadcastSocket = OpenBroadcastSocket(interface.ip);
   interfaces_.push_back(std::move(interface));
@@ -228,7 +231,8 @@ platform::SocketHandle CZelScanClient::OpenBroadcastSocket(const std::string& ip
     ZEL_LOG_AS(kFunction, kError, "broadcast setsockopt fail");
     return platform::kNoSocket;
   }
-  if (!platform::Bind(socket, ip.c_str(), 0)) ZEL_LOG_AS(kFunction, kError, "bind failed.ip=[%s]", ip.c_str());
+  if (!platform::Bind(socket, ip.c_str(), 0))
+    ZEL_LOG_AS(kFunction, kError, "bind failed.ip=[%s]", ip.c_str());
   return socket;
 }
 

@@ -107,11 +107,11 @@ void CTcpclient::ParseParameters(const std::string& parameters) {
   }
 }
 
-// ---- Connecting ----------------------------------------------------------------------------------------------------
+// ---- Connecting -------------------------------------------------------------------------------------------
 
 bool CTcpclient::Connect(int64_t timeoutMs) {
-  ZEL_LOG(kInfo, "tcpclient ready connect  HostName:%s,port:%d,timeoutms:%d,isDomain:%d", hostName_.c_str(), port_,
-          static_cast<int>(timeoutMs), isDomain_);
+  ZEL_LOG(kInfo, "tcpclient ready connect  HostName:%s,port:%d,timeoutms:%d,isDomain:%d", hostName_.c_str(),
+          port_, static_cast<int>(timeoutMs), isDomain_);
   if (!TryConnect(timeoutMs)) return false;
   ZEL_LOG(kInfo, "Connect HostName:%s,port:%d Success,isDomain:%d", hostName_.c_str(), port_, isDomain_);
   return true;
@@ -144,7 +144,8 @@ bool CTcpclient::TryConnect(int64_t timeoutMs) {
     const Stopwatch watch;
     const TimedLock lock(reconnectMutex_, timeoutMs);
     const int64_t leftMs = timeoutMs - static_cast<int64_t>(watch.ElapsedMs());
-    if (lock && leftMs >= std::min(timeoutMs, kShortestConnectMs) && (!IsConnected() || socket_->link() == before)) {
+    if (lock && leftMs >= std::min(timeoutMs, kShortestConnectMs) &&
+        (!IsConnected() || socket_->link() == before)) {
       connected = socket_->Connect(leftMs);
     } else {
       isOurs = false;  // another thread brought it up during the event, or is still at it
@@ -167,8 +168,8 @@ bool CTcpclient::WrapReconnect(int64_t timeoutMs) {
     if (!(elapsedSec > reconnectIntervalSec())) return false;
     reconnectTimer_.Restart();
   }
-  ZEL_LOG(kDebug, "trigger Reconnect  HostName:%s,port:%d,isDomain:%d,IntercalSec:%.2f sec", hostName_.c_str(), port_,
-          isDomain_, elapsedSec);
+  ZEL_LOG(kDebug, "trigger Reconnect  HostName:%s,port:%d,isDomain:%d,IntercalSec:%.2f sec",
+          hostName_.c_str(), port_, isDomain_, elapsedSec);
   return Reconnect(timeoutMs - static_cast<int64_t>(watch.ElapsedMs()));
 }
 
@@ -190,10 +191,10 @@ void CTcpclient::SubscribeAgain() {
   }
 }
 
-// ---- Sending -------------------------------------------------------------------------------------------------------
+// ---- Sending ----------------------------------------------------------------------------------------------
 
-int32_t CTcpclient::Send(uint16_t port, uint32_t idGroup, uint32_t idOffset, const uint8_t* data, uint32_t length,
-                         uint32_t timeoutMs) {
+int32_t CTcpclient::Send(uint16_t port, uint32_t idGroup, uint32_t idOffset, const uint8_t* data,
+                         uint32_t length, uint32_t timeoutMs) {
   const platform::ConstBytes payload(data, length);
   return SendPieces(port, {idGroup, idOffset}, {&payload, 1}, timeoutMs);
 }
@@ -274,7 +275,7 @@ int32_t CTcpclient::Write(const uint8_t* data, uint32_t length, int64_t timeoutM
 
 int32_t CTcpclient::SendBuffer(const FrameBuffer& message) { return socket_->write(message, 1000); }
 
-// ---- Receive thread ------------------------------------------------------------------------------------------------
+// ---- Receive thread ---------------------------------------------------------------------------------------
 
 int32_t CTcpclient::svc() {
   ReceiveBuffer body;
@@ -318,12 +319,8 @@ void CTcpclient::ReceiveOnce(SocketLink& link, ReceiveBuffer& body) {
   }
   Incoming incoming;
   switch (ReadFrame(link, body, incoming)) {
-    case Outcome::kFrame:
-      (void)router().call(incoming.header, body.data(), incoming.bodySize, this);
-      break;
-    case Outcome::kClosed:
-      CloseByPeer(link);
-      break;
+    case Outcome::kFrame: (void)router().call(incoming.header, body.data(), incoming.bodySize, this); break;
+    case Outcome::kClosed: CloseByPeer(link); break;
     case Outcome::kBadLength:
       ZEL_LOG_AS("CTcpclient::svc", kError, "zel header len is error,nPacketLen:%d",
                  static_cast<int>(incoming.header.nMsgLen));
@@ -334,8 +331,7 @@ void CTcpclient::ReceiveOnce(SocketLink& link, ReceiveBuffer& body) {
       ZEL_LOG_AS("CTcpclient::svc", kError, "recv size!=header.nMsgLen:%d,but recv size:%d",
                  static_cast<int>(incoming.header.nMsgLen), static_cast<int>(incoming.bodySize));
       break;
-    case Outcome::kNothing:
-      break;
+    case Outcome::kNothing: break;
   }
 }
 
@@ -367,7 +363,7 @@ void CTcpclient::ReportEnd(SocketLink& link) {
   if (link.TakeEndReport()) FireEvent(ZEL_EVENT_DISCONNECTED);
 }
 
-// ---- Synchronous receive -------------------------------------------------------------------------------------------
+// ---- Synchronous receive ----------------------------------------------------------------------------------
 
 int32_t CTcpclient::Recv(void* /*context*/, uint8_t* buffer, uint32_t size, uint32_t timeoutMs) {
   if (!IsConnected()) {
@@ -439,7 +435,8 @@ int32_t CTcpclient::FailAnswer(SocketLink& link, Outcome outcome, const Incoming
 }
 
 // True when the message is the one that is waited for; `result` is then the call's.
-bool CTcpclient::TakeAnswer(const Incoming& incoming, const uint8_t* body, std::span<uint8_t> out, int32_t& result) {
+bool CTcpclient::TakeAnswer(const Incoming& incoming, const uint8_t* body, std::span<uint8_t> out,
+                            int32_t& result) {
   std::span<const uint8_t> payload(body, incoming.bodySize);
   uint32_t error = 0;
   if (incoming.header.version == kVersionZoe) {

@@ -17,7 +17,8 @@ uint8_t ParseComponent(std::string_view text) {
   const bool negative = at < text.size() && text[at] == '-';
   if (at < text.size() && (text[at] == '-' || text[at] == '+')) ++at;
   uint32_t value = 0;
-  for (; at < text.size() && IsDigit(text[at]); ++at) value = value * 10 + static_cast<uint32_t>(text[at] - '0');
+  for (; at < text.size() && IsDigit(text[at]); ++at)
+    value = value * 10 + static_cast<uint32_t>(text[at] - '0');
   return static_cast<uint8_t>(negative ? 0 - value : value);
 }
 

@@ -97,7 +97,9 @@ void WriteRequestHead(uint8_t* at, uint16_t port, uint32_t invokeId, const Addre
   address.Write(at + kZelHeaderSize + kZoeHeaderSize);
 }
 
-size_t TopicRecordHeadSize(const TopicRecord& record) { return 24 + record.verb.size() + 1 + record.topic.size() + 1; }
+size_t TopicRecordHeadSize(const TopicRecord& record) {
+  return 24 + record.verb.size() + 1 + record.topic.size() + 1;
+}
 
 size_t TopicRecordSize(const TopicRecord& record) {
   return TopicRecordHeadSize(record) + record.data.size() + kTopicRecordTailSize;

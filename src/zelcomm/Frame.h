@@ -99,7 +99,7 @@ struct AddressBlock {
 void WriteRequestHead(uint8_t* at, uint16_t port, uint32_t invokeId, const AddressBlock& address,
                       uint32_t payloadSize);
 
-// ---- Topic record --------------------------------------------------------------------------------------------------
+// ---- Topic record -----------------------------------------------------------------------------------------
 
 // verb, topic and data each with a NUL behind, their lengths in front, the publisher's two words at the end.
 struct TopicRecord {

@@ -14,10 +14,10 @@ namespace {
 std::string RuntimeErrorText() { return platform::ErrorText(platform::RuntimeError()); }
 
 // Logs a failed option with the runtime's number and text; `format` has room for just these two.
-#define ZEL_LOG_OPTION_ERROR(format)                             \
-  do {                                                           \
-    const int32_t error = platform::RuntimeError();              \
-    const std::string text = platform::ErrorText(error);         \
+#define ZEL_LOG_OPTION_ERROR(format)                                     \
+  do {                                                                   \
+    const int32_t error = platform::RuntimeError();                      \
+    const std::string text = platform::ErrorText(error);                 \
     ZEL_LOG(kError, format ": errno=%d errstr=%s", error, text.c_str()); \
   } while (false)
 
@@ -34,7 +34,7 @@ platform::SocketHandle OpenHandle(int32_t type) {
 
 }  // namespace
 
-// ---- Socket --------------------------------------------------------------------------------------------------------
+// ---- Socket -----------------------------------------------------------------------------------------------
 
 Socket::Socket(const char* host, uint16_t port, int32_t type, bool isDomain) : host_(host), port_(port) {
   const auto handle = isDomain ? platform::kNoSocket : OpenHandle(type);
@@ -149,7 +149,7 @@ void Socket::set_recv_buffer(int32_t bytes) {
   }
 }
 
-// ---- TcpSocket -----------------------------------------------------------------------------------------------------
+// ---- TcpSocket --------------------------------------------------------------------------------------------
 
 TcpSocket::~TcpSocket() { ShutdownBothWays(link()); }
 
@@ -183,7 +183,8 @@ bool TcpSocket::FinishConnect(SocketLink& link, int64_t timeoutMs) {
   }
   if (error == 0) return true;
   const std::string text = platform::ErrorText(error);
-  ZEL_LOG_AS("TcpSocket::Connect", kError, "TcpSocket connect failed,errno:%d,errmsg:%s", error, text.c_str());
+  ZEL_LOG_AS("TcpSocket::Connect", kError, "TcpSocket connect failed,errno:%d,errmsg:%s", error,
+             text.c_str());
   return false;
 }
 
@@ -231,7 +232,7 @@ void TcpSocket::setNoDealy() {
   }
 }
 
-// ---- UdpSocket -----------------------------------------------------------------------------------------------------
+// ---- UdpSocket --------------------------------------------------------------------------------------------
 
 int32_t UdpSocket::read(uint8_t* buffer, uint32_t size, int64_t timeoutMs) {
   // Of the whole process: requests come one at a time, each on a socket of its own.
@@ -239,14 +240,17 @@ int32_t UdpSocket::read(uint8_t* buffer, uint32_t size, int64_t timeoutMs) {
   const auto current = link();
   const auto handle = current->handle();
   const bool found = spinChoice.Wait(
-      timeoutMs, [&] { return platform::WaitReadable(handle, 0) == 1; }, [&] { return current->Select(timeoutMs); });
+      timeoutMs, [&] { return platform::WaitReadable(handle, 0) == 1; },
+      [&] { return current->Select(timeoutMs); });
   if (!found) return -1;
   const int64_t received = platform::ReceiveDatagram(handle, buffer, size, nullptr);
   if (received < 0) ZEL_LOG(kError, "recvfrom error:%d", platform::SocketError());
   return static_cast<int32_t>(received);
 }
 
-int32_t UdpSocket::write(const FrameBuffer& buffer) { return write(buffer.content().data(), buffer.length()); }
+int32_t UdpSocket::write(const FrameBuffer& buffer) {
+  return write(buffer.content().data(), buffer.length());
+}
 
 int32_t UdpSocket::write(const uint8_t* data, uint32_t size) {
   const int64_t sent = platform::SendDatagram(fd(), host().c_str(), port(), {data, size});
@@ -254,7 +258,7 @@ int32_t UdpSocket::write(const uint8_t* data, uint32_t size) {
   return static_cast<int32_t>(sent);
 }
 
-// ---- DomainTcpSocket -----------------------------------------------------------------------------------------------
+// ---- DomainTcpSocket --------------------------------------------------------------------------------------
 
 DomainTcpSocket::~DomainTcpSocket() { LogClose(); }
 
@@ -267,8 +271,8 @@ bool DomainTcpSocket::Connect(int64_t timeoutMs) {
   (void)platform::SetNonBlocking(handle);
   const auto start = platform::StartLocalConnect(handle, host().c_str());
   const bool up = start == platform::ConnectResult::kConnected ||
-                  (start == platform::ConnectResult::kInProgress && platform::WaitWritable(handle, timeoutMs) == 1 &&
-                   platform::TakePendingError(handle) == 0);
+                  (start == platform::ConnectResult::kInProgress &&
+                   platform::WaitWritable(handle, timeoutMs) == 1 && platform::TakePendingError(handle) == 0);
   if (!up) {
     Shutdown();
     return false;
@@ -284,7 +288,8 @@ void DomainTcpSocket::Shutdown() {
 
 void DomainTcpSocket::LogClose() {
   // Nothing ever names a local socket. Deliberate.
-  ZEL_LOG_AS("DomainTcpSocket::Shutdown", kDebug, "close domain socket:%d,name:%s", static_cast<int>(fd()), "(null)");
+  ZEL_LOG_AS("DomainTcpSocket::Shutdown", kDebug, "close domain socket:%d,name:%s", static_cast<int>(fd()),
+             "(null)");
 }
 
 }  // namespace libzel

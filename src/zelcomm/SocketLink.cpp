@@ -223,8 +223,9 @@ bool SelectSocket(platform::SocketHandle handle, int64_t timeoutMs, const platfo
     connected = false;
     ZEL_LOG_AS("Socket::Select", kError, "connection closed,socket:%d", static_cast<int>(handle));
   } else {
-    ZEL_LOG_AS("Socket::Select", kError, "something strange happen while waiting for socket in state:%d with error:%s ",
-               result, text.c_str());
+    ZEL_LOG_AS("Socket::Select", kError,
+               "something strange happen while waiting for socket in state:%d with error:%s ", result,
+               text.c_str());
   }
   return false;
 }

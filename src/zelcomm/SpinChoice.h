@@ -29,7 +29,8 @@ class SpinChoice {
     if (!canSpin) return sleep();
     const bool spins = Next();
     const auto start = Clock::now();
-    const auto spinEnd = start + std::min<Clock::duration>(kLongestSpin, std::chrono::milliseconds(timeoutMs));
+    const auto spinEnd =
+        start + std::min<Clock::duration>(kLongestSpin, std::chrono::milliseconds(timeoutMs));
     const bool spun = spins && LookUntil(spinEnd, look);
     const bool found = spun || sleep();
     Learn(spins, std::chrono::nanoseconds(Clock::now() - start).count());
@@ -38,13 +39,17 @@ class SpinChoice {
 
   // True when the next wait is one that looks again and again.
   bool Next() {
-    if (waits_.load(std::memory_order_relaxed) >= beforeTrial_.load(std::memory_order_relaxed) + kTrialWaits) Decide();
+    if (waits_.load(std::memory_order_relaxed) >= beforeTrial_.load(std::memory_order_relaxed) + kTrialWaits)
+      Decide();
     const uint32_t wait = waits_.fetch_add(1, std::memory_order_relaxed);
-    return prefersSpin_.load(std::memory_order_relaxed) == (wait < beforeTrial_.load(std::memory_order_relaxed));
+    return prefersSpin_.load(std::memory_order_relaxed) ==
+           (wait < beforeTrial_.load(std::memory_order_relaxed));
   }
 
   // Takes in how long a wait of one kind took.
-  void Learn(bool spun, int64_t waitNs) { (spun ? spins_ : sleeps_).Add(std::min(waitNs, kLongestCountedNs)); }
+  void Learn(bool spun, int64_t waitNs) {
+    (spun ? spins_ : sleeps_).Add(std::min(waitNs, kLongestCountedNs));
+  }
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -84,7 +89,8 @@ class SpinChoice {
     const bool spin = spinNs < sleepNs * 7 / 8;
     const bool isNews = prefersSpin_.exchange(spin, std::memory_order_relaxed) != spin;
     const uint32_t before = beforeTrial_.load(std::memory_order_relaxed);
-    beforeTrial_.store(isNews ? kTrialWaits : std::min(before * 2, kMostWaitsBetweenTrials), std::memory_order_relaxed);
+    beforeTrial_.store(isNews ? kTrialWaits : std::min(before * 2, kMostWaitsBetweenTrials),
+                       std::memory_order_relaxed);
     waits_.store(0, std::memory_order_relaxed);
   }
 

@@ -12,7 +12,8 @@ class ElapsedTime {
   ElapsedTime() : stalledMs_(StalledMs()) {}
 
   int64_t Ms() const {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start_).count();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start_)
+        .count();
   }
   // Ms without the time in which a thread that wanted to run was not let.
   int64_t AwakeMs() const { return Ms() - (StalledMs() - stalledMs_); }

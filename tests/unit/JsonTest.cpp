@@ -44,20 +44,13 @@ std::string DescribeObject(Json& value) {
 
 std::string Describe(Json& value) {
   switch (value.type()) {
-    case JsonType::kNull:
-      return "null";
-    case JsonType::kBool:
-      return value.boolean() ? "true" : "false";
-    case JsonType::kInt:
-      return "int " + std::to_string(value.integer());
-    case JsonType::kDouble:
-      return "double " + DoubleText(value.number());
-    case JsonType::kString:
-      return "'" + std::string(value) + "'";
-    case JsonType::kArray:
-      return DescribeArray(value);
-    case JsonType::kObject:
-      return DescribeObject(value);
+    case JsonType::kNull: return "null";
+    case JsonType::kBool: return value.boolean() ? "true" : "false";
+    case JsonType::kInt: return "int " + std::to_string(value.integer());
+    case JsonType::kDouble: return "double " + DoubleText(value.number());
+    case JsonType::kString: return "'" + std::string(value) + "'";
+    case JsonType::kArray: return DescribeArray(value);
+    case JsonType::kObject: return DescribeObject(value);
   }
   return "no type";
 }
@@ -422,7 +415,8 @@ TEST(JsonParserTest, NumbersOfAnyLengthAreRead) {
 
 TEST(JsonParserTest, NumbersDoNotFollowTheLocale) {
   const std::string before = std::setlocale(LC_ALL, nullptr);
-  ASSERT_TRUE(std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr || std::setlocale(LC_ALL, "German") != nullptr);
+  ASSERT_TRUE(std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr ||
+              std::setlocale(LC_ALL, "German") != nullptr);
   ASSERT_STREQ(std::localeconv()->decimal_point, ",");
   JsonParser parser;
   parser.load("1.5");

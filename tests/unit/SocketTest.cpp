@@ -254,7 +254,8 @@ TEST_F(TcpSocketTest, ReadnOfAResetConnectionGives0) {
   EXPECT_EQ(socket.readn(buffer.data(), 100, 1000), 0U);
   EXPECT_FALSE(socket.isConnected());
   // Wine tells a reset as an end of the stream.
-  EXPECT_TRUE(log.Has("ERROR", "recv -1 disconnect,lasterror:10054") || log.Has("ERROR", "recv 0 disconnect"));
+  EXPECT_TRUE(log.Has("ERROR", "recv -1 disconnect,lasterror:10054") ||
+              log.Has("ERROR", "recv 0 disconnect"));
 }
 
 TEST_F(TcpSocketTest, ReadnFillsABuffer) {

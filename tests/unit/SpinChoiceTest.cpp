@@ -75,16 +75,19 @@ TEST(SpinChoiceTest, WaitLooksFirstAndSleepsLast) {
   SpinChoice choice;
   bool slept = false;
   const auto sleep = [&] { return slept = true; };
-  EXPECT_TRUE(choice.Wait(1000, [] { return true; }, sleep));
+  EXPECT_TRUE(choice.Wait(
+      1000, [] { return true; }, sleep));
   EXPECT_FALSE(slept);
-  EXPECT_TRUE(choice.Wait(1000, [] { return false; }, sleep));
+  EXPECT_TRUE(choice.Wait(
+      1000, [] { return false; }, sleep));
   EXPECT_TRUE(slept);
 }
 
 TEST(SpinChoiceTest, WaitWithoutATimeLooksOnceAndAsksTheSleep) {
   SpinChoice choice;
   int looks = 0;
-  EXPECT_FALSE(choice.Wait(-5, [&] { return ++looks < 0; }, [] { return false; }));
+  EXPECT_FALSE(choice.Wait(
+      -5, [&] { return ++looks < 0; }, [] { return false; }));
   EXPECT_EQ(looks, 1);
 }
 

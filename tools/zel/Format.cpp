@@ -11,28 +11,17 @@ constexpr std::string_view kEscaped("\n\t\0\\", 4);
 
 std::string Convert(char conversion, const Message& message) {
   switch (conversion) {
-    case 't':
-      return message.topic;
-    case 'p':
-      return std::to_string(message.port);
-    case 'T':
-      return message.time;
-    case 'n':
-      return "\n";
-    case 'd':
-      return std::string(AsText(message.data));
-    case 'x':
-      return HexBytes(message.data);
-    case 's':
-      return Printable(AsText(message.data));
-    case 'l':
-      return std::to_string(message.data.size());
-    case 'g':
-      return std::to_string(message.group);
-    case 'o':
-      return std::to_string(message.offset);
-    default:
-      return "%";
+    case 't': return message.topic;
+    case 'p': return std::to_string(message.port);
+    case 'T': return message.time;
+    case 'n': return "\n";
+    case 'd': return std::string(AsText(message.data));
+    case 'x': return HexBytes(message.data);
+    case 's': return Printable(AsText(message.data));
+    case 'l': return std::to_string(message.data.size());
+    case 'g': return std::to_string(message.group);
+    case 'o': return std::to_string(message.offset);
+    default: return "%";
   }
 }
 

@@ -55,16 +55,11 @@ std::vector<std::string> ToRow(const FoundDevice& device) {
 
 const char* Name(DeviceChange change) {
   switch (change) {
-    case DeviceChange::kFound:
-      return "found";
-    case DeviceChange::kChanged:
-      return "changed";
-    case DeviceChange::kBack:
-      return "back";
-    case DeviceChange::kSilent:
-      return "silent";
-    case DeviceChange::kNone:
-      break;
+    case DeviceChange::kFound: return "found";
+    case DeviceChange::kChanged: return "changed";
+    case DeviceChange::kBack: return "back";
+    case DeviceChange::kSilent: return "silent";
+    case DeviceChange::kNone: break;
   }
   return "";
 }

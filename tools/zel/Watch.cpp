@@ -25,16 +25,11 @@ struct TimedEvent {
 
 std::string Name(std::int32_t event) {
   switch (event) {
-    case ZEL_EVENT_CONNECTED:
-      return "connected";
-    case ZEL_EVENT_PENDING:
-      return "connecting";
-    case ZEL_EVENT_DISCONNECTED:
-      return "lost";
-    case ZEL_EVENT_FAILED:
-      return "failed";
-    default:
-      return "event " + std::to_string(event);
+    case ZEL_EVENT_CONNECTED: return "connected";
+    case ZEL_EVENT_PENDING: return "connecting";
+    case ZEL_EVENT_DISCONNECTED: return "lost";
+    case ZEL_EVENT_FAILED: return "failed";
+    default: return "event " + std::to_string(event);
   }
 }
 

@@ -122,16 +122,14 @@ void Server::AnswerByRule(Connection& connection, const Request& request, uint64
   const AnswerRule& rule = options_.answers.For(request.port);
   const AnswerHead head = AnswerTo(request, rule.error);
   switch (rule.kind) {
-    case AnswerRule::Kind::kEcho:
-      return connection.Answer(frame, head, request.payload);
+    case AnswerRule::Kind::kEcho: return connection.Answer(frame, head, request.payload);
     case AnswerRule::Kind::kDelay:
       return connection.AnswerLater(std::chrono::milliseconds(rule.delayMs), frame, head, request.payload);
     case AnswerRule::Kind::kSize:
     case AnswerRule::Kind::kError:
       if (counting_.size() < rule.size) counting_ = CountingBytes(rule.size);
       return connection.Answer(frame, head, ByteView(counting_).first(rule.size));
-    case AnswerRule::Kind::kSilent:
-      return;
+    case AnswerRule::Kind::kSilent: return;
   }
 }
 

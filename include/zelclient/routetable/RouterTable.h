@@ -29,9 +29,10 @@ class CRouterTable {
       return host;
     }
     char fallback[16];
-    (void)std::snprintf(fallback, sizeof fallback, "%u.%u.%u.%u", id.bytes[0], id.bytes[1], id.bytes[2], id.bytes[3]);
-    ZEL_LOG_FROM(kFile, kGetHost, kTrace, "ZelDeviceId:%s not find router table,generate Host Ip:%s", key.c_str(),
-                 fallback);
+    (void)std::snprintf(fallback, sizeof fallback, "%u.%u.%u.%u", id.bytes[0], id.bytes[1], id.bytes[2],
+                        id.bytes[3]);
+    ZEL_LOG_FROM(kFile, kGetHost, kTrace, "ZelDeviceId:%s not find router table,generate Host Ip:%s",
+                 key.c_str(), fallback);
     return fallback;
   }
 
@@ -41,7 +42,9 @@ class CRouterTable {
     hosts_.insert_or_assign(deviceIdText, host);
     return 0;
   }
-  int32_t SetHostIp(const ZelDeviceId& id, const std::string& host) { return SetHostIp(DeviceIdText(id), host); }
+  int32_t SetHostIp(const ZelDeviceId& id, const std::string& host) {
+    return SetHostIp(DeviceIdText(id), host);
+  }
 
  private:
   // A log line shows this header's path from the include folder on.

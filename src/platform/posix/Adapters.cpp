@@ -23,7 +23,8 @@ std::string_view InterfaceName(const ifaddrs& entry) {
 
 std::vector<uint8_t> HardwareAddress(const ifaddrs* list, std::string_view name) {
   for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
-    if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_PACKET || name != entry->ifa_name) continue;
+    if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_PACKET || name != entry->ifa_name)
+      continue;
     const auto* link = reinterpret_cast<const sockaddr_ll*>(entry->ifa_addr);
     return {link->sll_addr, link->sll_addr + std::min<size_t>(link->sll_halen, sizeof link->sll_addr)};
   }

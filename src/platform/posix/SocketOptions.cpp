@@ -21,10 +21,18 @@ bool GetOption(SocketHandle socket, int level, int name, int32_t& value) {
 
 }  // namespace
 
-bool GetSendBuffer(SocketHandle socket, int32_t& bytes) { return GetOption(socket, SOL_SOCKET, SO_SNDBUF, bytes); }
-bool GetReceiveBuffer(SocketHandle socket, int32_t& bytes) { return GetOption(socket, SOL_SOCKET, SO_RCVBUF, bytes); }
-bool SetSendBuffer(SocketHandle socket, int32_t bytes) { return SetOption(socket, SOL_SOCKET, SO_SNDBUF, bytes); }
-bool SetReceiveBuffer(SocketHandle socket, int32_t bytes) { return SetOption(socket, SOL_SOCKET, SO_RCVBUF, bytes); }
+bool GetSendBuffer(SocketHandle socket, int32_t& bytes) {
+  return GetOption(socket, SOL_SOCKET, SO_SNDBUF, bytes);
+}
+bool GetReceiveBuffer(SocketHandle socket, int32_t& bytes) {
+  return GetOption(socket, SOL_SOCKET, SO_RCVBUF, bytes);
+}
+bool SetSendBuffer(SocketHandle socket, int32_t bytes) {
+  return SetOption(socket, SOL_SOCKET, SO_SNDBUF, bytes);
+}
+bool SetReceiveBuffer(SocketHandle socket, int32_t bytes) {
+  return SetOption(socket, SOL_SOCKET, SO_RCVBUF, bytes);
+}
 
 void RaiseReceiveBuffer(SocketHandle socket, int32_t bytes) {
   // The first needs a privilege and goes past the system's limit; the second is cut to that limit.
@@ -35,7 +43,9 @@ bool SetLinger(SocketHandle socket, bool on, uint16_t seconds) {
   return SetOption(socket, SOL_SOCKET, SO_LINGER, linger{on ? 1 : 0, seconds});
 }
 
-bool SetKeepAlive(SocketHandle socket, bool on) { return SetOption<int>(socket, SOL_SOCKET, SO_KEEPALIVE, on ? 1 : 0); }
+bool SetKeepAlive(SocketHandle socket, bool on) {
+  return SetOption<int>(socket, SOL_SOCKET, SO_KEEPALIVE, on ? 1 : 0);
+}
 bool SetKeepAliveIdle(SocketHandle socket, int32_t seconds) {
   return SetOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, seconds);
 }
@@ -45,13 +55,19 @@ bool SetKeepAliveInterval(SocketHandle socket, int32_t seconds) {
 bool SetKeepAliveCount(SocketHandle socket, int32_t probes) {
   return SetOption(socket, IPPROTO_TCP, TCP_KEEPCNT, probes);
 }
-bool SetNoDelay(SocketHandle socket, bool on) { return SetOption<int>(socket, IPPROTO_TCP, TCP_NODELAY, on ? 1 : 0); }
+bool SetNoDelay(SocketHandle socket, bool on) {
+  return SetOption<int>(socket, IPPROTO_TCP, TCP_NODELAY, on ? 1 : 0);
+}
 
 bool SetReuseAddress(SocketHandle socket, bool on) {
   return SetOption<int>(socket, SOL_SOCKET, SO_REUSEADDR, on ? 1 : 0);
 }
-bool SetBroadcast(SocketHandle socket, bool on) { return SetOption<int>(socket, SOL_SOCKET, SO_BROADCAST, on ? 1 : 0); }
-bool SetMulticastTtl(SocketHandle socket, int32_t hops) { return SetOption(socket, IPPROTO_IP, IP_MULTICAST_TTL, hops); }
+bool SetBroadcast(SocketHandle socket, bool on) {
+  return SetOption<int>(socket, SOL_SOCKET, SO_BROADCAST, on ? 1 : 0);
+}
+bool SetMulticastTtl(SocketHandle socket, int32_t hops) {
+  return SetOption(socket, IPPROTO_IP, IP_MULTICAST_TTL, hops);
+}
 bool SetMulticastLoop(SocketHandle socket, bool on) {
   return SetOption<uint8_t>(socket, IPPROTO_IP, IP_MULTICAST_LOOP, on ? 1 : 0);
 }

@@ -10,16 +10,11 @@ namespace libzel::platform {
 int32_t RuntimeNumber(int socketError) {
   constexpr int32_t kBadDescriptor = 9;
   switch (socketError) {
-    case WSAEINTR:
-      return kRuntimeInterrupted;
-    case WSAEWOULDBLOCK:
-      return kRuntimeTryAgain;
-    case WSAESHUTDOWN:
-      return kRuntimeBrokenPipe;
-    case WSAENOTSOCK:
-      return kBadDescriptor;
-    default:
-      return socketError;
+    case WSAEINTR: return kRuntimeInterrupted;
+    case WSAEWOULDBLOCK: return kRuntimeTryAgain;
+    case WSAESHUTDOWN: return kRuntimeBrokenPipe;
+    case WSAENOTSOCK: return kBadDescriptor;
+    default: return socketError;
   }
 }
 

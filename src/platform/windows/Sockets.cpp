@@ -136,10 +136,8 @@ ConnectResult StartConnect(SocketHandle socket, const char* host, uint16_t port)
     case WSAEWOULDBLOCK:
     case WSAEINPROGRESS:
     case WSAEALREADY:
-    case WSAEISCONN:
-      return ConnectResult::kInProgress;
-    default:
-      return ConnectResult::kFailed;
+    case WSAEISCONN: return ConnectResult::kInProgress;
+    default: return ConnectResult::kFailed;
   }
 }
 

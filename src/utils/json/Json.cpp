@@ -141,20 +141,11 @@ void Json::CopyFrom(const Json& source) {
 void Json::CopyLevel(const Json& source, std::vector<CopyStep>& pending) {
   type_ = source.type_;
   switch (type_) {
-    case JsonType::kNull:
-      break;
-    case JsonType::kBool:
-      boolean_ = source.boolean_;
-      break;
-    case JsonType::kInt:
-      integer_ = source.integer_;
-      break;
-    case JsonType::kDouble:
-      number_ = source.number_;
-      break;
-    case JsonType::kString:
-      string_ = source.string_;
-      break;
+    case JsonType::kNull: break;
+    case JsonType::kBool: boolean_ = source.boolean_; break;
+    case JsonType::kInt: integer_ = source.integer_; break;
+    case JsonType::kDouble: number_ = source.number_; break;
+    case JsonType::kString: string_ = source.string_; break;
     case JsonType::kArray:
     case JsonType::kObject:
       if (source.children_ != nullptr) OwnChildren().CopyLevel(*source.children_, type_, pending);

@@ -99,25 +99,16 @@ bool JsonParser::TakeKeyword(std::string_view keyword) {
 bool JsonParser::BeginValue(Json& value) {
   const char first = NextSignificant();
   switch (first) {
-    case 'n':
-      ParseNull(value);
-      return false;
+    case 'n': ParseNull(value); return false;
     case 't':
-    case 'f':
-      ParseBool(value);
-      return false;
+    case 'f': ParseBool(value); return false;
     case '"':
       value.string_ = ParseString();
       value.type_ = JsonType::kString;
       return false;
-    case '[':
-      value.type_ = JsonType::kArray;
-      return true;
-    case '{':
-      value.type_ = JsonType::kObject;
-      return true;
-    default:
-      break;
+    case '[': value.type_ = JsonType::kArray; return true;
+    case '{': value.type_ = JsonType::kObject; return true;
+    default: break;
   }
   if (first != '-' && !IsDigit(first)) Fail("unexpected character in parse json");
   --position_;

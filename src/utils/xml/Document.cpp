@@ -84,16 +84,11 @@ Document::Start Document::StartElement(Element& element) {
 Document::Step Document::StepInside(Element& element) {
   SkipBlanks();
   switch (Peek()) {
-    case '\0':
-      return Step::kEnd;
-    case '/':
-      return EmptyElementTag();
-    case '<':
-      return StepAtMarkup(element);
-    case '>':
-      return Content(element);
-    default:
-      return Attribute(element);
+    case '\0': return Step::kEnd;
+    case '/': return EmptyElementTag();
+    case '<': return StepAtMarkup(element);
+    case '>': return Content(element);
+    default: return Attribute(element);
   }
 }
 
@@ -162,13 +157,9 @@ bool Document::StartChild(OpenChildren& open, Element& parent, Step reason) {
   const size_t before = position_;
   Element child;
   switch (StartElement(child)) {
-    case Start::kFailed:
-      return false;
-    case Start::kElement:
-      open.push_back(std::move(child));
-      return true;
-    case Start::kNothing:
-      break;
+    case Start::kFailed: return false;
+    case Start::kElement: open.push_back(std::move(child)); return true;
+    case Start::kNothing: break;
   }
   if (reason == Step::kChild && position_ == before) return false;
   parent.append(std::move(child));

@@ -62,11 +62,13 @@ int32_t CMsgRouter::call(const ZelHeader& header, const uint8_t* body, uint32_t 
   }
   const Entry entry = last_;
   if (!entry.isComponent) return CallUser(entry, header, body, length);
-  if (entry.componentHandler != nullptr) entry.componentHandler(&header, body, length, connection, entry.user);
+  if (entry.componentHandler != nullptr)
+    entry.componentHandler(&header, body, length, connection, entry.user);
   return ZEL_OK;
 }
 
-int32_t CMsgRouter::CallUser(const Entry& entry, const ZelHeader& header, const uint8_t* body, uint32_t length) {
+int32_t CMsgRouter::CallUser(const Entry& entry, const ZelHeader& header, const uint8_t* body,
+                             uint32_t length) {
   if (entry.userHandler == nullptr) return ZEL_OK;
   if (header.version == kVersionBare) {
     entry.userHandler(entry.port, body, length, entry.user);
@@ -81,9 +83,10 @@ int32_t CMsgRouter::CallUser(const Entry& entry, const ZelHeader& header, const 
                static_cast<int>(kZoeHeaderSize));
     return ZEL_E_TOO_SHORT;
   }
-  ZEL_LOG_AS("CMsgRouter::call", kDebug, "ZoeHeader:error:%d,invokeId:%d,Cmd:%d", static_cast<int>(zoe->error),
-             static_cast<int>(zoe->invokeId), zoe->Cmd);
-  entry.userHandler(entry.port, body + kZoeHeaderSize, length - static_cast<uint32_t>(kZoeHeaderSize), entry.user);
+  ZEL_LOG_AS("CMsgRouter::call", kDebug, "ZoeHeader:error:%d,invokeId:%d,Cmd:%d",
+             static_cast<int>(zoe->error), static_cast<int>(zoe->invokeId), zoe->Cmd);
+  entry.userHandler(entry.port, body + kZoeHeaderSize, length - static_cast<uint32_t>(kZoeHeaderSize),
+                    entry.user);
   return ZEL_OK;
 }
 
