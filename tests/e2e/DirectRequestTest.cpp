@@ -85,8 +85,7 @@ class DirectRequestTest : public testing::Test {
   ZelDeviceId out_{{1, 1, 1, 1, 1, 1}};
 };
 
-// ---- What is sent
-// --------------------------------------------------------------------------------------------------
+// ---- What is sent -----------------------------------------------------------------------------------------
 
 TEST_F(DirectRequestTest, AskingSends29Bytes) {
   const DirectDevice device(Good);
@@ -142,8 +141,7 @@ TEST_F(DirectRequestTest, ARequestIsNotSentAgain) {
   EXPECT_EQ(device.requests.Count(), 1U);
 }
 
-// ---- Answers that are taken
-// ----------------------------------------------------------------------------------------
+// ---- Answers that are taken -------------------------------------------------------------------------------
 
 TEST_F(DirectRequestTest, TheFirstSixBytesOfTheAnswerAreTheIdentifier) {
   EXPECT_EQ(Ask([](const Bytes& request) {
@@ -217,8 +215,7 @@ TEST_F(DirectRequestTest, TheAliasKeepsToItsTimeOut) {
   EXPECT_GE(elapsed.Ms(), kShortMs - 5);
 }
 
-// ---- Failures
-// ------------------------------------------------------------------------------------------------------
+// ---- Failures ---------------------------------------------------------------------------------------------
 
 TEST_F(DirectRequestTest, AskingIntoNothingIsRefused) {
   EXPECT_EQ(libzel_getRemoteZelDeviceId("127.0.0.1", kShortMs, nullptr), ZEL_E_PARAM);
@@ -313,8 +310,7 @@ TEST_F(DirectRequestTest, TheDevicesErrorIsLogged) {
   EXPECT_TRUE(log.Has("ERROR", "CmdId:1 fail result:0x1f,reqInvokeId:" + asked + ",resInvokeId:-2"));
 }
 
-// ---- The way to a device
-// -------------------------------------------------------------------------------------------
+// ---- The way to a device ----------------------------------------------------------------------------------
 
 TEST_F(DirectRequestTest, AskingRemembersTheHost) {
   DirectDevice device([](const Bytes& request) {

@@ -101,8 +101,7 @@ class DiscoveryAnswerTest : public testing::Test {
   int marks_ = 0;
 };
 
-// ---- The record
-// ----------------------------------------------------------------------------------------------------
+// ---- The record -------------------------------------------------------------------------------------------
 
 TEST_F(DiscoveryAnswerTest, EveryMemberReachesItsFieldAndTheRestIsZero) {
   const ZelScanResult record =
@@ -190,8 +189,7 @@ TEST_F(DiscoveryAnswerTest, AnAnswerThatFillsTheReceiveBufferIsRead) {
   EXPECT_STREQ(Only(document).hostName, "h");
 }
 
-// ---- What is dropped
-// -----------------------------------------------------------------------------------------------
+// ---- What is dropped --------------------------------------------------------------------------------------
 
 class DiscoveryAnswerDropTest : public DiscoveryAnswerTest {
  protected:
@@ -249,8 +247,7 @@ TEST_F(DiscoveryAnswerDropTest, AnAnswerThatIsAnArrayIsLogged) {
   EXPECT_EQ(log.Count("ERROR", "not json:[1,2]"), 1);
 }
 
-// ---- The callback
-// --------------------------------------------------------------------------------------------------
+// ---- The callback -----------------------------------------------------------------------------------------
 
 TEST_F(DiscoveryAnswerTest, TheCallbackRunsOnAThreadOfTheLibrary) {
   Send(DeviceDocument("1.2.3.4.5.6"));
@@ -283,8 +280,7 @@ TEST_F(DiscoveryAnswerTest, TheCallbackMayChangeTheRecordItIsGiven) {
   EXPECT_TRUE(ConnectsTo(device_.server, {{9, 8, 7, 6, 5, 4}}));
 }
 
-// ---- The way to a device
-// -------------------------------------------------------------------------------------------
+// ---- The way to a device ----------------------------------------------------------------------------------
 
 TEST_F(DiscoveryAnswerTest, AnInstanceForADeviceThatAnsweredConnectsToItsAddress) {
   Send(DeviceDocument("200.1.2.3.4.5"));

@@ -32,8 +32,7 @@ std::vector<double> Gaps(const std::vector<TraceLine>& lines) {
   return gaps;
 }
 
-// ---- While a scan is on
-// --------------------------------------------------------------------------------------------
+// ---- While a scan is on -----------------------------------------------------------------------------------
 
 class DiscoveryRequestTest : public testing::Test {
  protected:

@@ -109,8 +109,7 @@ class FileTransferTest : public testing::Test {
   ProgressRecorder progress_;
 };
 
-// ---- Messages
-// ------------------------------------------------------------------------------------------------------
+// ---- Messages ---------------------------------------------------------------------------------------------
 
 TEST_F(FileTransferTest, AFileOf20000BytesGoesInThreeChunks) {
   const FileDevice device;
@@ -188,8 +187,7 @@ TEST_F(FileTransferTest, WithoutACallbackTheFileIsSentAllTheSame) {
   EXPECT_EQ(Messages(device).at(1), ChunkMessage(130, 1, file.Part(0, 10)));
 }
 
-// ---- Progress
-// ------------------------------------------------------------------------------------------------------
+// ---- Progress ---------------------------------------------------------------------------------------------
 
 TEST_F(FileTransferTest, ProgressIsChunksByChunkCount) {
   const FileDevice device;
@@ -261,8 +259,7 @@ TEST_F(FileTransferTest, TheEndIsLogged) {
   EXPECT_TRUE(log.Await("INFO", "transfer over"));
 }
 
-// ---- The device's faults
-// -------------------------------------------------------------------------------------------
+// ---- The device's faults ----------------------------------------------------------------------------------
 
 TEST_F(FileTransferTest, ADevicesErrorIsReportedAndDoesNotStop) {
   const FileDevice device([](const Bytes& message, size_t number) {
@@ -378,8 +375,7 @@ TEST_F(FileTransferTest, ALateAnswerIsNotTakenForTheNextTransfers) {
   AwaitIdle();
 }
 
-// ---- The callback's -1
-// ---------------------------------------------------------------------------------------------
+// ---- The callback's -1 ------------------------------------------------------------------------------------
 
 class StoppedTransferTest : public FileTransferTest, public testing::WithParamInterface<size_t> {};
 
@@ -396,8 +392,7 @@ TEST_P(StoppedTransferTest, EndsAfterTheStepThatFollowsTheFirstCallOrTheStepItse
 
 INSTANTIATE_TEST_SUITE_P(Calls, StoppedTransferTest, testing::Range<size_t>(0, 5));
 
-// ---- Files that cannot be sent
-// -------------------------------------------------------------------------------------
+// ---- Files that cannot be sent ----------------------------------------------------------------------------
 
 class RefusedFileTest : public FileTransferTest {
  protected:
@@ -452,8 +447,7 @@ TEST_F(FileTransferTest, AFileThatShrinksEndsWithAnEmptyMessage) {
   EXPECT_EQ(Steps().back(), (Step{2, static_cast<float>(1.0 / 3), 0}));
 }
 
-// ---- Several
-// -------------------------------------------------------------------------------------------------------
+// ---- Several ----------------------------------------------------------------------------------------------
 
 TEST_F(FileTransferTest, TwentyTransfersToTwoDevicesRunInTheOrderOfSubmission) {
   const FileDevice devices[2];

@@ -43,8 +43,7 @@ class IdentityTest : public testing::Test {
   }
 };
 
-// ---- The sources
-// ---------------------------------------------------------------------------------------------------
+// ---- The sources ------------------------------------------------------------------------------------------
 
 TEST_F(IdentityTest, WithoutADescriptionItIsTheFirstAdaptersAddress) {
   IN_OWN_PROCESS({
@@ -145,8 +144,7 @@ TEST_F(IdentityTest, AnEmptyDescriptionIsLogged) {
   });
 }
 
-// ---- An attribute without double quotes
-// ----------------------------------------------------------------------------
+// ---- An attribute without double quotes -------------------------------------------------------------------
 
 class UnquotedDescriptionTest : public IdentityTest {
  protected:
@@ -198,8 +196,7 @@ TEST_F(UnquotedDescriptionTest, TheIdentifierCannotBeHad) {
   });
 }
 
-// ---- The export
-// ----------------------------------------------------------------------------------------------------
+// ---- The export -------------------------------------------------------------------------------------------
 
 TEST_F(IdentityTest, TheIdentifierIsLogged) {
   IN_OWN_PROCESS({

@@ -26,8 +26,7 @@ class LifecycleTest : public testing::Test {
   }
 };
 
-// ---- Start
-// ---------------------------------------------------------------------------------------------------------
+// ---- Start ------------------------------------------------------------------------------------------------
 
 TEST_F(LifecycleTest, InitTellsItsVersionFirst) {
   const auto& log = StartLibrary().log;
@@ -54,8 +53,7 @@ TEST_F(LifecycleTest, InitHidesTraceLinesAndShowsDebugLines) {
   EXPECT_TRUE(log.Has("DEBUG", "Create  TCP Socket,Ready HostName:" + server.host() + ",port:9999"));
 }
 
-// ---- Creation
-// ------------------------------------------------------------------------------------------------------
+// ---- Creation ---------------------------------------------------------------------------------------------
 
 TEST_F(LifecycleTest, CreateRefusesTheTypes1To4) {
   ScriptedServer server;
@@ -171,8 +169,7 @@ TEST_F(LifecycleTest, RefusedConnectLogsTheReason) {
   EXPECT_TRUE(log.HasStart("ERROR", "TcpSocket connect failed,errno:"));
 }
 
-// ---- Release
-// -------------------------------------------------------------------------------------------------------
+// ---- Release ----------------------------------------------------------------------------------------------
 
 TEST_F(LifecycleTest, ReleaseAlwaysGives8193) {
   ScriptedServer server;
@@ -230,8 +227,7 @@ TEST_F(LifecycleTest, DestoryReleasesEveryInstance) {
   ASSERT_EQ(libzel_init(), 0);
 }
 
-// ---- Receive thread
-// ------------------------------------------------------------------------------------------------
+// ---- Receive thread ---------------------------------------------------------------------------------------
 
 TEST_F(LifecycleTest, LoopStartTwiceKeepsOneThread) {
   ScriptedServer server;
@@ -322,8 +318,7 @@ TEST_F(LifecycleTest, TwoHundredInstancesStartAndStopQuickly) {
   EXPECT_LT(time.AwakeMs(), 20000);
 }
 
-// ---- Reconnect on request
-// ------------------------------------------------------------------------------------------
+// ---- Reconnect on request ---------------------------------------------------------------------------------
 
 TEST_F(LifecycleTest, ReconnectWaitsAtLeast50Milliseconds) {
   struct Row {
@@ -356,8 +351,7 @@ TEST_F(LifecycleTest, ReconnectFailsWhenNobodyListens) {
   EXPECT_EQ(instance.events.Numbers(), (std::vector<int32_t>{2, 6, 2, 6}));
 }
 
-// ---- Misuse
-// --------------------------------------------------------------------------------------------------------
+// ---- Misuse -----------------------------------------------------------------------------------------------
 
 void StopFromCallback() {
   ScriptedServer server;

@@ -37,8 +37,7 @@ class MessagingTest : public testing::Test {
   }
 };
 
-// ---- Send
-// ----------------------------------------------------------------------------------------------------------
+// ---- Send -------------------------------------------------------------------------------------------------
 
 TEST_F(MessagingTest, EmptyRequestIs29Bytes) {
   EXPECT_EQ(libzel_sync_send(instance, 0x0258, 0x01020304, 0xA0B0C0D0, nullptr, 0, 1000), 29);
@@ -115,8 +114,7 @@ TEST_F(MessagingTest, FailedSendLogsTheReason) {
   EXPECT_TRUE(log.HasStart("ERROR", "send error "));
 }
 
-// ---- Receive
-// -------------------------------------------------------------------------------------------------------
+// ---- Receive ----------------------------------------------------------------------------------------------
 
 TEST_F(MessagingTest, RecvCopiesThePayload) {
   EXPECT_EQ(ReceiveFrom(Answer(600, 1, Text("hello"))), 5);
@@ -251,8 +249,7 @@ TEST_F(MessagingTest, RecvOfALargeAnswerGetsEveryByte) {
   EXPECT_EQ(buffer, payload);
 }
 
-// ---- Receive, failures
-// ---------------------------------------------------------------------------------------------
+// ---- Receive, failures ------------------------------------------------------------------------------------
 
 TEST_F(MessagingTest, RecvFailsWith5WhenTheServerCloses) {
   peer.Close();

@@ -30,8 +30,7 @@ class ReconnectTest : public testing::Test {
   ScriptedServer server;
 };
 
-// ---- The paced reconnect
-// -------------------------------------------------------------------------------------------
+// ---- The paced reconnect ----------------------------------------------------------------------------------
 
 TEST_F(ReconnectTest, SendAfterAFailedCreationFailsWith5UntilTheIntervalHasPassed) {
   server.StopListening();
@@ -139,8 +138,7 @@ TEST_F(ReconnectTest, DelaySetChangesTheInterval) {
   EXPECT_FALSE(server.IsCalled(2500));
 }
 
-// ---- Order
-// ---------------------------------------------------------------------------------------------------------
+// ---- Order ------------------------------------------------------------------------------------------------
 
 TEST_F(ReconnectTest, SubscriptionsFollowTheConnectEventInTheOrderOfTheirTopics) {
   struct State {

@@ -89,8 +89,7 @@ TEST_F(RouterTest, RemovalDoesNotKeepTheTopicPort) {
   EXPECT_EQ(libzel__unregisterRouterEvent(instance, 103), 0);
 }
 
-// ---- Delivery
-// ------------------------------------------------------------------------------------------------------
+// ---- Delivery ---------------------------------------------------------------------------------------------
 
 TEST_F(RouterTest, BareMessageIsDeliveredWhole) {
   ASSERT_EQ(Register(600), 0);
@@ -176,8 +175,7 @@ TEST_F(RouterTest, LongestMessageIsDelivered) {
   EXPECT_EQ(seen.All()[0].payload, body);
 }
 
-// ---- From inside a callback
-// ----------------------------------------------------------------------------------------
+// ---- From inside a callback -------------------------------------------------------------------------------
 
 struct Inside {
   ZelInstance instance = 0;

@@ -40,8 +40,7 @@ class TopicTest : public testing::Test {
   Peer& peer = link.peer;
 };
 
-// ---- What is sent
-// --------------------------------------------------------------------------------------------------
+// ---- What is sent -----------------------------------------------------------------------------------------
 
 TEST_F(TopicTest, PublishIs71BytesForOneLetterAndThreeBytes) {
   const Bytes data{7, 0, 9};
@@ -109,8 +108,7 @@ TEST_F(TopicTest, TopicCallsUseTheInvokeIdentifiersOfRequests) {
   EXPECT_EQ(peer.ReadRequest().invokeId, 2U);
 }
 
-// ---- On a link that is down
-// ----------------------------------------------------------------------------------------
+// ---- On a link that is down -------------------------------------------------------------------------------
 
 TEST_F(TopicTest, PublishOnADownLinkGives5) {
   const Instance down(DeviceWithoutServer());
@@ -136,8 +134,7 @@ TEST_F(TopicTest, SubscriptionIsGoneWhenTheSendOfItsEndFails) {
   EXPECT_EQ(libzel_unsubscribe(other, "late"), ZEL_E_TOPIC);
 }
 
-// ---- Delivery
-// ------------------------------------------------------------------------------------------------------
+// ---- Delivery ---------------------------------------------------------------------------------------------
 
 TEST_F(TopicTest, DeliversEveryPartOfAPublication) {
   Subscribe("weather");

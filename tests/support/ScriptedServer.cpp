@@ -47,8 +47,7 @@ ZelDeviceId DeviceWithoutServer() {
            0, 1}};
 }
 
-// ---- Peer
-// ----------------------------------------------------------------------------------------------------------
+// ---- Peer -------------------------------------------------------------------------------------------------
 
 Bytes Peer::Read(size_t size, int timeoutMs) {
   const auto deadline = After(timeoutMs);
@@ -110,8 +109,7 @@ bool Peer::AwaitReset(int timeoutMs) {
   return false;
 }
 
-// ---- ScriptedServer
-// ------------------------------------------------------------------------------------------------
+// ---- ScriptedServer ---------------------------------------------------------------------------------------
 
 ScriptedServer::ScriptedServer() : device_(DeviceWithoutServer()), host_(HostOf(device_)) { Listen(); }
 

@@ -65,8 +65,7 @@ TEST_F(SocketTest, LocalSocketsEndIsLogged) {
   EXPECT_TRUE(log.Has("DEBUG", "close domain socket:-1,name:(null)"));
 }
 
-// ---- Connect
-// -------------------------------------------------------------------------------------------------------
+// ---- Connect ----------------------------------------------------------------------------------------------
 
 class TcpSocketTest : public SocketTest {
  protected:
@@ -182,8 +181,7 @@ TEST_F(SocketTest, ConnectWithATimeoutOf0ReturnsAtOnce) {
   EXPECT_LT(time.AwakeMs(), 500);
 }
 
-// ---- Select
-// --------------------------------------------------------------------------------------------------------
+// ---- Select -----------------------------------------------------------------------------------------------
 
 TEST_F(TcpSocketTest, SelectWithATimeoutOf0ReturnsAtOnce) {
   const ElapsedTime time;
@@ -216,8 +214,7 @@ TEST_F(TcpSocketTest, SelectWithoutAHandleIsLogged) {
   EXPECT_EQ(log.FunctionOf("connection closed,socket:-1"), "Socket::Select");
 }
 
-// ---- Reading
-// -------------------------------------------------------------------------------------------------------
+// ---- Reading ----------------------------------------------------------------------------------------------
 
 TEST_F(TcpSocketTest, ReadnGivesTheHalfThatCame) {
   EXPECT_TRUE(peer.Send(Bytes(50)));
@@ -293,8 +290,7 @@ TEST_F(TcpSocketTest, ReadFullOfAResetConnectionGives0) {
   EXPECT_FALSE(socket.isConnected());
 }
 
-// ---- Writing
-// -------------------------------------------------------------------------------------------------------
+// ---- Writing ----------------------------------------------------------------------------------------------
 
 TEST_F(TcpSocketTest, WriteGivesTheBytesSent) {
   EXPECT_EQ(socket.write(buffer.data(), 7, 0), 7);
@@ -344,8 +340,7 @@ TEST_F(TcpSocketTest, WriteWithoutAHandleLeavesTheSystemsNumber) {
   EXPECT_NE(GetErrno(), 5);
 }
 
-// ---- Datagrams
-// -----------------------------------------------------------------------------------------------------
+// ---- Datagrams --------------------------------------------------------------------------------------------
 
 class UdpSocketTest : public SocketTest {
  protected:

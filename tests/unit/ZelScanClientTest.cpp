@@ -156,8 +156,7 @@ TEST(ScanAnswerTest, MembersOfTheWrongKindAreFaults) {
   EXPECT_EQ(FaultOf("{"), "unexpected end of input");
 }
 
-// ---- notify
-// ---------------------------------------------------------------------------------------------------------
+// ---- notify -----------------------------------------------------------------------------------------------
 
 class ZelScanClientTest : public testing::Test {
  protected:

@@ -124,8 +124,7 @@ int32_t Json::size() const {
   return isObject() ? static_cast<int32_t>(children_->object.size()) : 0;
 }
 
-// ---- Copying and dropping a tree level by level
-// ---------------------------------------------------------------------
+// ---- Copying and dropping a tree level by level -----------------------------------------------------------
 
 void Json::CopyFrom(const Json& source) {
   std::vector<CopyStep> pending;

@@ -166,8 +166,7 @@ bool Document::StartChild(OpenChildren& open, Element& parent, Step reason) {
   return true;
 }
 
-// ---- Reading
-// --------------------------------------------------------------------------------------------------------
+// ---- Reading ----------------------------------------------------------------------------------------------
 
 char Document::Peek(size_t ahead) const {
   return position_ + ahead < text_.size() ? text_[position_ + ahead] : '\0';
