@@ -76,7 +76,7 @@ ConnectResult StartLocalConnect(SocketHandle socket, const char* path);
 // Takes the pending error off the socket; 0 when there is none. The number is the runtime's.
 int32_t TakePendingError(SocketHandle socket);
 
-// Wakes one waiting thread from another; empty (IsOpen false) where the system could not make one.
+// Wakes waiting threads from another one; empty (IsOpen false) where the system could not make one.
 class Waker {
  public:
   Waker() = default;
@@ -87,7 +87,7 @@ class Waker {
   // Makes the waker usable; again once open does nothing. Not safe against a concurrent Open.
   bool Open();
   bool IsOpen() const { return handle_ != kNoSocket; }
-  // Ends the present or else the next wait that is given this waker.
+  // Ends every wait that is given this waker, the present and the later ones, until it is drained.
   void Wake();
   // Forgets wakes that no wait has taken.
   void Drain();
@@ -97,11 +97,11 @@ class Waker {
   SocketHandle handle_ = kNoSocket;
 };
 
-// Waits until the socket can be read (hang-up and error count as readable). Time-outs are in ms; negative ones are 0;
-// interrupted waits go on with the time that remains. Gives 1 ready, 0 time-out or woken, -1 error. An invalid handle
-// fails with kSocketNotASocket.
+// Wait until the socket can be read (hang-up and error count as readable) or written. Time-outs are in ms; negative
+// ones are 0; interrupted waits go on with the time that remains. Give 1 ready, 0 time-out or woken, -1 error. An
+// invalid handle fails with kSocketNotASocket. A waker may end many waits at once; it may be null or not open.
 int WaitReadable(SocketHandle socket, int64_t timeoutMs, const Waker* waker = nullptr);
-int WaitWritable(SocketHandle socket, int64_t timeoutMs);
+int WaitWritable(SocketHandle socket, int64_t timeoutMs, const Waker* waker = nullptr);
 
 // The most sockets that WaitReadableSet watches at once.
 inline constexpr size_t kMaxWatched = 64;
@@ -143,6 +143,24 @@ bool SetBroadcast(SocketHandle socket, bool on);
 bool SetMulticastTtl(SocketHandle socket, int32_t hops);
 bool SetMulticastLoop(SocketHandle socket, bool on);
 bool JoinMulticastGroup(SocketHandle socket, const char* group, const char* interfaceIp);
+
+// ---- Threads (Threads.cpp) --------------------------------------------------------------------------------
+
+// For as long as it lives, the calling thread takes no signal but those that a fault of its own raises. A thread that
+// is made meanwhile never does: where there are signals, they are for the host's own threads.
+class AsyncSignalBlock {
+ public:
+  AsyncSignalBlock();
+  ~AsyncSignalBlock();
+  AsyncSignalBlock(const AsyncSignalBlock&) = delete;
+  AsyncSignalBlock& operator=(const AsyncSignalBlock&) = delete;
+
+ private:
+  alignas(uint64_t) unsigned char earlier_[128];
+};
+
+// Names the calling thread for debuggers and the system's tools: at most 15 characters.
+void NameThread(const char* name);
 
 // ---- Process and thread (Process.cpp) ---------------------------------------------------------------------
 

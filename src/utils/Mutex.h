@@ -1,5 +1,5 @@
-// Names for clang's thread-safety analysis: which lock guards a member, which one a function wants held. They say
-// nothing to other compilers.
+// The library's locks and its condition variable, known to clang's thread-safety analysis, and the names that tell it
+// which lock guards a member and which one a function wants held. They say nothing to other compilers.
 #pragma once
 
 #include <chrono>
@@ -19,56 +19,15 @@
 
 namespace libzel {
 
-// std::mutex and its guard, known to the analysis.
 class ZEL_THREAD_ANNOTATION(capability("mutex")) Mutex {
  public:
   void lock() ZEL_THREAD_ANNOTATION(acquire_capability()) { mutex_.lock(); }
   void unlock() ZEL_THREAD_ANNOTATION(release_capability()) { mutex_.unlock(); }
-  bool try_lock() ZEL_THREAD_ANNOTATION(try_acquire_capability(true)) { return mutex_.try_lock(); }
 
  private:
+  friend class CondVar;
+
   std::mutex mutex_;
-};
-
-// A mutex that is not waited for longer than the caller has time. Its waits do not follow the wall clock.
-class ZEL_THREAD_ANNOTATION(capability("mutex")) TimedMutex {
- public:
-  // False when it was not to be had in `timeoutMs`; 0 and less only look.
-  bool try_lock_for(int64_t timeoutMs) ZEL_THREAD_ANNOTATION(try_acquire_capability(true)) {
-    std::unique_lock lock(mutex_);
-    if (!unlocked_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this] { return !isLocked_; }))
-      return false;
-    isLocked_ = true;
-    return true;
-  }
-  void unlock() ZEL_THREAD_ANNOTATION(release_capability()) {
-    {
-      const std::lock_guard lock(mutex_);
-      isLocked_ = false;
-    }
-    unlocked_.notify_one();
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable unlocked_;
-  bool isLocked_ = false;
-};
-
-// Holds a TimedMutex if it was to be had in time: ask before touching what it guards.
-class TimedLock {
- public:
-  TimedLock(TimedMutex& mutex, int64_t timeoutMs) : mutex_(mutex), isHeld_(mutex.try_lock_for(timeoutMs)) {}
-  ~TimedLock() {
-    if (isHeld_) mutex_.unlock();
-  }
-  TimedLock(const TimedLock&) = delete;
-  TimedLock& operator=(const TimedLock&) = delete;
-  explicit operator bool() const { return isHeld_; }
-
- private:
-  TimedMutex& mutex_;
-  const bool isHeld_;
 };
 
 class ZEL_THREAD_ANNOTATION(scoped_lockable) MutexLock {
@@ -82,6 +41,84 @@ class ZEL_THREAD_ANNOTATION(scoped_lockable) MutexLock {
 
  private:
   Mutex& mutex_;
+};
+
+// Waits for what a mutex guards. A wait may end without a notification, so it stands in a loop that asks for the
+// condition. Waits with an end do not follow the wall clock.
+class CondVar {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  void Wait(Mutex& mutex) ZEL_REQUIRES(mutex) {
+    std::unique_lock lock(mutex.mutex_, std::adopt_lock);
+    condition_.wait(lock);
+    (void)lock.release();
+  }
+  // False once the time is over.
+  bool WaitUntil(Mutex& mutex, Clock::time_point end) ZEL_REQUIRES(mutex) {
+    std::unique_lock lock(mutex.mutex_, std::adopt_lock);
+    const auto status = condition_.wait_until(lock, end);
+    (void)lock.release();
+    return status == std::cv_status::no_timeout;
+  }
+  void NotifyOne() { condition_.notify_one(); }
+  void NotifyAll() { condition_.notify_all(); }
+
+ private:
+  std::condition_variable condition_;
+};
+
+// A mutex that is not waited for longer than the caller has time:
+//
+//   if (!mutex.try_lock_for(timeoutMs)) return false;
+//   const AdoptedLock lock(mutex);
+class ZEL_THREAD_ANNOTATION(capability("mutex")) TimedMutex {
+ public:
+  void lock() ZEL_THREAD_ANNOTATION(acquire_capability()) {
+    const MutexLock lock(mutex_);
+    while (isLocked_) unlocked_.Wait(mutex_);
+    isLocked_ = true;
+  }
+  // False when it was not to be had in `timeoutMs`; 0 and less only look.
+  bool try_lock_for(int64_t timeoutMs) ZEL_THREAD_ANNOTATION(try_acquire_capability(true)) {
+    const MutexLock lock(mutex_);
+    if (isLocked_ && !AwaitUnlocked(timeoutMs)) return false;
+    isLocked_ = true;
+    return true;
+  }
+  void unlock() ZEL_THREAD_ANNOTATION(release_capability()) {
+    {
+      const MutexLock lock(mutex_);
+      isLocked_ = false;
+    }
+    unlocked_.NotifyOne();
+  }
+
+ private:
+  bool AwaitUnlocked(int64_t timeoutMs) ZEL_REQUIRES(mutex_) {
+    if (timeoutMs <= 0) return false;
+    const auto end = CondVar::Clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (isLocked_) {
+      if (!unlocked_.WaitUntil(mutex_, end)) return !isLocked_;
+    }
+    return true;
+  }
+
+  Mutex mutex_;
+  CondVar unlocked_;
+  bool isLocked_ ZEL_GUARDED_BY(mutex_) = false;
+};
+
+// Unlocks a TimedMutex that the caller has got.
+class ZEL_THREAD_ANNOTATION(scoped_lockable) AdoptedLock {
+ public:
+  explicit AdoptedLock(TimedMutex& mutex) ZEL_REQUIRES(mutex) : mutex_(mutex) {}
+  ~AdoptedLock() ZEL_THREAD_ANNOTATION(release_capability()) { mutex_.unlock(); }
+  AdoptedLock(const AdoptedLock&) = delete;
+  AdoptedLock& operator=(const AdoptedLock&) = delete;
+
+ private:
+  TimedMutex& mutex_;
 };
 
 }  // namespace libzel

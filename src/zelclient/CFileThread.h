@@ -2,14 +2,13 @@
 // Any thread may submit. The mutex is never held during a connect, a step or a callback.
 #pragma once
 
-#include <condition_variable>
 #include <list>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
 
+#include "utils/Mutex.h"
+#include "utils/Thread.h"
 #include "zelclient/CFileTransfer.h"
 
 namespace libzel {
@@ -30,16 +29,19 @@ class CFileThread {
   };
 
   std::weak_ptr<IZelPeerConnection> ConnectionTo(const ZelDeviceId& device);
-  void Enqueue(std::unique_ptr<CFileTransfer> transfer) noexcept;
+  bool BeginConnection(const std::string& device, std::weak_ptr<IZelPeerConnection>& connection);
+  void EndConnection(const std::string& device, const std::weak_ptr<IZelPeerConnection>& connection);
+  void StartWorker() noexcept;
   CFileTransfer* First();
   void Remove(const CFileTransfer* transfer);
+  void Finish(CFileTransfer& transfer);
   [[noreturn]] void svc();
 
-  std::mutex mutex_;
-  std::condition_variable created_;
-  std::thread worker_;
-  std::list<std::unique_ptr<CFileTransfer>> queue_;
-  std::map<std::string, DeviceConnection> connections_;
+  Mutex mutex_;
+  CondVar created_;
+  Thread worker_;
+  std::list<std::unique_ptr<CFileTransfer>> queue_ ZEL_GUARDED_BY(mutex_);
+  std::map<std::string, DeviceConnection> connections_ ZEL_GUARDED_BY(mutex_);
 };
 
 }  // namespace libzel

@@ -67,10 +67,19 @@ void CFileTransfer::Step() {
   if (Exchange(std::span(buffer).first(size), answer)) {
     TakeAnswer(answer, size);
   } else {
-    error_ = ZEL_E_FILE_TRANSFER;
-    stop_ = true;
-    state_ = kStateFailed;
+    Fail();
   }
+  Report();
+}
+
+void CFileTransfer::Fail() {
+  error_ = ZEL_E_FILE_TRANSFER;
+  stop_ = true;
+  state_ = kStateFailed;
+}
+
+void CFileTransfer::FailOnNoMemory() {
+  Fail();
   Report();
 }
 
@@ -103,12 +112,27 @@ uint32_t CFileTransfer::WriteChunk(SendBuffer& buffer) {
 }
 
 bool CFileTransfer::Exchange(std::span<const uint8_t> message, std::span<uint8_t> answer) const {
-  const auto connection = CPeerConnMgr::Instance().IfLive(connection_);
-  if (connection == nullptr) return false;
-  const int32_t sent = connection->Send(target_.port, kIdGroup, kIdOffset, message.data(),
-                                        static_cast<uint32_t>(message.size()), kTimeoutMs);
-  if (sent <= 0) return false;
-  return connection->Recv(nullptr, answer.data(), static_cast<uint32_t>(answer.size()), kTimeoutMs) > 0;
+  return Send(message) > 0 && Receive(answer) > 0;
+}
+
+// Each call is made as an application's would be: with the error number cleared, on a live instance.
+int32_t CFileTransfer::Send(std::span<const uint8_t> message) const {
+  SetErrno(ZEL_OK);
+  if (const auto connection = CPeerConnMgr::IfLive(connection_)) {
+    return connection->Send(target_.port, kIdGroup, kIdOffset, message.data(),
+                            static_cast<uint32_t>(message.size()), kTimeoutMs);
+  }
+  SetErrno(ZEL_E_HANDLE);
+  return -1;
+}
+
+int32_t CFileTransfer::Receive(std::span<uint8_t> answer) const {
+  SetErrno(ZEL_OK);
+  if (const auto connection = CPeerConnMgr::IfLive(connection_)) {
+    return connection->Recv(nullptr, answer.data(), static_cast<uint32_t>(answer.size()), kTimeoutMs);
+  }
+  SetErrno(ZEL_E_HANDLE);
+  return -1;
 }
 
 // The bounds are those of the message that was sent, not of the answer, whose missing bytes read as zeros. Deliberate.

@@ -27,6 +27,8 @@ class CFileTransfer {
   void Report();
   // Sends the file information, then a chunk each time, and takes the answer. Does nothing without an open file.
   void Step();
+  // Ends the transfer with 12294 and tells the callback.
+  void FailOnNoMemory();
   bool IsComplete() const { return stop_ || file_->isAtEnd(); }
   // A transfer without an open file can take no step.
   bool IsIdle() const { return !file_->isOpened(); }
@@ -46,7 +48,10 @@ class CFileTransfer {
   uint32_t WriteFileInfo(SendBuffer& buffer);
   uint32_t WriteChunk(SendBuffer& buffer);
   bool Exchange(std::span<const uint8_t> message, std::span<uint8_t> answer) const;
+  int32_t Send(std::span<const uint8_t> message) const;
+  int32_t Receive(std::span<uint8_t> answer) const;
   void TakeAnswer(std::span<const uint8_t> answer, size_t sentSize);
+  void Fail();
 
   bool firstStepPending_ = true;
   bool stop_ = false;

@@ -1,6 +1,7 @@
 #include "zelclient/ZelCreateFactory.h"
 
 #include <string>
+#include <utility>
 
 #include "utils/Forever.h"
 #include "utils/Log.h"
@@ -54,25 +55,31 @@ CPeerConnMgr::Connection CPeerConnMgr::FindInstance(ZelInstance handle) {
 }
 
 CPeerConnMgr::Connection CPeerConnMgr::IfLive(const std::weak_ptr<IZelPeerConnection>& connection) {
-  const auto held = connection.lock();
-  return held != nullptr ? FindInstance(HandleOf(held)) : nullptr;
+  auto held = connection.lock();
+  return held != nullptr && held->IsLive() ? held : nullptr;
+}
+
+CPeerConnMgr::Instances::node_type CPeerConnMgr::Extract(ZelInstance handle) {
+  const MutexLock lock(mutex_);
+  return live_.extract(handle);
+}
+
+CPeerConnMgr::Instances CPeerConnMgr::ExtractAll() {
+  const MutexLock lock(mutex_);
+  return std::exchange(live_, {});
 }
 
 void CPeerConnMgr::ReleaseInstance(ZelInstance handle) {
-  const MutexLock lock(mutex_);
-  const auto entry = live_.find(handle);
-  if (entry == live_.end()) return;
-  (void)entry->second->loop_stop();
-  live_.erase(entry);
+  const auto node = Extract(handle);
+  if (node.empty()) return;
+  node.mapped()->Cancel();
+  node.mapped()->End();
 }
 
 void CPeerConnMgr::ReleaseAll() {
-  const MutexLock lock(mutex_);
-  for (auto& [handle, connection] : live_) {
-    (void)connection->loop_stop();
-    connection.reset();
-  }
-  live_.clear();
+  const Instances instances = ExtractAll();
+  for (const auto& [handle, connection] : instances) connection->Cancel();
+  for (const auto& [handle, connection] : instances) connection->End();
 }
 
 CDeviceConnectionCache& CDeviceConnectionCache::Instance() {
@@ -88,7 +95,7 @@ CPeerConnMgr::Connection CDeviceConnectionCache::Find(const ZelDeviceId& device)
     if (entry == connections_.end()) return nullptr;
     connection = entry->second;
   }
-  return CPeerConnMgr::Instance().IfLive(connection);
+  return CPeerConnMgr::IfLive(connection);
 }
 
 CPeerConnMgr::Connection CDeviceConnectionCache::GetConnection(const ZelDeviceId& device) {

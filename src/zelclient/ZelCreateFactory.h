@@ -28,17 +28,25 @@ class CPeerConnMgr {
   Connection FindInstance(ZelInstance handle);
   // The connection if it is still a live instance, else null. (A handle alone cannot tell: a later instance may have got
   // the same one.)
-  Connection IfLive(const std::weak_ptr<IZelPeerConnection>& connection);
-  // Stops, destroys and forgets under the registry's mutex: no callback may wait for it meanwhile.
+  static Connection IfLive(const std::weak_ptr<IZelPeerConnection>& connection);
+  // Forgets the instance, then ends it: every call on it that is under way fails within 100 ms, and once this returns
+  // none of its callbacks runs on another thread. The registry's mutex is not held meanwhile. An instance that another
+  // thread is releasing is not waited for.
   void ReleaseInstance(ZelInstance handle);
-  // The same for all, in ascending order of their handles.
+  // The same for all: first all are cancelled, in ascending order of their handles, then one after the other is waited
+  // for.
   void ReleaseAll();
 
   static ZelInstance HandleOf(const Connection& connection);
 
  private:
+  using Instances = std::map<ZelInstance, Connection>;
+
+  Instances::node_type Extract(ZelInstance handle);
+  Instances ExtractAll();
+
   Mutex mutex_;
-  std::map<ZelInstance, Connection> live_ ZEL_GUARDED_BY(mutex_);
+  Instances live_ ZEL_GUARDED_BY(mutex_);
 };
 
 // The library's own connections, one for each device it was asked about. The mutex is never held during a connect.

@@ -1,7 +1,6 @@
 #include "zelclient/ZelPeerConn.h"
 
 #include <exception>
-#include <system_error>
 
 #include "utils/Forever.h"
 #include "utils/Log.h"
@@ -33,14 +32,6 @@ ZelDeviceId LocalDeviceIdOrZero() {
   } catch (const std::exception&) {
     return {};
   }
-}
-
-// The connection whose receive thread the calling thread is.
-thread_local const IZelPeerConnection* t_received = nullptr;
-
-// Called from a noexcept function, so it ends the process, with its text on standard error.
-[[noreturn]] void FailSelfJoin() {
-  throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
 }
 
 }  // namespace
@@ -102,10 +93,11 @@ int32_t IZelPeerConnection::AwaitResponse(const ZelRequest& request, ResponsePoo
   ZelResponse& response = slot->object;
   int32_t result = ZEL_E_TIMEOUT;
   {
-    std::unique_lock lock(response.mutex);
-    (void)response.answered.wait_until(lock, request.deadline, [&] { return response.invokeId == 0; });
+    const MutexLock lock(response.mutex);
+    while (response.invokeId != 0 && response.answered.WaitUntil(response.mutex, request.deadline)) {
+    }
     if (response.invokeId.exchange(0) == 0) {
-      response.answered.wait(lock, [&] { return response.result != ZelResponse::kPending; });
+      while (response.result == ZelResponse::kPending) response.answered.Wait(response.mutex);
       result = response.result;
     }
   }
@@ -116,17 +108,7 @@ int32_t IZelPeerConnection::AwaitResponse(const ZelRequest& request, ResponsePoo
 // ---- Settings and tables ----------------------------------------------------------------------------------
 
 void IZelPeerConnection::SetEventCallback(ZelConnEventCallback callback, void* user) {
-  const MutexLock lock(eventMutex_);
-  eventTarget_ = {callback, user};
-}
-
-void IZelPeerConnection::FireEvent(int32_t event) {
-  EventTarget target;
-  {
-    const MutexLock lock(eventMutex_);
-    target = eventTarget_;
-  }
-  if (target.callback != nullptr) target.callback(&remoteDeviceId_, target.user, event);
+  events_.Set(callback, user);
 }
 
 void IZelPeerConnection::SetReconnectDelay(uint32_t intervalSec, bool automatic) {
@@ -144,40 +126,7 @@ int32_t IZelPeerConnection::addCmpMessageRouter(uint16_t port, ZelCmpRouterCallb
 
 int32_t IZelPeerConnection::delMessageRouter(uint16_t port) { return router_.delMessageRouter(port); }
 
-TopicTable IZelPeerConnection::GetSubscribes() {
-  const MutexLock lock(topicMutex_);
-  return topics_;
-}
-
-void IZelPeerConnection::StoreSubscriber(const char* topic, const TopicSubscriber& subscriber) {
-  const MutexLock lock(topicMutex_);
-  topics_.insert_or_assign(topic, subscriber);
-  topicChanges_.fetch_add(1, std::memory_order_release);
-}
-
-bool IZelPeerConnection::HasSubscriber(const std::string& topic) {
-  const MutexLock lock(topicMutex_);
-  return topics_.contains(topic);
-}
-
-bool IZelPeerConnection::RemoveSubscriber(const char* topic) {
-  const MutexLock lock(topicMutex_);
-  if (topics_.erase(topic) == 0) return false;
-  topicChanges_.fetch_add(1, std::memory_order_release);
-  return true;
-}
-
-// Makes the topic and its subscriber the last ones.
-bool IZelPeerConnection::FindSubscriber(std::string_view topic) {
-  if (lastTopicChanges_ == topicChanges_.load(std::memory_order_acquire) && lastTopic_ == topic) return true;
-  const MutexLock lock(topicMutex_);
-  const auto entry = topics_.find(topic);
-  if (entry == topics_.end()) return false;
-  lastTopic_ = entry->first;
-  lastSubscriber_ = entry->second;
-  lastTopicChanges_ = topicChanges_.load(std::memory_order_relaxed);
-  return true;
-}
+TopicTable IZelPeerConnection::GetSubscribes() { return topics_.Copy(); }
 
 void IZelPeerConnection::filter(const uint8_t* body, uint32_t length) {
   const auto record = ReadTopicRecord({body, length});
@@ -185,11 +134,13 @@ void IZelPeerConnection::filter(const uint8_t* body, uint32_t length) {
     ZEL_LOG(kError, "topic record is longer than its message,size:%d", static_cast<int>(length));
     return;
   }
-  if (!FindSubscriber(record->topic)) {
+  const auto* const subscription = topics_.Find(record->topic);
+  if (subscription == nullptr) {
     ZEL_LOG(kError, "unknow topic:%s", std::string(record->topic).c_str());
     return;
   }
-  if (lastSubscriber_.callback == nullptr) return;
+  const auto [callback, user] = subscription->value;
+  if (callback == nullptr) return;
   // The NUL behind the data is promised to the callback; a peer may have left it out.
   std::string copy;
   const uint8_t* data = record->data.data();
@@ -197,52 +148,56 @@ void IZelPeerConnection::filter(const uint8_t* body, uint32_t length) {
     copy.assign(record->data.begin(), record->data.end());
     data = reinterpret_cast<const uint8_t*>(copy.c_str());
   }
-  lastSubscriber_.callback(record->IdGroup, record->IdOffset, lastTopic_.c_str(), data,
-                           static_cast<uint32_t>(record->data.size()), lastSubscriber_.user);
+  callback(record->IdGroup, record->IdOffset, subscription->key.c_str(), data,
+           static_cast<uint32_t>(record->data.size()), user);
 }
 
 // ---- Receive thread ---------------------------------------------------------------------------------------
 
-void IZelPeerConnection::PauseUnlessStopped(int64_t pauseMs) const {
-  if (stopWaker_.IsOpen()) {
-    (void)platform::WaitReadable(stopWaker_.handle(), pauseMs);
+void IZelPeerConnection::PauseUnlessWoken(int64_t pauseMs) {
+  if (loopWaker_.IsOpen()) {
+    (void)platform::WaitReadable(loopWaker_.handle(), pauseMs);
+    TakeWakes();
   } else {
     std::this_thread::sleep_for(std::chrono::milliseconds(pauseMs));
   }
 }
 
 int32_t IZelPeerConnection::loop_start() noexcept {
-  const std::lock_guard lock(threadMutex_);
-  if (isStarted_) return ZEL_OK;  // a thread that is being stopped counts as stopped after this call
+  const MutexLock lock(loopMutex_);
+  if (!isLive_) {
+    SetErrno(ZEL_E_HANDLE);
+    return ZEL_E_HANDLE;
+  }
+  if (receiveThread_.IsHeld())
+    return ZEL_OK;  // a thread that is being stopped counts as stopped after this call
   stop_ = false;
-  (void)stopWaker_.Open();  // without one a stop takes up to a second
-  stopWaker_.Drain();
-  thread_ = std::thread([this] {
-    t_received = this;
-    (void)svc();
-  });
-  isStarted_ = true;
+  (void)loopWaker_.Open();  // without one a stop takes up to a second
+  (void)receiveThread_.Start({"zel-receive", [this] { (void)svc(); }, [this] { OnNoMemory(); }});
   return ZEL_OK;
 }
 
 int32_t IZelPeerConnection::loop_stop() noexcept {
-  std::unique_lock lock(threadMutex_);
-  stop_ = true;
-  if (!isStarted_) return ZEL_OK;
-  if (t_received == this) FailSelfJoin();
-  if (isJoining_) {
-    joined_.wait(lock, [this] { return !isJoining_; });
-    return ZEL_OK;
+  {
+    const MutexLock lock(loopMutex_);
+    stop_ = true;
+    loopWaker_.Wake();
   }
-  isJoining_ = true;
-  stopWaker_.Wake();
-  lock.unlock();
-  thread_.join();
-  lock.lock();
-  isJoining_ = false;
-  isStarted_ = false;
-  joined_.notify_all();
+  receiveThread_.Join();
   return ZEL_OK;
+}
+
+void IZelPeerConnection::Cancel() {
+  {
+    const MutexLock lock(loopMutex_);
+    isLive_ = false;
+  }
+  events_.Close();
+}
+
+void IZelPeerConnection::End() noexcept {
+  events_.AwaitOthers();
+  (void)loop_stop();
 }
 
 }  // namespace libzel

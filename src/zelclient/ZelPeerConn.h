@@ -3,21 +3,24 @@
 //
 // Any thread may call any member. Topic and router callbacks run on the receive thread, event callbacks on whichever
 // thread connects; no lock is held while one runs.
+//
+// A connection ends in two steps: Cancel, after which every call on it fails within 100 ms and the application hears no
+// more of it, and End, which waits for what still runs.
 #pragma once
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
 
 #include "libzel/libzel.h"
 #include "platform/Platform.h"
+#include "utils/LookupTable.h"
 #include "utils/Mutex.h"
 #include "utils/ObjectPoolBase.h"
+#include "utils/Thread.h"
+#include "zelclient/EventTarget.h"
 #include "zelclient/msgrouter/MsgRouter.h"
 #include "zelcomm/FrameBuffer.h"
 
@@ -40,9 +43,9 @@ struct ZelResponse {
 
   std::atomic<const ZelRequest*> owner{nullptr};  // null when free
   std::atomic<uint32_t> invokeId{0};              // that the answer must carry; 0 when answered or withdrawn
-  std::mutex mutex;
-  std::condition_variable answered;
-  int32_t result = 0;
+  Mutex mutex;
+  CondVar answered;
+  std::atomic<int32_t> result{0};
 };
 
 using ResponsePool = CObjectPool<ZelResponse, 100>;
@@ -52,7 +55,7 @@ struct TopicSubscriber {
   ZelTopicCallback callback = nullptr;
   void* user = nullptr;
 };
-using TopicTable = std::map<std::string, TopicSubscriber, std::less<>>;
+using TopicTable = LookupTable<std::string, TopicSubscriber>::Map;
 
 class IZelPeerConnection {
  public:
@@ -91,38 +94,45 @@ class IZelPeerConnection {
   virtual bool IsConnected() { return false; }
   virtual void Close() {}
   virtual int32_t svc() = 0;
-  // A thread that cannot be started, and a thread that joins itself, end the process.
+  // 0, or 8193 (also the thread's error number) after Cancel. A thread that cannot be started, and a thread that joins
+  // itself, end the process.
   virtual int32_t loop_start() noexcept;
   virtual int32_t loop_stop() noexcept;
+  // Ends the connection for good without waiting for anything: no event from here on, and whatever is under way fails
+  // with 5.
+  virtual void Cancel();
+  // After Cancel: waits for event callbacks on other threads and for the receive thread.
+  void End() noexcept;
+  // False from Cancel on.
+  bool IsLive() const { return isLive_; }
 
   const ZelDeviceId& remoteDeviceId() const { return remoteDeviceId_; }
   const ZelDeviceId& localDeviceId() const { return localDeviceId_; }
   const std::string& parameters() const { return parameters_; }
 
  protected:
-  void FireEvent(int32_t event);
+  void FireEvent(int32_t event) { events_.Fire(remoteDeviceId_, event); }
   bool IsAutoReconnect() const { return autoReconnect_; }
   uint32_t reconnectIntervalSec() const { return reconnectIntervalSec_; }
   bool IsStopped() const { return stop_; }
-  const platform::Waker& stopWaker() const { return stopWaker_; }
-  // Sleeps on the receive thread; a stop ends it early.
-  void PauseUnlessStopped(int64_t pauseMs) const;
+  // Makes the receive thread look again: at the stop flag, at the link.
+  void WakeReceiveThread() { loopWaker_.Wake(); }
+  // For the receive thread's waits.
+  const platform::Waker& loopWaker() const { return loopWaker_; }
+  // To be called by it after a wait that ended without input, and before it looks again.
+  void TakeWakes() { loopWaker_.Drain(); }
+  // Sleeps on the receive thread; a wake ends it early.
+  void PauseUnlessWoken(int64_t pauseMs);
+  // What the receive thread does when it is out of memory.
+  virtual void OnNoMemory() {}
   CMsgRouter& router() { return router_; }
 
-  void StoreSubscriber(const char* topic, const TopicSubscriber& subscriber);
-  bool HasSubscriber(const std::string& topic);
-  bool RemoveSubscriber(const char* topic);
+  LookupTable<std::string, TopicSubscriber>& topics() { return topics_; }
 
   std::atomic<uint32_t> lastInvokeId_{0};
 
  private:
-  bool FindSubscriber(std::string_view topic);
   int32_t AwaitResponse(const ZelRequest& request, ResponsePool::Slot* slot);
-
-  struct EventTarget {
-    ZelConnEventCallback callback = nullptr;
-    void* user = nullptr;
-  };
 
   std::atomic<bool> autoReconnect_{true};
   std::atomic<bool> stop_{false};
@@ -133,25 +143,13 @@ class IZelPeerConnection {
   const ZelDeviceId localDeviceId_;  // all zero when this machine has none
   CMsgRouter router_;
 
-  Mutex eventMutex_;
-  EventTarget eventTarget_ ZEL_GUARDED_BY(eventMutex_);
+  EventTarget events_;
+  LookupTable<std::string, TopicSubscriber> topics_;
+  std::atomic<bool> isLive_{true};
 
-  Mutex topicMutex_;
-  TopicTable topics_ ZEL_GUARDED_BY(topicMutex_);
-  std::atomic<uint64_t> topicChanges_{0};
-
-  // The receive thread's own: the subscriber it found last, good as long as nothing has changed since.
-  std::string lastTopic_;
-  TopicSubscriber lastSubscriber_;
-  uint64_t lastTopicChanges_ = UINT64_MAX;
-
-  // The receive thread. It is joined outside the mutex; meanwhile nobody else touches `thread_`.
-  std::mutex threadMutex_;
-  std::condition_variable joined_;
-  std::thread thread_;
-  bool isStarted_ = false;
-  bool isJoining_ = false;
-  platform::Waker stopWaker_;
+  Mutex loopMutex_;  // starting and stopping
+  Thread receiveThread_;
+  platform::Waker loopWaker_;
 };
 
 }  // namespace libzel

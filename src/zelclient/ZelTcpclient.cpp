@@ -15,38 +15,17 @@ namespace {
 
 constexpr const char* kLocalServerPath = "/var/tmp/zel/zelserver";
 constexpr int64_t kReceiveWaitMs = 1000;
+constexpr int64_t kIdleWaitMs = 30000;  // of a quiet link: whoever changes it wakes the receive thread
 constexpr int64_t kDownPauseMs = 100;
+constexpr int64_t kHeaderGapMs = 20;
 constexpr int64_t kBodyTimeoutMs = 1000;
 constexpr int64_t kReceiveReconnectMs = 1500;
-constexpr int64_t kFrameWaitMs = 50;
-constexpr int64_t kShortestConnectMs = 50;
+// A synchronous receive may be in the middle of a frame for as long as its caller has time; a stop must not wait.
+constexpr int64_t kTurnWaitMs = 50;
 constexpr uint32_t kTopicTimeoutMs = 1000;
 
-// The connections that the calling thread is connecting at this moment, innermost first. A send from inside (a
-// re-subscription, a callback) must not start another attempt.
-class ConnectScope {
- public:
-  explicit ConnectScope(const CTcpclient* connection) : connection_(connection), outer_(t_innermost) {
-    t_innermost = this;
-  }
-  ~ConnectScope() { t_innermost = outer_; }
-  ConnectScope(const ConnectScope&) = delete;
-  ConnectScope& operator=(const ConnectScope&) = delete;
-
-  static bool Holds(const CTcpclient* connection) {
-    for (const ConnectScope* scope = t_innermost; scope != nullptr; scope = scope->outer_) {
-      if (scope->connection_ == connection) return true;
-    }
-    return false;
-  }
-
- private:
-  static thread_local const ConnectScope* t_innermost;
-  const CTcpclient* connection_;
-  const ConnectScope* outer_;
-};
-
-thread_local const ConnectScope* ConnectScope::t_innermost = nullptr;
+constexpr FrameReader::Terms kReceiveThreadTerms{
+    {.longestBody = kMaxReceivedBody}, kTurnWaitMs, INT64_MAX, kHeaderGapMs, kBodyTimeoutMs};
 
 int64_t WholeMs(const Stopwatch& watch) {
   // Some time has always passed, even where the clock is too coarse to show it.
@@ -56,21 +35,6 @@ int64_t WholeMs(const Stopwatch& watch) {
 int32_t FailDisconnected() {
   SetErrno(ZEL_E_DISCONNECTED);
   return -1;
-}
-
-// Reads `size` body bytes or until the time-out; 0 when the connection ended.
-uint32_t ReadBody(SocketLink& link, ReceiveBuffer& body, uint32_t size, int64_t timeoutMs) {
-  uint32_t got = 0;
-  const Stopwatch watch;
-  while (got < size) {
-    const auto room = body.Room(got, size - got);
-    const int64_t remainingMs = got == 0 ? timeoutMs : timeoutMs - static_cast<int64_t>(watch.ElapsedMs());
-    const uint32_t count = link.readn(room.data(), static_cast<uint32_t>(room.size()), remainingMs);
-    if (count == 0 && !link.connected()) return 0;
-    got += count;
-    if (count < room.size()) break;
-  }
-  return got;
 }
 
 }  // namespace
@@ -89,8 +53,18 @@ CTcpclient::CTcpclient(const ZelDeviceId& remote, const std::string& parameters,
 }
 
 CTcpclient::~CTcpclient() {
-  SetEventCallback(nullptr, nullptr);
-  (void)loop_stop();
+  CTcpclient::Cancel();
+  End();
+}
+
+void CTcpclient::Cancel() {
+  IZelPeerConnection::Cancel();
+  socket_->Cancel();
+}
+
+void CTcpclient::Close() {
+  socket_->Shutdown();
+  WakeReceiveThread();
 }
 
 void CTcpclient::ParseParameters(const std::string& parameters) {
@@ -112,65 +86,59 @@ void CTcpclient::ParseParameters(const std::string& parameters) {
 bool CTcpclient::Connect(int64_t timeoutMs) {
   ZEL_LOG(kInfo, "tcpclient ready connect  HostName:%s,port:%d,timeoutms:%d,isDomain:%d", hostName_.c_str(),
           port_, static_cast<int>(timeoutMs), isDomain_);
+  if (attempts_.IsInOne()) return IsConnected();
+  ConnectAttempts::Attempt attempt(attempts_);
+  attempt.Begin();
   if (!TryConnect(timeoutMs)) return false;
   ZEL_LOG(kInfo, "Connect HostName:%s,port:%d Success,isDomain:%d", hostName_.c_str(), port_, isDomain_);
   return true;
 }
 
 bool CTcpclient::Reconnect(int64_t timeoutMs) {
-  // An event of this connection's own attempt: another one from inside would never come to an end.
-  if (ConnectScope::Holds(this)) return IsConnected();
-  const Stopwatch watch;
-  int64_t leftMs = timeoutMs;
-  if (!TimedLock(reconnectMutex_, 0)) {
-    // Another thread is connecting: what it brings up serves this one too.
-    const TimedLock lock(reconnectMutex_, timeoutMs);
-    leftMs -= static_cast<int64_t>(watch.ElapsedMs());
-    if (!lock || IsConnected() || leftMs < kShortestConnectMs) return IsConnected();
-  }
-  if (!TryConnect(leftMs)) return false;
+  if (attempts_.IsInOne()) return IsConnected();
+  ConnectAttempts::Attempt attempt(attempts_);
+  attempt.Begin();
+  return TryReconnect(timeoutMs);
+}
+
+bool CTcpclient::WrapReconnect(int64_t timeoutMs) {
+  if (!IsAutoReconnect() || IsCancelled()) return false;
+  ConnectAttempts::Attempt attempt(attempts_);
+  const auto elapsedSec = attempt.BeginPaced(reconnectIntervalSec());
+  if (!elapsedSec) return false;
+  if (IsConnected()) return true;  // another thread brought it up meanwhile
+  ZEL_LOG(kDebug, "trigger Reconnect  HostName:%s,port:%d,isDomain:%d,IntercalSec:%.2f sec",
+          hostName_.c_str(), port_, isDomain_, *elapsedSec);
+  return TryReconnect(timeoutMs);
+}
+
+bool CTcpclient::TryReconnect(int64_t timeoutMs) {
+  if (!TryConnect(timeoutMs)) return false;
   ZEL_LOG(kInfo, "Reconnect  HostName:%s,port:%d Success,isDomain:%d,timeout:%d ms", hostName_.c_str(), port_,
           isDomain_, static_cast<int>(timeoutMs));
   return true;
 }
 
 bool CTcpclient::TryConnect(int64_t timeoutMs) {
-  const ConnectScope scope(this);
-  const auto before = socket_->link();
+  const auto before = IsConnected() ? socket_->link() : nullptr;
   FireEvent(ZEL_EVENT_PENDING);
-  bool connected = false;
-  bool isOurs = true;
-  {
-    const Stopwatch watch;
-    const TimedLock lock(reconnectMutex_, timeoutMs);
-    const int64_t leftMs = timeoutMs - static_cast<int64_t>(watch.ElapsedMs());
-    if (lock && leftMs >= std::min(timeoutMs, kShortestConnectMs) &&
-        (!IsConnected() || socket_->link() == before)) {
-      connected = socket_->Connect(leftMs);
-    } else {
-      isOurs = false;  // another thread brought it up during the event, or is still at it
-      connected = IsConnected();
-    }
+  const Brought brought = BringUp(timeoutMs, before);
+  WakeReceiveThread();  // its link is another one now, or none
+  if (IsCancelled()) {
+    (void)FailDisconnected();
+    return false;
   }
-  FireEvent(connected ? ZEL_EVENT_CONNECTED : ZEL_EVENT_FAILED);
-  if (connected && isOurs) SubscribeAgain();
-  return connected;
+  FireEvent(brought == Brought::kNothing ? ZEL_EVENT_FAILED : ZEL_EVENT_CONNECTED);
+  if (brought == Brought::kOurs) SubscribeAgain();
+  return brought != Brought::kNothing;
 }
 
-bool CTcpclient::WrapReconnect(int64_t timeoutMs) {
-  if (!IsAutoReconnect() || ConnectScope::Holds(this)) return false;
-  const Stopwatch watch;
-  double elapsedSec = 0;
-  {
-    const TimedLock lock(reconnectMutex_, timeoutMs);
-    if (!lock || IsConnected()) return IsConnected();  // another thread is at it, or brought it up meanwhile
-    elapsedSec = reconnectTimer_.ElapsedSec();
-    if (!(elapsedSec > reconnectIntervalSec())) return false;
-    reconnectTimer_.Restart();
-  }
-  ZEL_LOG(kDebug, "trigger Reconnect  HostName:%s,port:%d,isDomain:%d,IntercalSec:%.2f sec",
-          hostName_.c_str(), port_, isDomain_, elapsedSec);
-  return Reconnect(timeoutMs - static_cast<int64_t>(watch.ElapsedMs()));
+// `before` is the link that was up when the attempt began, if one was.
+CTcpclient::Brought CTcpclient::BringUp(int64_t timeoutMs, const std::shared_ptr<SocketLink>& before) {
+  if (!connectMutex_.try_lock_for(timeoutMs)) return IsConnected() ? Brought::kTheirs : Brought::kNothing;
+  const AdoptedLock lock(connectMutex_);
+  if (IsConnected() && socket_->link() != before) return Brought::kTheirs;
+  return socket_->Connect(timeoutMs) ? Brought::kOurs : Brought::kNothing;
 }
 
 bool CTcpclient::EnsureConnected(int64_t timeoutMs) {
@@ -184,7 +152,7 @@ void CTcpclient::SubscribeAgain() {
   for (const auto& [topic, subscriber] : GetSubscribes()) {
     // Another thread may change the table meanwhile: what the server hears last is what the table says.
     bool told = false;
-    for (bool wanted = HasSubscriber(topic); wanted != told; wanted = HasSubscriber(topic)) {
+    for (bool wanted = topics().Contains(topic); wanted != told; wanted = topics().Contains(topic)) {
       (void)SendTopicRecord({wanted ? "sub" : "unsub", topic, {}, 0, 0});
       told = wanted;
     }
@@ -221,7 +189,7 @@ int32_t CTcpclient::SendPieces(uint16_t port, const AddressBlock& address,
   if (size + kRequestOverhead > kCopiedFrame) {
     parts[0] = std::span(frame).first(kRequestOverhead);
     std::copy(pieces.begin(), pieces.end(), parts.begin() + 1);
-    return Socket::writeFrame(*link, std::span(parts).first(pieces.size() + 1));
+    return WriteFrame(*link, std::span(parts).first(pieces.size() + 1));
   }
   size_t at = kRequestOverhead;
   for (const auto& piece : pieces) {
@@ -229,7 +197,13 @@ int32_t CTcpclient::SendPieces(uint16_t port, const AddressBlock& address,
     at += piece.size();
   }
   parts[0] = std::span(frame).first(at);
-  return Socket::writeFrame(*link, std::span(parts).first(1));
+  return WriteFrame(*link, std::span(parts).first(1));
+}
+
+int32_t CTcpclient::WriteFrame(SocketLink& link, std::span<const platform::ConstBytes> pieces) {
+  const int32_t sent = link.writeFrame(pieces);
+  if (sent < 0) WakeReceiveThread();  // it restores the link
+  return sent;
 }
 
 int32_t CTcpclient::SendTopicRecord(const TopicRecord& record) {
@@ -256,12 +230,12 @@ int32_t CTcpclient::Publish(const char* topic, uint32_t idGroup, uint32_t idOffs
 }
 
 int32_t CTcpclient::Subscribe(const char* topic, ZelTopicCallback callback, void* user) {
-  StoreSubscriber(topic, {callback, user});
+  topics().Set(topic, {callback, user});
   return SendTopicRecord({"sub", topic, {}, 0, 0}) > 0 ? ZEL_OK : GetErrno();
 }
 
 int32_t CTcpclient::UnSubscribe(const char* topic) {
-  if (!RemoveSubscriber(topic)) {
+  if (!topics().Erase(topic)) {
     ZEL_LOG(kError, "topic:%s no subscribe", topic);
     SetErrno(ZEL_E_TOPIC);
     return ZEL_E_TOPIC;
@@ -270,102 +244,124 @@ int32_t CTcpclient::UnSubscribe(const char* topic) {
 }
 
 int32_t CTcpclient::Write(const uint8_t* data, uint32_t length, int64_t timeoutMs) {
-  return socket_->write(data, length, timeoutMs);
+  const int32_t sent = socket_->write(data, length, timeoutMs);
+  if (sent < 0) WakeReceiveThread();
+  return sent;
 }
 
-int32_t CTcpclient::SendBuffer(const FrameBuffer& message) { return socket_->write(message, 1000); }
+int32_t CTcpclient::SendBuffer(const FrameBuffer& message) {
+  const platform::ConstBytes piece = message.content();
+  return WriteFrame(*socket_->link(), {&piece, 1});
+}
 
 // ---- Receive thread ---------------------------------------------------------------------------------------
 
 int32_t CTcpclient::svc() {
-  ReceiveBuffer body;
+  FrameReader reader;
   std::shared_ptr<SocketLink> link;
-  std::optional<SocketLink::Reader> reader;
+  std::optional<SocketLink::Reader> counted;
   while (!IsStopped()) {
     if (auto present = socket_->link(); present != link) {
-      reader.emplace(present);
+      counted.emplace(present);
       link = std::move(present);
     }
     if (link->connected()) {
-      ReceiveOnce(*link, body);
+      ReceiveFrames(*link, reader);
       continue;
     }
-    PauseUnlessStopped(kDownPauseMs);
-    if (!IsStopped()) (void)WrapReconnect(kReceiveReconnectMs);
+    PauseUnlessWoken(kDownPauseMs);
+    if (!IsStopped() && !IsConnected()) (void)WrapReconnect(kReceiveReconnectMs);
   }
   ZEL_LOG(kDebug, "Stop Loop Success");
   return 0;
 }
 
+void CTcpclient::ReceiveFrames(SocketLink& link, FrameReader& reader) {
+  if (DispatchWhole(link) || !AwaitFrame(link, reader)) return;
+  const Outcome outcome = reader.Read(link, kReceiveThreadTerms);
+  if (outcome == Outcome::kFrame) {
+    Dispatch(reader.frame());
+  } else if (!IsCancelled()) {
+    HandleFailure(link, outcome, reader);
+  }
+}
+
+// False when nothing came. A link that stays quiet gives its memory back and is then left alone.
+bool CTcpclient::AwaitFrame(SocketLink& link, FrameReader& reader) {
+  if (link.Select(std::max(idleWaitMs_, kReceiveWaitMs), &loopWaker())) {
+    idleWaitMs_ = 0;
+    return true;
+  }
+  TakeWakes();
+  link.TrimReadAhead();
+  reader.Trim();
+  if (loopWaker().IsOpen()) idleWaitMs_ = kIdleWaitMs;
+  return false;
+}
+
 // Frames that have been read ahead whole are handed over where they lie. True when there was one.
-bool CTcpclient::DispatchBuffered(SocketLink& link) {
+bool CTcpclient::DispatchWhole(SocketLink& link) {
   bool any = false;
   while (!IsStopped() && link.connected()) {
-    const auto frame = link.TakeBuffered(ReceivedFrameSize);
-    if (frame.empty()) break;
-    const auto body = frame.subspan(kZelHeaderSize);
-    (void)router().call(ZelHeader::Read(frame.data()), body.data(), static_cast<uint32_t>(body.size()), this);
+    const auto frame = link.TakeWhole(kMaxReceivedBody);
+    if (!frame) break;
+    Dispatch(*frame);
     any = true;
   }
   return any;
 }
 
-void CTcpclient::ReceiveOnce(SocketLink& link, ReceiveBuffer& body) {
-  if (DispatchBuffered(link)) return;
-  if (!link.Select(kReceiveWaitMs, &stopWaker())) {
-    link.TrimReadAhead();
-    body.Trim();
-    return;
-  }
-  Incoming incoming;
-  switch (ReadFrame(link, body, incoming)) {
-    case Outcome::kFrame: (void)router().call(incoming.header, body.data(), incoming.bodySize, this); break;
-    case Outcome::kClosed: CloseByPeer(link); break;
+void CTcpclient::Dispatch(const FrameView& frame) {
+  (void)router().call(frame.header, frame.body.data(), static_cast<uint32_t>(frame.body.size()), this);
+}
+
+// What a frame that could not be read means to the receive thread.
+void CTcpclient::HandleFailure(SocketLink& link, Outcome outcome, const FrameReader& reader) {
+  constexpr std::string_view kSvc = "CTcpclient::svc";
+  const auto length = static_cast<int>(reader.header().nMsgLen);
+  switch (outcome) {
+    case Outcome::kClosed:
+      ZEL_LOG_AS(kSvc, kError, "connection is close");
+      ReportEnd(link);
+      ShutdownLink(link);
+      break;
     case Outcome::kBadLength:
-      ZEL_LOG_AS("CTcpclient::svc", kError, "zel header len is error,nPacketLen:%d",
-                 static_cast<int>(incoming.header.nMsgLen));
-      socket_->ShutdownLink(link);
+    case Outcome::kFailed:
+      ZEL_LOG_AS(kSvc, kError, "zel header len is error,nPacketLen:%d", length);
+      ShutdownLink(link);
       ReportEnd(link);
       break;
-    case Outcome::kShort:
-      ZEL_LOG_AS("CTcpclient::svc", kError, "recv size!=header.nMsgLen:%d,but recv size:%d",
-                 static_cast<int>(incoming.header.nMsgLen), static_cast<int>(incoming.bodySize));
+    case Outcome::kShortBody:
+      ZEL_LOG_AS(kSvc, kError, "recv size!=header.nMsgLen:%d,but recv size:%d", length,
+                 static_cast<int>(reader.bodySize()));
       break;
-    case Outcome::kNothing: break;
+    case Outcome::kShortHeader:  // its bytes are lost, and with them the framing; the next bad length closes
+    case Outcome::kNothing:
+    case Outcome::kFrame: break;
   }
-}
-
-CTcpclient::Outcome CTcpclient::ReadFrame(SocketLink& link, ReceiveBuffer& body, Incoming& incoming) {
-  // A synchronous receive may be in the middle of a frame for as long as its caller has time; a stop must not wait.
-  const TimedLock lock(link.frameMutex(), kFrameWaitMs);
-  if (!lock) return Outcome::kNothing;
-  uint8_t header[kZelHeaderSize] = {0, kVersionZoe};
-  const int32_t size = link.readFull(header, sizeof header);
-  if (size == 0) return Outcome::kClosed;
-  // The other reader was quicker.
-  if (size < 0 && platform::SocketError() == platform::kSocketWouldBlock) return Outcome::kNothing;
-  incoming.header = ZelHeader::Read(header);
-  const uint32_t length = incoming.header.nMsgLen;
-  if (length == 0 || length > kMaxReceivedBody) return Outcome::kBadLength;
-  // The bytes of a header that came in two halves are lost, and with them the framing; the next bad length closes.
-  if (size != static_cast<int32_t>(sizeof header)) return Outcome::kNothing;
-  incoming.bodySize = ReadBody(link, body, length, kBodyTimeoutMs);
-  return incoming.bodySize == length ? Outcome::kFrame : Outcome::kShort;
-}
-
-void CTcpclient::CloseByPeer(SocketLink& link) {
-  ZEL_LOG_AS("CTcpclient::svc", kError, "connection is close");
-  ReportEnd(link);
-  socket_->ShutdownLink(link);
 }
 
 void CTcpclient::ReportEnd(SocketLink& link) {
   if (link.TakeEndReport()) FireEvent(ZEL_EVENT_DISCONNECTED);
 }
 
+void CTcpclient::ShutdownLink(const SocketLink& link) {
+  socket_->ShutdownLink(link);
+  WakeReceiveThread();
+}
+
+void CTcpclient::OnNoMemory() {
+  const auto link = socket_->link();
+  if (!link->connected() || IsCancelled()) return;
+  ZEL_LOG_AS("CTcpclient::svc", kError, "no memory to receive with,connection is closed");
+  ShutdownLink(*link);
+  ReportEnd(*link);
+}
+
 // ---- Synchronous receive ----------------------------------------------------------------------------------
 
 int32_t CTcpclient::Recv(void* /*context*/, uint8_t* buffer, uint32_t size, uint32_t timeoutMs) {
+  if (IsCancelled()) return FailDisconnected();
   if (!IsConnected()) {
     ZEL_LOG(kError, "connection is lost,ready reconnect");
     if (!EnsureConnected(timeoutMs)) return -1;
@@ -373,14 +369,23 @@ int32_t CTcpclient::Recv(void* /*context*/, uint8_t* buffer, uint32_t size, uint
   const Stopwatch watch;
   const SocketLink::Reader link(socket_->link());
   if (!link->connected()) return FailDisconnected();  // lost again meanwhile
-  ReceiveBuffer body;
+  const int32_t result = AwaitAnswer(*link, {buffer, size}, timeoutMs, watch);
+  return result < 0 && IsCancelled() ? FailDisconnected() : result;
+}
+
+int32_t CTcpclient::AwaitAnswer(SocketLink& link, std::span<uint8_t> out, uint32_t timeoutMs,
+                                const Stopwatch& watch) {
   int64_t remainingMs = int64_t{timeoutMs} - WholeMs(watch);
-  while (remainingMs >= 1 && link->SelectEagerly(remainingMs)) {
-    Incoming incoming;
-    const Outcome outcome = ReadAnswer(*link, body, incoming, remainingMs);
-    if (outcome != Outcome::kFrame) return FailAnswer(*link, outcome, incoming, timeoutMs);
+  FrameReader reader;
+  // What the caller has no room for is not held.
+  const auto held =
+      static_cast<uint32_t>(std::min<uint64_t>(uint64_t{out.size()} + kZoeHeaderSize, UINT32_MAX));
+  while (remainingMs >= 1 && link.SelectEagerly(remainingMs)) {
+    const FrameReader::Terms terms{{.heldBody = held}, remainingMs, remainingMs, kHeaderGapMs, remainingMs};
+    const Outcome outcome = ReadOrClose(link, reader, terms);
+    if (outcome != Outcome::kFrame) return FailAnswer(link, outcome, reader, timeoutMs);
     int32_t result = 0;
-    if (TakeAnswer(incoming, body.data(), {buffer, size}, result)) return result;
+    if (TakeAnswer(reader.frame(), out, result)) return result;
     // The stopwatch goes on, so every answer that is skipped costs the whole time so far. Deliberate.
     remainingMs -= WholeMs(watch);
   }
@@ -388,45 +393,43 @@ int32_t CTcpclient::Recv(void* /*context*/, uint8_t* buffer, uint32_t size, uint
   return -1;
 }
 
-CTcpclient::Outcome CTcpclient::ReadAnswer(SocketLink& link, ReceiveBuffer& body, Incoming& incoming,
-                                           int64_t remainingMs) {
-  const Stopwatch watch;
-  const TimedLock lock(link.frameMutex(), remainingMs);
-  remainingMs -= static_cast<int64_t>(watch.ElapsedMs());
-  if (!lock || remainingMs < 1) return Outcome::kNothing;
-  uint8_t header[kZelHeaderSize] = {0, kVersionZoe};
-  incoming.headerSize = link.readFull(header, sizeof header);
-  if (incoming.headerSize == 0) return Outcome::kClosed;
-  if (incoming.headerSize < 0) return Outcome::kNothing;
-  incoming.header = ZelHeader::Read(header);
-  const uint32_t length = incoming.header.nMsgLen;
-  if (incoming.headerSize != static_cast<int32_t>(sizeof header) || length == 0) return Outcome::kBadLength;
-  incoming.bodySize = ReadBody(link, body, length, remainingMs);
-  return incoming.bodySize == length ? Outcome::kFrame : Outcome::kShort;
+// A frame that there is no memory for leaves the stream without its framing.
+CTcpclient::Outcome CTcpclient::ReadOrClose(SocketLink& link, FrameReader& reader,
+                                            const FrameReader::Terms& terms) {
+  try {
+    return reader.Read(link, terms);
+  } catch (const std::bad_alloc&) {
+    ShutdownLink(link);
+    throw;
+  }
 }
 
-int32_t CTcpclient::FailAnswer(SocketLink& link, Outcome outcome, const Incoming& incoming,
+int32_t CTcpclient::FailAnswer(SocketLink& link, Outcome outcome, const FrameReader& reader,
                                uint32_t timeoutMs) {
+  if (IsCancelled()) return FailDisconnected();
   constexpr std::string_view kRecv = "CTcpclient::Recv";
+  const auto length = static_cast<int>(reader.header().nMsgLen);
   switch (outcome) {
     case Outcome::kClosed:
       ZEL_LOG_AS(kRecv, kError, "connection is close");
       ReportEnd(link);
-      socket_->ShutdownLink(link);
+      ShutdownLink(link);
       SetErrno(ZEL_E_DISCONNECTED);
       break;
     case Outcome::kBadLength:
-      ZEL_LOG_AS(kRecv, kError, "recv size!=header.nMsgLen,size:%d,nMsgLen:%d", incoming.headerSize,
-                 static_cast<int>(incoming.header.nMsgLen));
+    case Outcome::kShortHeader:
+      ZEL_LOG_AS(kRecv, kError, "recv size!=header.nMsgLen,size:%d,nMsgLen:%d",
+                 static_cast<int>(reader.headerSize()), length);
       SetErrno(ZEL_E_LENGTH);
       break;
-    case Outcome::kShort:
-      ZEL_LOG_AS(kRecv, kError, "recv:%d,MsgLen:%d error", static_cast<int>(incoming.bodySize),
-                 static_cast<int>(incoming.header.nMsgLen));
-      socket_->ShutdownLink(link);
+    case Outcome::kShortBody:
+      ZEL_LOG_AS(kRecv, kError, "recv:%d,MsgLen:%d error", static_cast<int>(reader.bodySize()), length);
+      ShutdownLink(link);
       SetErrno(ZEL_E_LENGTH);
       break;
-    default:
+    case Outcome::kNothing:
+    case Outcome::kFailed:
+    case Outcome::kFrame:
       ZEL_LOG_AS(kRecv, kTrace, "recv message timeout %d ms", static_cast<int>(timeoutMs));
       SetErrno(ZEL_E_TIMEOUT);
       break;
@@ -435,11 +438,10 @@ int32_t CTcpclient::FailAnswer(SocketLink& link, Outcome outcome, const Incoming
 }
 
 // True when the message is the one that is waited for; `result` is then the call's.
-bool CTcpclient::TakeAnswer(const Incoming& incoming, const uint8_t* body, std::span<uint8_t> out,
-                            int32_t& result) {
-  std::span<const uint8_t> payload(body, incoming.bodySize);
+bool CTcpclient::TakeAnswer(const FrameView& frame, std::span<uint8_t> out, int32_t& result) {
+  std::span<const uint8_t> payload = frame.body;
   uint32_t error = 0;
-  if (incoming.header.version == kVersionZoe) {
+  if (frame.header.version == kVersionZoe) {
     const auto zoe = ZoeHeader::Read(payload);
     if (!zoe) {
       result = static_cast<int32_t>(payload.size());

@@ -1,8 +1,8 @@
 // The connection to a Zel server over TCP, or over the server's local stream socket: its receive thread, the
 // synchronous receive of an answer, and reconnection that is paced by the reconnect interval.
 //
-// Threads: as IZelPeerConnection says. One thread at a time connects; others wait for it, but never for a callback. The
-// receive thread and a synchronous receive read the same stream; whichever reads a frame first consumes it.
+// Threads: as IZelPeerConnection says. One thread at a time connects; others may wait for it, but never for a callback.
+// The receive thread and a synchronous receive read the same stream; whichever reads a frame first consumes it.
 // Time-outs are in ms.
 #pragma once
 
@@ -11,9 +11,10 @@
 
 #include "utils/Mutex.h"
 #include "utils/Stopwatch.h"
-#include "zelclient/ReceiveBuffer.h"
+#include "zelclient/ConnectAttempts.h"
 #include "zelclient/ZelPeerConn.h"
 #include "zelcomm/Frame.h"
+#include "zelcomm/FrameReader.h"
 #include "zelcomm/Socket.h"
 
 namespace libzel {
@@ -25,12 +26,18 @@ class CTcpclient : public IZelPeerConnection {
   CTcpclient(const ZelDeviceId& remote, const std::string& parameters, bool isDomain);
   ~CTcpclient() override;
 
+  // All three make an attempt, by itself each: event 2, the connect within the time-out, event 1 or 6, and after a
+  // success the subscriptions again. From a callback of an attempt they make none and tell how things stand.
   bool Connect(int64_t timeoutMs) override;
+  // Waits at most `timeoutMs` for another thread's connect; what that brings up serves this attempt as well. If it
+  // brings nothing up, connects with the full time-out.
   bool Reconnect(int64_t timeoutMs) override;
-  // Reconnects if that is switched on and more than the reconnect interval has passed since the last paced attempt.
+  // Only if that is switched on, no other attempt is under way, and more than the reconnect interval has passed since
+  // the last paced attempt; else false at once.
   bool WrapReconnect(int64_t timeoutMs);
   bool IsConnected() override { return socket_->isConnected(); }
-  void Close() override { socket_->Shutdown(); }
+  void Close() override;
+  void Cancel() override;
 
   int32_t Send(uint16_t port, uint32_t idGroup, uint32_t idOffset, const uint8_t* data, uint32_t length,
                uint32_t timeoutMs) override;
@@ -43,40 +50,46 @@ class CTcpclient : public IZelPeerConnection {
   int32_t UnSubscribe(const char* topic) override;
   int32_t svc() override;
 
+  void OnNoMemory() override;
+
  private:
-  enum class Outcome { kFrame, kNothing, kClosed, kBadLength, kShort };
-  struct Incoming {
-    ZelHeader header;
-    int32_t headerSize = 0;
-    uint32_t bodySize = 0;
-  };
+  enum class Brought { kNothing, kTheirs, kOurs };
+  using Outcome = FrameReader::Outcome;
 
   void ParseParameters(const std::string& parameters);
   bool TryConnect(int64_t timeoutMs);
+  Brought BringUp(int64_t timeoutMs, const std::shared_ptr<SocketLink>& before);
+  bool TryReconnect(int64_t timeoutMs);
   void SubscribeAgain();
   bool EnsureConnected(int64_t timeoutMs);
+  bool IsCancelled() const { return socket_->IsCancelled(); }
 
   int32_t SendPieces(uint16_t port, const AddressBlock& address, std::span<const platform::ConstBytes> pieces,
                      uint32_t timeoutMs);
+  int32_t WriteFrame(SocketLink& link, std::span<const platform::ConstBytes> pieces);
   int32_t SendTopicRecord(const TopicRecord& record);
 
-  void ReceiveOnce(SocketLink& link, ReceiveBuffer& body);
-  bool DispatchBuffered(SocketLink& link);
-  Outcome ReadFrame(SocketLink& link, ReceiveBuffer& body, Incoming& incoming);
-  void CloseByPeer(SocketLink& link);
+  void ReceiveFrames(SocketLink& link, FrameReader& reader);
+  bool AwaitFrame(SocketLink& link, FrameReader& reader);
+  bool DispatchWhole(SocketLink& link);
+  void Dispatch(const FrameView& frame);
+  void HandleFailure(SocketLink& link, Outcome outcome, const FrameReader& reader);
   void ReportEnd(SocketLink& link);
+  void ShutdownLink(const SocketLink& link);
 
-  Outcome ReadAnswer(SocketLink& link, ReceiveBuffer& body, Incoming& incoming, int64_t remainingMs);
-  int32_t FailAnswer(SocketLink& link, Outcome outcome, const Incoming& incoming, uint32_t timeoutMs);
-  bool TakeAnswer(const Incoming& incoming, const uint8_t* body, std::span<uint8_t> out, int32_t& result);
+  int32_t AwaitAnswer(SocketLink& link, std::span<uint8_t> out, uint32_t timeoutMs, const Stopwatch& watch);
+  Outcome ReadOrClose(SocketLink& link, FrameReader& reader, const FrameReader::Terms& terms);
+  int32_t FailAnswer(SocketLink& link, Outcome outcome, const FrameReader& reader, uint32_t timeoutMs);
+  bool TakeAnswer(const FrameView& frame, std::span<uint8_t> out, int32_t& result);
 
   std::string hostName_;
   uint16_t port_ = 0;
   const bool isDomain_;
   std::unique_ptr<Socket> socket_;
 
-  TimedMutex reconnectMutex_;  // a connect in progress, and the timer
-  Stopwatch reconnectTimer_;
+  TimedMutex connectMutex_;  // one connect at a time
+  ConnectAttempts attempts_;
+  int64_t idleWaitMs_ = 0;  // the receive thread's own
 };
 
 }  // namespace libzel

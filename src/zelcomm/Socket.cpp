@@ -5,7 +5,6 @@
 #include <limits>
 
 #include "utils/Log.h"
-#include "zelcomm/Frame.h"
 
 namespace libzel {
 
@@ -36,7 +35,8 @@ platform::SocketHandle OpenHandle(int32_t type) {
 
 // ---- Socket -----------------------------------------------------------------------------------------------
 
-Socket::Socket(const char* host, uint16_t port, int32_t type, bool isDomain) : host_(host), port_(port) {
+Socket::Socket(const char* host, uint16_t port, int32_t type, bool isDomain)
+    : host_(host), port_(port), token_(type == kDatagram ? nullptr : std::make_shared<CancelToken>()) {
   const auto handle = isDomain ? platform::kNoSocket : OpenHandle(type);
   const std::string error = RuntimeErrorText();
   if (!isDomain && type == kStream) ZEL_LOG(kTrace, "create tcp socket,sock type:%d", type);
@@ -44,7 +44,7 @@ Socket::Socket(const char* host, uint16_t port, int32_t type, bool isDomain) : h
   if (handle == platform::kNoSocket) {
     ZEL_LOG(kError, "create socket error:%s,host:%s,type:%d", error.c_str(), host, type);
   }
-  link_ = std::make_shared<SocketLink>(handle);
+  link_ = std::make_shared<SocketLink>(handle, token_);
 }
 
 std::shared_ptr<SocketLink> Socket::link() {
@@ -53,7 +53,7 @@ std::shared_ptr<SocketLink> Socket::link() {
 }
 
 std::shared_ptr<SocketLink> Socket::SetLink(platform::SocketHandle handle) {
-  auto fresh = std::make_shared<SocketLink>(handle);
+  auto fresh = std::make_shared<SocketLink>(handle, token_);
   const MutexLock lock(linkMutex_);
   link_.swap(fresh);
   (void)fresh->TakeEndReport();  // the connection goes on with the new link: the old one's end is no news
@@ -61,7 +61,7 @@ std::shared_ptr<SocketLink> Socket::SetLink(platform::SocketHandle handle) {
 }
 
 std::shared_ptr<SocketLink> Socket::DropLink(const SocketLink* expected) {
-  auto none = std::make_shared<SocketLink>(platform::kNoSocket);
+  auto none = std::make_shared<SocketLink>(platform::kNoSocket, token_);
   const MutexLock lock(linkMutex_);
   if (expected != nullptr && link_.get() != expected) return nullptr;
   link_.swap(none);
@@ -71,8 +71,9 @@ std::shared_ptr<SocketLink> Socket::DropLink(const SocketLink* expected) {
 
 bool Socket::MarkConnected(SocketLink& link) {
   const MutexLock lock(linkMutex_);
-  if (link_.get() == &link) link.setConnected(true);
-  return link_.get() == &link;
+  if (link_.get() != &link || IsCancelled()) return false;
+  link.setConnected(true);
+  return true;
 }
 
 void Socket::ShutdownBothWays(const std::shared_ptr<SocketLink>& link) {
@@ -80,6 +81,13 @@ void Socket::ShutdownBothWays(const std::shared_ptr<SocketLink>& link) {
 }
 
 void Socket::ShutdownLink(const SocketLink& link) { ShutdownBothWays(DropLink(&link)); }
+
+void Socket::Cancel() {
+  token_->Cancel();
+  const auto present = link();
+  present->setConnected(false);
+  ShutdownBothWays(present);
+}
 
 uint32_t Socket::readn(uint8_t* buffer, uint32_t size, int64_t timeoutMs) {
   return link()->readn(buffer, size, timeoutMs);
@@ -98,18 +106,7 @@ int32_t Socket::write(const uint8_t* data, uint32_t size, int64_t /*timeoutMs*/)
 
 int32_t Socket::write(const FrameBuffer& buffer, int64_t /*timeoutMs*/) {
   const platform::ConstBytes piece = buffer.content();
-  return writeFrame(*link(), {&piece, 1});
-}
-
-int32_t Socket::writeFrame(SocketLink& link, std::span<const platform::ConstBytes> pieces) {
-  uint64_t size = 0;
-  for (const auto& piece : pieces) size += piece.size();
-  if (size > kMaxSentFrame) {
-    ZEL_LOG_AS("Socket::write", kError, "frame length: %d  exceeds maximum length for sockets",
-               static_cast<int>(size));
-    return 0;
-  }
-  return link.write(pieces);
+  return link()->writeFrame({&piece, 1});
 }
 
 void Socket::setOptions() {
@@ -154,6 +151,7 @@ void Socket::set_recv_buffer(int32_t bytes) {
 TcpSocket::~TcpSocket() { ShutdownBothWays(link()); }
 
 bool TcpSocket::Connect(int64_t timeoutMs) {
+  if (IsCancelled()) return false;
   auto current = link();
   // A link that the peer ended while nobody looked is down as well.
   const auto isDown = [&] { return !current->connected() || platform::HasPeerEnded(current->handle()); };
@@ -178,10 +176,11 @@ bool TcpSocket::FinishConnect(SocketLink& link, int64_t timeoutMs) {
   if (start == platform::ConnectResult::kConnected && !link.connected()) return false;
   int32_t error = start == platform::ConnectResult::kFailed ? platform::RuntimeError() : 0;
   if (error == 0) {
-    if (platform::WaitWritable(link.handle(), timeoutMs) != 1) return false;
+    if (!link.AwaitWritable(timeoutMs)) return false;
     error = platform::TakePendingError(link.handle());
   }
   if (error == 0) return true;
+  if (link.IsCancelled()) return false;
   const std::string text = platform::ErrorText(error);
   ZEL_LOG_AS("TcpSocket::Connect", kError, "TcpSocket connect failed,errno:%d,errmsg:%s", error,
              text.c_str());
@@ -265,6 +264,7 @@ DomainTcpSocket::~DomainTcpSocket() { LogClose(); }
 bool DomainTcpSocket::Connect(int64_t timeoutMs) {
   auto current = link();
   if (current->connected()) return true;
+  if (IsCancelled()) return false;
   const auto handle = platform::OpenLocalStreamSocket();
   if (handle == platform::kNoSocket) return false;
   current = SetLink(handle);

@@ -42,15 +42,17 @@ class Socket {
   virtual int32_t write(const uint8_t* data, uint32_t size, int64_t timeoutMs);
   // A content of more than 10485760 bytes is refused with a result of 0.
   virtual int32_t write(const FrameBuffer& buffer, int64_t timeoutMs);
-
-  // Writes the pieces as one frame to a link of a socket, with the same limit.
-  static int32_t writeFrame(SocketLink& link, std::span<const platform::ConstBytes> pieces);
   bool Select(int64_t timeoutMs) { return link()->Select(timeoutMs); }
 
   // The present link; never null. It stays usable after the socket went on to another.
   std::shared_ptr<SocketLink> link();
   // Shuts down if `link` is still the present one: a thread that finds an old link dead must not end its successor.
   void ShutdownLink(const SocketLink& link);
+
+  // Of a stream socket: ends the link and every wait on it for good. Whatever is under way fails soon, nothing can be
+  // connected again, and no error of that is logged.
+  void Cancel();
+  bool IsCancelled() const { return token_->IsCancelled(); }
 
   platform::SocketHandle fd() { return link()->handle(); }
   const std::string& host() const { return host_; }
@@ -73,6 +75,7 @@ class Socket {
  private:
   const std::string host_;
   const uint16_t port_;
+  const std::shared_ptr<CancelToken> token_;  // null for datagrams
   Mutex linkMutex_;
   std::shared_ptr<SocketLink> link_ ZEL_GUARDED_BY(linkMutex_);
 };

@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <cstring>
 #include <thread>
 
 #include "utils/Log.h"
 #include "utils/Stopwatch.h"
 #include "zelcomm/ErrorCode.h"
+
+// The lines of a link are its socket's.
+#define ZEL_LOG_SOCKET(function, level, ...) ZEL_LOG_FROM("Socket.cpp", function, level, __VA_ARGS__)
 
 namespace libzel {
 
@@ -20,14 +22,15 @@ bool IsConnectionEnded(int32_t socketError) {
 }
 
 void Advance(std::span<platform::ConstBytes>& pieces, size_t count) {
-  while (count >= pieces.front().size()) {
+  while (!pieces.empty() && count >= pieces.front().size()) {
     count -= pieces.front().size();
     pieces = pieces.subspan(1);
   }
-  pieces.front() = pieces.front().subspan(count);
+  if (!pieces.empty()) pieces.front() = pieces.front().subspan(count);
 }
 
-// Interrupted, in either numbering. (The socket layer's own would-block is not among these.)
+// The runtime's numbers for "try again" and "would block", and the socket layer's for "interrupted". Its own number for
+// "would block" is not among these.
 bool IsTryAgain(int32_t socketError) {
   return socketError == 11 || socketError == 140 || socketError == platform::kSocketInterrupted;
 }
@@ -38,61 +41,83 @@ SocketLink::~SocketLink() {
   if (handle_ != platform::kNoSocket) platform::CloseSocket(handle_);
 }
 
+// ---- Waiting ----------------------------------------------------------------------------------------------
+
 bool SocketLink::Select(int64_t timeoutMs, const platform::Waker* waker) {
-  return HasInput(Look::kIfBusy) || SelectSocket(handle_, timeoutMs, waker, connected_);
+  return HasInput(Look::kIfBusy) || SelectHandle(timeoutMs, waker != nullptr ? waker : this->waker());
 }
 
 bool SocketLink::SelectEagerly(int64_t timeoutMs) {
   return spinChoice_.Wait(
       timeoutMs, [this] { return HasInput(Look::kAlways); },
-      [&] { return SelectSocket(handle_, timeoutMs, nullptr, connected_); });
+      [&] { return SelectHandle(timeoutMs, waker()); });
+}
+
+bool SocketLink::AwaitBytes(int64_t timeoutMs) const {
+  return platform::WaitReadable(handle_, timeoutMs, waker()) == 1;
+}
+
+bool SocketLink::AwaitWritable(int64_t timeoutMs) const {
+  return platform::WaitWritable(handle_, timeoutMs, waker()) == 1 && !IsCancelled();
+}
+
+bool SocketLink::SelectHandle(int64_t timeoutMs, const platform::Waker* waker) {
+  const int result = platform::WaitReadable(handle_, timeoutMs, waker);
+  if (result == 1) return true;
+  if (result == 0 || IsCancelled()) return false;
+  const int32_t error = platform::SocketError();
+  if (error == platform::kSocketNotASocket) {
+    setConnected(false);
+    ZEL_LOG_SOCKET("Socket::Select", kError, "connection closed,socket:%d", static_cast<int>(handle_));
+  } else {
+    ZEL_LOG_SOCKET("Socket::Select", kError,
+                   "something strange happen while waiting for socket in state:%d with error:%s ", result,
+                   platform::ErrorText(error).c_str());
+  }
+  return false;
 }
 
 // Looks without waiting. For a sole reader the look is the receive itself, and so costs nothing when it succeeds. A
 // link without a read-ahead has been quiet: there a wait comes first.
 bool SocketLink::HasInput(Look look) {
   const MutexLock lock(receiveMutex_);
-  if (aheadBegin_ != aheadEnd_) return true;
-  if (readers_ != 1 || (look == Look::kIfBusy && ahead_ == nullptr)) return false;
+  if (!ahead_.IsEmpty()) return true;
+  if (readers_ != 1 || (look == Look::kIfBusy && !ahead_.HasBlock())) return false;
   const int64_t received = FillReadAhead();
   return received >= 0 || IsConnectionEnded(platform::SocketError());
 }
 
+// ---- Reading ----------------------------------------------------------------------------------------------
+
 int64_t SocketLink::FillReadAhead() {
-  if (ahead_ == nullptr) ahead_ = std::make_unique_for_overwrite<uint8_t[]>(kReadAheadSize);
-  const int64_t received = platform::Receive(handle_, ahead_.get(), kReadAheadSize);
-  aheadBegin_ = 0;
-  aheadEnd_ = static_cast<size_t>(std::max<int64_t>(received, 0));
+  const auto room = ahead_.Room();
+  const int64_t received = platform::Receive(handle_, room.data(), room.size());
+  ahead_.Received(static_cast<size_t>(std::max<int64_t>(received, 0)));
   return received;
 }
 
 int64_t SocketLink::Receive(uint8_t* buffer, size_t size) {
   const MutexLock lock(receiveMutex_);
-  if (aheadBegin_ == aheadEnd_) {
+  if (ahead_.IsEmpty()) {
     // A large body goes straight to its place.
-    if (readers_ != 1 || size >= kReadAheadSize) return platform::Receive(handle_, buffer, size);
+    if (readers_ != 1 || size >= ReadAhead::kSize) return platform::Receive(handle_, buffer, size);
     const int64_t received = FillReadAhead();
     if (received <= 0) return received;
   }
-  const size_t count = std::min(size, aheadEnd_ - aheadBegin_);
-  std::memcpy(buffer, ahead_.get() + aheadBegin_, count);
-  aheadBegin_ += count;
-  return static_cast<int64_t>(count);
+  return static_cast<int64_t>(ahead_.Read({buffer, size}));
 }
 
-std::span<const uint8_t> SocketLink::TakeBuffered(size_t (*frameSize)(std::span<const uint8_t> bytes)) {
+std::optional<FrameView> SocketLink::TakeWhole(uint32_t longestBody) {
   const MutexLock lock(receiveMutex_);
-  if (readers_ != 1) return {};
-  const std::span<const uint8_t> buffered(ahead_.get() + aheadBegin_, aheadEnd_ - aheadBegin_);
-  const size_t size = frameSize(buffered);
-  if (size > buffered.size()) return {};
-  aheadBegin_ += size;
-  return buffered.first(size);
+  if (readers_ != 1) return std::nullopt;
+  const auto frame = FrameDecoder::Whole(ahead_.bytes(), longestBody);
+  if (frame) ahead_.Skip(kZelHeaderSize + frame->body.size());
+  return frame;
 }
 
 void SocketLink::TrimReadAhead() {
   const MutexLock lock(receiveMutex_);
-  if (aheadBegin_ == aheadEnd_) ahead_.reset();
+  ahead_.Trim();
 }
 
 uint32_t SocketLink::readn(uint8_t* buffer, uint32_t size, int64_t timeoutMs) {
@@ -113,19 +138,20 @@ uint32_t SocketLink::readn(uint8_t* buffer, uint32_t size, int64_t timeoutMs) {
 
 // What a receive that gave nothing means to readn: false when the connection ended, else true, after a pause that fits.
 bool SocketLink::MayReadOn(int64_t received, int64_t remainingMs) {
-  if (received == 0) {
+  const int32_t error = received < 0 ? platform::SocketError() : 0;
+  if (IsCancelled() || received == 0 || IsConnectionEnded(error)) {
     setConnected(false);
-    ZEL_LOG_AS("Socket::readn", kError, "recv %d disconnect", 0);
-    return false;
-  }
-  const int32_t error = platform::SocketError();
-  if (IsConnectionEnded(error)) {
-    setConnected(false);
-    ZEL_LOG_AS("Socket::readn", kError, "recv %d disconnect,lasterror:%d", static_cast<int>(received), error);
+    if (IsCancelled()) return false;
+    if (received == 0) {
+      ZEL_LOG_SOCKET("Socket::readn", kError, "recv %d disconnect", 0);
+    } else {
+      ZEL_LOG_SOCKET("Socket::readn", kError, "recv %d disconnect,lasterror:%d", static_cast<int>(received),
+                     error);
+    }
     return false;
   }
   if (error == platform::kSocketWouldBlock) {
-    (void)platform::WaitReadable(handle_, remainingMs);
+    (void)AwaitBytes(remainingMs);
   } else {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
@@ -156,52 +182,6 @@ int32_t SocketLink::readFull(uint8_t* buffer, int32_t size) {
   return size;
 }
 
-int32_t SocketLink::write(std::span<const platform::ConstBytes> pieces) {
-  size_t left = 0;
-  for (const auto& piece : pieces) left += piece.size();
-  const auto total = static_cast<int32_t>(left);
-  std::array<platform::ConstBytes, platform::kMaxPieces> copy{};
-  std::copy(pieces.begin(), pieces.end(), copy.begin());
-  auto rest = std::span(copy).first(pieces.size());
-
-  const MutexLock lock(sendMutex_);
-  for (;;) {
-    const int64_t result = platform::Send(handle_, rest);
-    if (result < 0) {
-      if (MayWriteOn(result)) continue;
-      return -1;
-    }
-    left -= static_cast<size_t>(result);
-    if (left == 0) return total;
-    Advance(rest, static_cast<size_t>(result));
-  }
-}
-
-// What a failed send means to write: true when it may be tried again, after a pause that fits.
-bool SocketLink::MayWriteOn(int64_t result) {
-  const int32_t runtimeError = platform::RuntimeError();
-  const int32_t socketError = platform::SocketError();
-  if (runtimeError == platform::kRuntimeInterrupted) {
-    ZEL_LOG_AS("Socket::write", kTrace, "send error EINTR:result:%d,continue", static_cast<int>(result));
-    return true;
-  }
-  if (runtimeError == platform::kRuntimeTryAgain) {
-    // As long as the sleep of 1 ms, and shorter when the peer reads sooner.
-    (void)platform::WaitWritable(handle_, 1);
-    ZEL_LOG_AS("Socket::write", kTrace, "send error again: usleep 1ms");
-    return true;
-  }
-  ZEL_LOG_AS("Socket::write", kError, "send error %d,%s result:%d break", runtimeError,
-             platform::ErrorText(runtimeError).c_str(), static_cast<int>(result));
-  if (runtimeError == platform::kRuntimeBrokenPipe || IsConnectionEnded(socketError)) {
-    SetErrno(ZEL_E_DISCONNECTED);
-    setConnected(false);
-  } else {
-    SetErrno(runtimeError);
-  }
-  return false;
-}
-
 SocketLink::Reader::Reader(std::shared_ptr<SocketLink> link) : link_(std::move(link)) {
   const MutexLock lock(link_->receiveMutex_);
   ++link_->readers_;
@@ -212,22 +192,75 @@ SocketLink::Reader::~Reader() {
   --link_->readers_;
 }
 
-bool SelectSocket(platform::SocketHandle handle, int64_t timeoutMs, const platform::Waker* waker,
-                  std::atomic<bool>& connected) {
-  const int result = platform::WaitReadable(handle, timeoutMs, waker);
-  if (result == 1) return true;
-  if (result == 0) return false;
-  const int32_t error = platform::SocketError();
-  const std::string text = platform::ErrorText(error);
-  if (error == platform::kSocketNotASocket) {
-    connected = false;
-    ZEL_LOG_AS("Socket::Select", kError, "connection closed,socket:%d", static_cast<int>(handle));
-  } else {
-    ZEL_LOG_AS("Socket::Select", kError,
-               "something strange happen while waiting for socket in state:%d with error:%s ", result,
-               text.c_str());
+// ---- Writing ----------------------------------------------------------------------------------------------
+
+int32_t SocketLink::writeFrame(std::span<const platform::ConstBytes> pieces) {
+  uint64_t size = 0;
+  for (const auto& piece : pieces) size += piece.size();
+  if (size > kMaxSentFrame) {
+    ZEL_LOG_SOCKET("Socket::write", kError, "frame length: %d  exceeds maximum length for sockets",
+                   static_cast<int>(size));
+    return 0;
   }
-  return false;
+  return write(pieces);
+}
+
+int32_t SocketLink::write(std::span<const platform::ConstBytes> pieces) {
+  size_t total = 0;
+  for (const auto& piece : pieces) total += piece.size();
+  std::array<platform::ConstBytes, platform::kMaxPieces> copy{};
+  std::copy(pieces.begin(), pieces.end(), copy.begin());
+
+  sendTurn_.lock();
+  const auto failed = WriteAll(std::span(copy).first(pieces.size()));
+  sendTurn_.unlock();
+  return failed ? FailWrite(*failed) : static_cast<int32_t>(total);
+}
+
+// Nothing when all has left.
+std::optional<SocketLink::FailedSend> SocketLink::WriteAll(std::span<platform::ConstBytes> pieces) {
+  while (!IsCancelled()) {
+    const int64_t result = platform::Send(handle_, pieces);
+    if (result < 0) {
+      const FailedSend send{result, platform::RuntimeError(), platform::SocketError()};
+      if (MayWriteOn(send)) continue;
+      return send;
+    }
+    Advance(pieces, static_cast<size_t>(result));
+    if (pieces.empty()) return std::nullopt;
+  }
+  return FailedSend{-1};
+}
+
+// True when a failed send may be tried again, after a pause that fits.
+bool SocketLink::MayWriteOn(const FailedSend& send) {
+  if (send.runtimeError == platform::kRuntimeInterrupted) {
+    ZEL_LOG_SOCKET("Socket::write", kTrace, "send error EINTR:result:%d,continue",
+                   static_cast<int>(send.result));
+    return true;
+  }
+  if (send.runtimeError != platform::kRuntimeTryAgain) return false;
+  // As long as the sleep of 1 ms, and shorter when the peer reads sooner.
+  (void)platform::WaitWritable(handle_, 1);
+  ZEL_LOG_SOCKET("Socket::write", kTrace, "send error again: usleep 1ms");
+  return true;
+}
+
+int32_t SocketLink::FailWrite(const FailedSend& send) {
+  if (IsCancelled()) {
+    setConnected(false);
+    SetErrno(ZEL_E_DISCONNECTED);
+    return -1;
+  }
+  ZEL_LOG_SOCKET("Socket::write", kError, "send error %d,%s result:%d break", send.runtimeError,
+                 platform::ErrorText(send.runtimeError).c_str(), static_cast<int>(send.result));
+  if (send.runtimeError == platform::kRuntimeBrokenPipe || IsConnectionEnded(send.socketError)) {
+    SetErrno(ZEL_E_DISCONNECTED);
+    setConnected(false);
+  } else {
+    SetErrno(send.runtimeError);
+  }
+  return -1;
 }
 
 }  // namespace libzel

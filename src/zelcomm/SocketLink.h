@@ -1,8 +1,9 @@
-// One open handle of a socket: its connected flag, its read-ahead, and the loops that read and write it.
+// One open handle of a socket: its connected flag, its waits, the loops that read and write it, and what was read ahead.
 //
 // A link is shared by the threads that use it and closes its handle when the last of them lets go, so a handle is never
 // closed under a call that uses it. A thread that still works on an old link of a reconnected socket cannot disturb the
-// new one. All members may be called from any thread.
+// new one. All members may be called from any thread. Once its token is cancelled, a link waits for nothing, writes
+// nothing, and logs no errors.
 //
 // Time-outs are in ms; negative ones are 0.
 #pragma once
@@ -10,17 +11,23 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 
 #include "platform/Platform.h"
 #include "utils/Mutex.h"
+#include "zelcomm/CancelToken.h"
+#include "zelcomm/FrameDecoder.h"
+#include "zelcomm/ReadAhead.h"
 #include "zelcomm/SpinChoice.h"
 
 namespace libzel {
 
 class SocketLink {
  public:
-  explicit SocketLink(platform::SocketHandle handle) : handle_(handle) {}
+  // `token` may be null: then nothing cancels the link.
+  explicit SocketLink(platform::SocketHandle handle, std::shared_ptr<const CancelToken> token = nullptr)
+      : handle_(handle), token_(std::move(token)) {}
   ~SocketLink();
   SocketLink(const SocketLink&) = delete;
   SocketLink& operator=(const SocketLink&) = delete;
@@ -28,33 +35,34 @@ class SocketLink {
   platform::SocketHandle handle() const { return handle_; }
   bool connected() const { return connected_.load(std::memory_order_acquire); }
   void setConnected(bool connected) { connected_.store(connected, std::memory_order_release); }
+  bool IsCancelled() const { return token_ != nullptr && token_->IsCancelled(); }
+
+  // ---- Waiting
 
   // True when there is something to read (bytes, the peer's close or an error), false on time-out, a wake, or a failed
-  // wait, which is logged.
+  // wait, which is logged. `waker` takes the token's place.
   bool Select(int64_t timeoutMs, const platform::Waker* waker = nullptr);
   // As Select, but looks again and again for a short while before it sleeps, when that has been quicker of late.
   bool SelectEagerly(int64_t timeoutMs);
+  // As Select, of bytes that the system holds, and without a line.
+  bool AwaitBytes(int64_t timeoutMs) const;
+  // True when bytes can be written, or a connect has come to its end, whatever that is.
+  bool AwaitWritable(int64_t timeoutMs) const;
+
+  // ---- Reading
 
   // Reads exactly `size` bytes or until the time-out; gives the bytes read, 0 when the connection ended.
   uint32_t readn(uint8_t* buffer, uint32_t size, int64_t timeoutMs);
   // Reads `size` bytes without a time-out; gives `size`, 0 when the connection ended, else the bytes read before
   // another error (would-block among them) or -1 when there were none.
   int32_t readFull(uint8_t* buffer, int32_t size);
-  // Writes all pieces as one frame that no other thread's frame mixes with. Gives the bytes written, or -1 with the
-  // thread's error number 5 (connection ended) or the runtime's own number. A peer that does not read is waited for.
-  int32_t write(std::span<const platform::ConstBytes> pieces);
 
   // Held by a reader from a frame's header to its end, so that two readers never share out one frame.
   TimedMutex& frameMutex() { return frameMutex_; }
 
-  // True for the first one who asks: of the threads that see the link's end, one tells the application. A link that
-  // was replaced has nothing left to tell.
-  bool TakeEndReport() { return !endReported_.exchange(true); }
-
-  // Takes the next frame if all of it has been read ahead and the caller is the sole reader; else nothing. `frameSize`
-  // tells the size of the frame that begins with the given bytes, 0 when it cannot tell or the frame is not to be taken.
-  // The bytes stay where they are until the caller reads again: only a sole reader reads ahead.
-  std::span<const uint8_t> TakeBuffered(size_t (*frameSize)(std::span<const uint8_t> bytes));
+  // Takes the next frame if all of it has been read ahead, its length is good and the caller is the sole reader. Its
+  // bytes stay where they are until the caller reads again: only a sole reader reads ahead.
+  std::optional<FrameView> TakeWhole(uint32_t longestBody);
 
   // Gives the read-ahead's memory back while it is empty.
   void TrimReadAhead();
@@ -74,34 +82,48 @@ class SocketLink {
     std::shared_ptr<SocketLink> link_;
   };
 
- private:
-  static constexpr size_t kReadAheadSize = size_t{16} * 1024;
+  // ---- Writing
 
+  // Writes all pieces as one frame that no other thread's frame mixes with. Gives the bytes written; 0 for more than
+  // 10485760 bytes, which are refused; or -1 with the thread's error number 5 (connection ended, or cancelled) or the
+  // runtime's own number. A peer that does not read is waited for.
+  int32_t writeFrame(std::span<const platform::ConstBytes> pieces);
+  // The same without a limit.
+  int32_t write(std::span<const platform::ConstBytes> pieces);
+
+  // True for the first one who asks: of the threads that see the link's end, one tells the application. A link that
+  // was replaced has nothing left to tell.
+  bool TakeEndReport() { return !endReported_.exchange(true); }
+
+ private:
   enum class Look { kIfBusy, kAlways };
 
+  const platform::Waker* waker() const { return token_ != nullptr ? &token_->waker() : nullptr; }
   bool HasInput(Look look);
+  bool SelectHandle(int64_t timeoutMs, const platform::Waker* waker);
   int64_t FillReadAhead() ZEL_REQUIRES(receiveMutex_);
   int64_t Receive(uint8_t* buffer, size_t size);
   bool MayReadOn(int64_t received, int64_t remainingMs);
-  bool MayWriteOn(int64_t result);
+  struct FailedSend {
+    int64_t result = 0;
+    int32_t runtimeError = 0;
+    int32_t socketError = 0;
+  };
+  std::optional<FailedSend> WriteAll(std::span<platform::ConstBytes> pieces) ZEL_REQUIRES(sendTurn_);
+  bool MayWriteOn(const FailedSend& send);
+  int32_t FailWrite(const FailedSend& send);
 
   const platform::SocketHandle handle_;
+  const std::shared_ptr<const CancelToken> token_;
   std::atomic<bool> connected_{false};
   std::atomic<bool> endReported_{false};
   SpinChoice spinChoice_;
 
   TimedMutex frameMutex_;
-  Mutex sendMutex_;
+  TimedMutex sendTurn_;
   Mutex receiveMutex_;
   int readers_ ZEL_GUARDED_BY(receiveMutex_) = 0;
-  std::unique_ptr<uint8_t[]> ahead_ ZEL_GUARDED_BY(receiveMutex_);
-  size_t aheadBegin_ ZEL_GUARDED_BY(receiveMutex_) = 0;
-  size_t aheadEnd_ ZEL_GUARDED_BY(receiveMutex_) = 0;
+  ReadAhead ahead_ ZEL_GUARDED_BY(receiveMutex_);
 };
-
-// The readability wait of every socket: true when ready; a time-out, a wake or a failure gives false, the failure with
-// its log line. `connected` is cleared when the handle is not a socket.
-bool SelectSocket(platform::SocketHandle handle, int64_t timeoutMs, const platform::Waker* waker,
-                  std::atomic<bool>& connected);
 
 }  // namespace libzel

@@ -13,25 +13,15 @@ void CZelScan::Close(platform::SocketHandle& socket) {
 
 int32_t CZelScan::start() {
   ZEL_LOG(kInfo, "ZelScan Thread Start");
-  if (thread_.joinable()) return 0;
-  {
-    // The thread's callbacks may stop it, so its body begins only once it is held.
-    const MutexLock holding(threadMutex_);
-    // A fault that passes the thread's entry ends the process. (The entry is not noexcept: a callback's runtime may end
-    // the thread in its own way, by unwinding it.)
-    thread_ = std::thread([this] {
-      { const MutexLock held(threadMutex_); }
-      (void)svc();
-    });
-  }
-  stop_ = false;
+  // A fault that leaves the body ends the process.
+  if (thread_.Start({"zel-scan", [this] { (void)svc(); }, {}})) stop_ = false;
   return 0;
 }
 
 int32_t CZelScan::stop() {
   ZEL_LOG(kInfo, "ZelScan thread stop");
   stop_ = true;
-  if (thread_.joinable()) thread_.join();
+  thread_.Join();
   return 0;
 }
 

@@ -1,16 +1,14 @@
 // The base of the discovery client: the scan thread, its stop flag, and the main multicast socket, which is bound to
 // the discovery port on all local addresses and joined to the group on the default interface.
 //
-// `start` and `stop` run on application threads, not two of them at once; `svc` runs on the scan thread, which also
-// makes the main socket. Neither `stop` nor the destructor closes that socket. Stop before destroying.
+// `start` and `stop` run on application threads; `svc` runs on the scan thread, which also makes the main socket. Neither `stop` nor the destructor closes that socket. Stop before destroying.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
-#include <thread>
 
 #include "platform/Platform.h"
-#include "utils/Mutex.h"
+#include "utils/Thread.h"
 
 namespace libzel {
 
@@ -45,8 +43,7 @@ class CZelScan {
  private:
   std::atomic<bool> stop_{false};
   platform::SocketHandle mainSocket_ = platform::kNoSocket;
-  Mutex threadMutex_;  // held while the thread is made
-  std::thread thread_;
+  Thread thread_;
 };
 
 // The runtime's text for what the last call into the platform failed with.

@@ -33,10 +33,10 @@ class ListeningConnection : public IZelPeerConnection {
   }
   int32_t Publish(const char*, uint32_t, uint32_t, const uint8_t*, uint32_t) override { return 0; }
   int32_t Subscribe(const char* topic, ZelTopicCallback callback, void* user) override {
-    StoreSubscriber(topic, {callback, user});
+    topics().Set(topic, {callback, user});
     return 0;
   }
-  int32_t UnSubscribe(const char* topic) override { return RemoveSubscriber(topic) ? 0 : -1; }
+  int32_t UnSubscribe(const char* topic) override { return topics().Erase(topic) ? 0 : -1; }
   int32_t svc() override { return ++runs; }
 
   std::vector<Bytes> sent;

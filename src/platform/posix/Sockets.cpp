@@ -146,7 +146,9 @@ int WaitReadable(SocketHandle socket, int64_t timeoutMs, const Waker* waker) {
   return Wait(socket, POLLIN, timeoutMs, waker);
 }
 
-int WaitWritable(SocketHandle socket, int64_t timeoutMs) { return Wait(socket, POLLOUT, timeoutMs, nullptr); }
+int WaitWritable(SocketHandle socket, int64_t timeoutMs, const Waker* waker) {
+  return Wait(socket, POLLOUT, timeoutMs, waker);
+}
 
 int WaitReadableSet(std::span<const SocketHandle> sockets, std::span<bool> ready, int64_t timeoutMs) {
   std::array<pollfd, kMaxWatched> watched{};

@@ -196,13 +196,16 @@ int WaitReadable(SocketHandle socket, int64_t timeoutMs, const Waker* waker) {
   return Contains(watched.readable, socket) ? 1 : 0;
 }
 
-int WaitWritable(SocketHandle socket, int64_t timeoutMs) {
+int WaitWritable(SocketHandle socket, int64_t timeoutMs, const Waker* waker) {
   if (socket == kNoSocket) return RefuseNoSocket();
   Watched watched;
   Add(watched.writable, socket);
   // A refused connect shows here and never as writable.
   Add(watched.failed, socket);
-  return OnOne(Wait(watched, timeoutMs));
+  if (waker != nullptr && waker->IsOpen()) Add(watched.readable, waker->handle());
+  const int result = Wait(watched, timeoutMs);
+  if (result <= 0) return OnOne(result);
+  return Contains(watched.writable, socket) || Contains(watched.failed, socket) ? 1 : 0;
 }
 
 int WaitReadableSet(std::span<const SocketHandle> sockets, std::span<bool> ready, int64_t timeoutMs) {

@@ -5,33 +5,15 @@
 
 namespace libzel {
 
-bool CMsgRouter::Insert(const Entry& entry) {
-  const MutexLock lock(mutex_);
-  if (!entries_.emplace(entry.port, entry).second) return false;
-  changes_.fetch_add(1, std::memory_order_release);
-  return true;
-}
-
-// Makes the port's entry the last one.
-bool CMsgRouter::Find(uint16_t port) {
-  if (last_.port == port && lastChanges_ == changes_.load(std::memory_order_acquire)) return true;
-  const MutexLock lock(mutex_);
-  const auto found = entries_.find(port);
-  if (found == entries_.end()) return false;
-  last_ = found->second;
-  lastChanges_ = changes_.load(std::memory_order_relaxed);
-  return true;
-}
-
 int32_t CMsgRouter::addUserMessaggeRouter(uint16_t port, ZelRouterCallback handler, void* user) {
-  if (Insert({false, port, user, handler, nullptr})) return ZEL_OK;
+  if (entries_.Insert(port, {false, port, user, handler, nullptr})) return ZEL_OK;
   ZEL_LOG(kError, "port:%d router is already register...", port);
   SetErrno(ZEL_E_ROUTER);
   return ZEL_E_ROUTER;
 }
 
 int32_t CMsgRouter::addCmpMessageRouter(uint16_t port, ZelCmpRouterCallback handler, void* user) {
-  if (Insert({true, port, user, nullptr, handler})) {
+  if (entries_.Insert(port, {true, port, user, nullptr, handler})) {
     ZEL_LOG(kInfo, "Cmp port:%d router register...", port);
     return ZEL_OK;
   }
@@ -41,13 +23,7 @@ int32_t CMsgRouter::addCmpMessageRouter(uint16_t port, ZelCmpRouterCallback hand
 }
 
 int32_t CMsgRouter::delMessageRouter(uint16_t port) {
-  {
-    const MutexLock lock(mutex_);
-    if (entries_.erase(port) != 0) {
-      changes_.fetch_add(1, std::memory_order_release);
-      return ZEL_OK;
-    }
-  }
+  if (entries_.Erase(port)) return ZEL_OK;
   ZEL_LOG(kError, "port:%d router is not register...", port);
   SetErrno(ZEL_E_ROUTER);
   return ZEL_E_ROUTER;
@@ -55,12 +31,13 @@ int32_t CMsgRouter::delMessageRouter(uint16_t port) {
 
 int32_t CMsgRouter::call(const ZelHeader& header, const uint8_t* body, uint32_t length,
                          IZelPeerConnection* connection) {
-  if (!Find(header.port)) {
+  const auto* const found = entries_.Find(header.port);
+  if (found == nullptr) {
     ZEL_LOG(kError, "port:%d router is not register...", header.port);
     SetErrno(ZEL_E_NO_ROUTER);
     return ZEL_E_NO_ROUTER;
   }
-  const Entry entry = last_;
+  const Entry entry = found->value;  // a handler may change the table, its own entry included
   if (!entry.isComponent) return CallUser(entry, header, body, length);
   if (entry.componentHandler != nullptr)
     entry.componentHandler(&header, body, length, connection, entry.user);

@@ -4,12 +4,10 @@
 // handler runs, so a handler may register and remove ports, its own included.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
-#include <map>
 
 #include "libzel/libzel.h"
-#include "utils/Mutex.h"
+#include "utils/LookupTable.h"
 #include "zelcomm/Frame.h"
 
 namespace libzel {
@@ -42,17 +40,9 @@ class CMsgRouter {
     ZelCmpRouterCallback componentHandler = nullptr;
   };
 
-  bool Insert(const Entry& entry);
-  bool Find(uint16_t port);
   static int32_t CallUser(const Entry& entry, const ZelHeader& header, const uint8_t* body, uint32_t length);
 
-  Mutex mutex_;
-  std::map<uint16_t, Entry> entries_ ZEL_GUARDED_BY(mutex_);
-  std::atomic<uint64_t> changes_{0};
-
-  // The receive thread's own: the entry it used last, good as long as nothing has changed since.
-  Entry last_;
-  uint64_t lastChanges_ = UINT64_MAX;
+  LookupTable<uint16_t, Entry> entries_;
 };
 
 }  // namespace libzel
