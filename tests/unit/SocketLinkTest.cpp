@@ -4,9 +4,12 @@
 
 #include <memory>
 #include <optional>
+#include <thread>
 
+#include "support/CapturedLog.h"
 #include "support/Recorders.h"
 #include "support/ScriptedServer.h"
+#include "zelcomm/ErrorCode.h"
 #include "zelcomm/Socket.h"
 
 namespace libzel {
@@ -89,6 +92,61 @@ TEST_F(SocketLinkTest, EagerWaitTimesOut) {
   EXPECT_FALSE(link->SelectEagerly(100));
   EXPECT_GE(time.Ms(), 95);
   EXPECT_LT(time.AwakeMs(), 3000);
+}
+
+TEST_F(SocketLinkTest, CancelEndsAWait) {
+  std::thread canceller([&] { socket.Cancel(); });
+  const zeltest::ElapsedTime time;
+  while (!link->IsCancelled()) (void)link->Select(10000);
+  EXPECT_LT(time.AwakeMs(), 5000);
+  canceller.join();
+}
+
+TEST_F(SocketLinkTest, CancelEndsAWriteThatThePeerDoesNotRead) {
+  const zeltest::CapturedLog log;
+  std::thread canceller([&] {
+    EXPECT_TRUE(log.Await("TRACE", "send error again: usleep 1ms"));
+    socket.Cancel();
+  });
+  const Bytes much(16 << 20);
+  EXPECT_EQ(socket.write(much.data(), 16 << 20, 0), -1);
+  EXPECT_EQ(GetErrno(), 5);
+  canceller.join();
+  for (const auto& line : log.Lines()) EXPECT_NE(line.level, "ERROR") << line.message;
+}
+
+TEST_F(SocketLinkTest, NothingIsConnectedAgainOnceCancelled) {
+  socket.Cancel();
+  EXPECT_FALSE(socket.isConnected());
+  EXPECT_FALSE(socket.Connect(1000));
+  EXPECT_FALSE(server.IsCalled(20));
+}
+
+TEST_F(SocketLinkTest, CancelEndsAConnectThatNobodyAnswers) {
+  zeltest::ScriptedServer stalled;
+  stalled.Stall();
+  TcpSocket waiting(stalled.host().c_str(), 9999, Socket::kStream, false);
+  const zeltest::CapturedLog log;
+  std::thread canceller([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    waiting.Cancel();
+  });
+  const zeltest::ElapsedTime time;
+  EXPECT_FALSE(waiting.Connect(20000));
+  EXPECT_LT(time.AwakeMs(), 5000);
+  canceller.join();
+  for (const auto& line : log.Lines()) EXPECT_NE(line.level, "ERROR") << line.message;
+}
+
+TEST_F(SocketLinkTest, SoleReaderTakesWholeFramesWhereTheyLie) {
+  const SocketLink::Reader reader(link);
+  const Bytes message = zeltest::Message(0, 600, {7, 8});
+  EXPECT_TRUE(peer.Send(message));
+  EXPECT_TRUE(link->SelectEagerly(1000));
+  const auto frame = link->TakeWhole(100);
+  ASSERT_TRUE(frame);
+  EXPECT_EQ(Bytes(frame->body.begin(), frame->body.end()), (Bytes{7, 8}));
+  EXPECT_FALSE(link->TakeWhole(100));
 }
 
 TEST_F(SocketLinkTest, PiecesAreWrittenAsOneFrame) {

@@ -1,0 +1,98 @@
+#include "utils/Mutex.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "support/Recorders.h"
+
+namespace libzel {
+namespace {
+
+TEST(TimedMutexTest, IsHeldByOne) {
+  TimedMutex mutex;
+  ASSERT_TRUE(mutex.try_lock_for(0));
+  std::thread other([&] { EXPECT_FALSE(mutex.try_lock_for(0)); });
+  other.join();
+  mutex.unlock();
+}
+
+TEST(TimedMutexTest, NegativeTimesOnlyLook) {
+  TimedMutex mutex;
+  ASSERT_TRUE(mutex.try_lock_for(-5));
+  std::thread other([&] { EXPECT_FALSE(mutex.try_lock_for(-5)); });
+  other.join();
+  mutex.unlock();
+}
+
+TEST(TimedMutexTest, IsWaitedForNoLongerThanAsked) {
+  TimedMutex mutex;
+  mutex.lock();
+  std::thread other([&] {
+    const zeltest::ElapsedTime time;
+    EXPECT_FALSE(mutex.try_lock_for(50));
+    EXPECT_GE(time.Ms(), 49);
+    EXPECT_LT(time.AwakeMs(), 3000);
+  });
+  other.join();
+  mutex.unlock();
+}
+
+TEST(TimedMutexTest, IsHandedOnWhenItIsUnlocked) {
+  TimedMutex mutex;
+  mutex.lock();
+  std::thread other([&] {
+    ASSERT_TRUE(mutex.try_lock_for(10000));
+    const AdoptedLock lock(mutex);
+  });
+  mutex.unlock();
+  other.join();
+  ASSERT_TRUE(mutex.try_lock_for(0));
+  mutex.unlock();
+}
+
+TEST(TimedMutexTest, KeepsThreadsApart) {
+  TimedMutex mutex;
+  int count = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&] {
+      for (int k = 0; k < 1000; ++k) {
+        mutex.lock();
+        const AdoptedLock lock(mutex);
+        ++count;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(count, 4000);
+}
+
+TEST(CondVarTest, WakesTheOneThatWaits) {
+  Mutex mutex;
+  CondVar changed;
+  bool isSet = false;
+  std::thread waiter([&] {
+    const MutexLock lock(mutex);
+    while (!isSet) changed.Wait(mutex);
+  });
+  {
+    const MutexLock lock(mutex);
+    isSet = true;
+  }
+  changed.NotifyAll();
+  waiter.join();
+}
+
+TEST(CondVarTest, WaitsNoLongerThanAsked) {
+  Mutex mutex;
+  CondVar changed;
+  const auto end = CondVar::Clock::now() + std::chrono::milliseconds(30);
+  const MutexLock lock(mutex);
+  while (changed.WaitUntil(mutex, end)) {
+  }
+  EXPECT_GE(CondVar::Clock::now(), end);
+}
+
+}  // namespace
+}  // namespace libzel
