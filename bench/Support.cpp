@@ -41,7 +41,7 @@ double Seconds(const std::function<void()>& work) {
 }
 
 double Median(std::vector<double> values) {
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  const auto middle = values.begin() + static_cast<ptrdiff_t>(values.size() / 2);
   std::nth_element(values.begin(), middle, values.end());
   return *middle;
 }

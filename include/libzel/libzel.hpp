@@ -21,8 +21,7 @@
 ///     with zel::SetExceptionHandler, on the callback's thread. Without a handler it ends the process
 ///     (std::terminate). A file transfer whose callback threw is stopped.
 ///  6. Views (zel::Bytes, std::string_view) that a callback is given are valid during the call only.
-#ifndef LIBZEL_LIBZEL_HPP
-#define LIBZEL_LIBZEL_HPP
+#pragma once
 
 #include <libzel/libzel.h>
 #include <libzel/hpp/basics.hpp>
@@ -33,5 +32,3 @@
 
 /// Everything of the C++ header.
 namespace zel {}
-
-#endif  // LIBZEL_LIBZEL_HPP

@@ -20,7 +20,7 @@ void Check(std::span<const uint8_t> datagram, size_t answerSize) {
   if (result != 0) return;
   const auto payload = datagram.subspan(libzel::kZelHeaderSize + libzel::kZoeHeaderSize);
   const size_t copied = std::min(payload.size(), answerSize);
-  if (!std::equal(answer.begin(), answer.begin() + static_cast<std::ptrdiff_t>(copied), payload.begin()))
+  if (!std::equal(answer.begin(), answer.begin() + static_cast<ptrdiff_t>(copied), payload.begin()))
     std::abort();
   if (copied < answerSize && answer[copied] != 0xEE) std::abort();
 }

@@ -32,7 +32,7 @@ void CheckRecord(std::span<const uint8_t> body) {
   std::vector<uint8_t> bytes(libzel::TopicRecordSize(*record));
   const size_t headSize = libzel::TopicRecordHeadSize(*record);
   libzel::WriteTopicRecordHead(bytes.data(), *record);
-  std::copy(record->data.begin(), record->data.end(), bytes.begin() + static_cast<std::ptrdiff_t>(headSize));
+  std::copy(record->data.begin(), record->data.end(), bytes.begin() + static_cast<ptrdiff_t>(headSize));
   libzel::WriteTopicRecordTail(bytes.data() + headSize + record->data.size(), *record);
   const auto again = libzel::ReadTopicRecord(bytes);
   Require(again && again->verb == record->verb && again->topic == record->topic);

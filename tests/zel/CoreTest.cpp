@@ -114,7 +114,7 @@ TEST(ProgressTest, LineFitsItsTerminal) {
   const ProgressState state{"recipe.bin", 0.5, 10.0 * 1024 * 1024, 2};
   EXPECT_EQ(ProgressLine(state, 90),
             "recipe.bin  50% [==============>              ] 5.0 MiB of 10.0 MiB, 2.5 MiB/s, 0:02 left");
-  for (std::size_t columns = 20; columns < 200; ++columns) {
+  for (size_t columns = 20; columns < 200; ++columns) {
     EXPECT_LT(DisplayWidth(ProgressLine(state, columns)), columns);
   }
 }

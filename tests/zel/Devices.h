@@ -1,6 +1,5 @@
 // The devices that the tests' networks have (CMakeLists.txt starts them).
-#ifndef ZEL_TESTS_ZEL_DEVICES_H
-#define ZEL_TESTS_ZEL_DEVICES_H
+#pragma once
 
 // On another host: answers scans and direct requests, echoes on port 600 and most others, answers error 16388
 // on 601, is silent on 602, answers 40 bytes 0, 1, 2, ... on 603; sends 1, 2, 3, ... to port 700; takes files
@@ -15,5 +14,3 @@ constexpr const char* kFullDevice = "127.0.0.4.0.1";
 // Nobody.
 constexpr const char* kAbsentDevice = "127.0.0.9.0.1";
 constexpr const char* kAbsentAddress = "127.0.0.9";
-
-#endif

@@ -5,13 +5,13 @@
 
 namespace {
 
-std::string Content(std::size_t size) {
+std::string Content(size_t size) {
   std::string content(size, '\0');
-  for (std::size_t i = 0; i < size; ++i) content[i] = static_cast<char>(i * 7 + i / 8192);
+  for (size_t i = 0; i < size; ++i) content[i] = static_cast<char>(i * 7 + i / 8192);
   return content;
 }
 
-std::string LocalFile(std::size_t size) {
+std::string LocalFile(size_t size) {
   const std::string path = ScratchFile("local" + std::to_string(size));
   WriteWhole(path, Content(size));
   return path;
@@ -20,7 +20,7 @@ std::string LocalFile(std::size_t size) {
 }  // namespace
 
 TEST(SendTest, FilesOfEverySizeArriveByteForByte) {
-  for (const std::size_t size : {0U, 1U, 8191U, 8192U, 8193U, 16384U, 20000U, 1048576U}) {
+  for (const size_t size : {0U, 1U, 8191U, 8192U, 8193U, 16384U, 20000U, 1048576U}) {
     const std::string name = "remote" + std::to_string(size);
     const ZelResult result = RunZel({"send", kDevice, "710", LocalFile(size), "/data/" + name});
     EXPECT_EQ(result.status, 0) << size << result.errors;

@@ -1,6 +1,5 @@
 // The zel program, run as a user runs it.
-#ifndef ZEL_TESTS_ZEL_ZEL_PROCESS_H
-#define ZEL_TESTS_ZEL_ZEL_PROCESS_H
+#pragma once
 
 #include <memory>
 #include <string>
@@ -53,5 +52,3 @@ ZelResult RunZel(const std::vector<std::string>& arguments, const std::string& i
 
 std::vector<std::string> Lines(const std::string& text);
 bool Contains(const std::string& text, const std::string& part);
-
-#endif

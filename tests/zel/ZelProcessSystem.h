@@ -1,6 +1,5 @@
 // The system's side of ZelProcess. One file for each system implements it.
-#ifndef ZEL_TESTS_ZEL_ZEL_PROCESS_SYSTEM_H
-#define ZEL_TESTS_ZEL_ZEL_PROCESS_SYSTEM_H
+#pragma once
 
 #include <cstdint>
 #include <string>
@@ -20,7 +19,5 @@ struct ZelProcess::System {
   void End();
 
  private:
-  std::intptr_t process_ = 0;
+  intptr_t process_ = 0;
 };
-
-#endif

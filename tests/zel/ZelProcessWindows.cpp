@@ -13,7 +13,7 @@ HANDLE OpenInherited(const std::string& path, DWORD access, DWORD disposition) {
 // As the receiving program takes a command line apart again.
 std::string Quoted(const std::string& argument) {
   std::string out = "\"";
-  std::size_t backslashes = 0;
+  size_t backslashes = 0;
   for (const char character : argument) {
     if (character == '"') out.append(backslashes + 1, '\\');
     backslashes = character == '\\' ? backslashes + 1 : 0;
@@ -22,7 +22,7 @@ std::string Quoted(const std::string& argument) {
   return out.append(backslashes, '\\') + "\"";
 }
 
-HANDLE AsHandle(std::intptr_t process) { return reinterpret_cast<HANDLE>(process); }
+HANDLE AsHandle(intptr_t process) { return reinterpret_cast<HANDLE>(process); }
 
 }  // namespace
 
@@ -40,7 +40,7 @@ ZelProcess::System::System(const std::string& program, const std::vector<std::st
   (void)CreateProcessA(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &start, &info);
   for (HANDLE handle : {start.hStdInput, start.hStdOutput, start.hStdError, info.hThread})
     (void)CloseHandle(handle);
-  process_ = reinterpret_cast<std::intptr_t>(info.hProcess);
+  process_ = reinterpret_cast<intptr_t>(info.hProcess);
 }
 
 ZelProcess::System::~System() { (void)CloseHandle(AsHandle(process_)); }

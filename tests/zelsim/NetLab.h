@@ -1,4 +1,4 @@
-// NetLab.h: private networks for tests that send datagrams. Nothing here ever reaches a network of the
+// Private networks for tests that send datagrams. Nothing here ever reaches a network of the
 // machine.
 #pragma once
 

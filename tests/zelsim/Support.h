@@ -1,4 +1,4 @@
-// Support.h: what the simulator's tests share: requests by hand, a raw client, a running simulator.
+// What the simulator's tests share: requests by hand, a raw client, a running simulator.
 #pragma once
 
 #include <netinet/in.h>

@@ -19,10 +19,10 @@ struct FileCloser {
 
 Bytes ReadAll(std::FILE* file, const std::string& name) {
   Bytes bytes;
-  std::array<std::uint8_t, 65536> part{};
-  std::size_t count = 0;
+  std::array<uint8_t, 65536> part{};
+  size_t count = 0;
   while ((count = std::fread(part.data(), 1, part.size(), file)) > 0) {
-    bytes.insert(bytes.end(), part.begin(), part.begin() + static_cast<std::ptrdiff_t>(count));
+    bytes.insert(bytes.end(), part.begin(), part.begin() + static_cast<ptrdiff_t>(count));
   }
   if (std::ferror(file) != 0) throw UsageFailure("cannot read " + name + ": " + std::strerror(errno));
   return bytes;
@@ -43,14 +43,14 @@ CLI::Option* AddDevice(CLI::App& command, std::string& device) {
       ->type_name("");
 }
 
-CLI::Option* AddNumber(CLI::App& command, const std::string& name, std::uint32_t& value, std::uint32_t limit,
+CLI::Option* AddNumber(CLI::App& command, const std::string& name, uint32_t& value, uint32_t limit,
                        const std::string& description) {
   const auto take = [&value, limit, name](const std::string& text) {
     const auto number = ParseNumber(text, limit);
     if (!number) {
       throw CLI::ValidationError(name, "'" + text + "' is no number from 0 to " + std::to_string(limit));
     }
-    value = static_cast<std::uint32_t>(*number);
+    value = static_cast<uint32_t>(*number);
   };
   return command.add_option_function<std::string>(name, take, description)->type_name("N");
 }

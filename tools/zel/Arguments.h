@@ -1,6 +1,5 @@
 // Arguments that several commands share.
-#ifndef ZEL_TOOLS_ZEL_ARGUMENTS_H
-#define ZEL_TOOLS_ZEL_ARGUMENTS_H
+#pragma once
 
 #include <CLI/CLI.hpp>
 
@@ -12,12 +11,12 @@
 namespace zeltool {
 
 // The time that a device has to tell its identifier.
-constexpr std::int32_t kAskTimeoutMs = 1000;
+constexpr int32_t kAskTimeoutMs = 1000;
 
 CLI::Option* AddDevice(CLI::App& command, std::string& device);
 
 // Takes decimals and, after "0x", hexadecimal numbers up to `limit`.
-CLI::Option* AddNumber(CLI::App& command, const std::string& name, std::uint32_t& value, std::uint32_t limit,
+CLI::Option* AddNumber(CLI::App& command, const std::string& name, uint32_t& value, uint32_t limit,
                        const std::string& description);
 
 // What is sent: TEXT, --hex, --file, or standard input for "-".
@@ -32,5 +31,3 @@ void AddPayload(CLI::App& command, PayloadSource& source);
 Bytes ReadPayload(const PayloadSource& source);
 
 }  // namespace zeltool
-
-#endif

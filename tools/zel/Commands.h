@@ -1,7 +1,6 @@
 // The program's commands. Each function adds one to the command line; what it is to do is left in `task` when
 // the user names it.
-#ifndef ZEL_TOOLS_ZEL_COMMANDS_H
-#define ZEL_TOOLS_ZEL_COMMANDS_H
+#pragma once
 
 #include <CLI/CLI.hpp>
 
@@ -35,5 +34,3 @@ void AddErrors(CLI::App& app, Task& task);
 void AddVersion(CLI::App& app, Task& task);
 
 }  // namespace zeltool
-
-#endif

@@ -9,7 +9,7 @@
 namespace zeltool {
 namespace {
 
-constexpr std::int32_t kConnectTimeoutMs = 1500;
+constexpr int32_t kConnectTimeoutMs = 1500;
 
 }  // namespace
 
@@ -22,7 +22,7 @@ Connection::Connection(const ZelDeviceId& device, Listener listener)
 // The result of a release says nothing, on purpose.
 Connection::~Connection() { (void)libzel_releaseInstance(handle_); }
 
-void Connection::OnEvent(const ZelDeviceId*, void* user, std::int32_t event) {
+void Connection::OnEvent(const ZelDeviceId*, void* user, int32_t event) {
   auto* self = static_cast<Connection*>(user);
   const bool outcome = event == ZEL_EVENT_CONNECTED || event == ZEL_EVENT_FAILED;
   // Written while the constructor runs only; other threads come later.
@@ -35,7 +35,7 @@ void Connection::RequireConnected() const {
   throw LibraryFailure("cannot connect to " + ToText(device_), ZEL_E_DISCONNECTED);
 }
 
-void Connection::Require(std::int32_t result, const char* what) {
+void Connection::Require(int32_t result, const char* what) {
   if (result != ZEL_OK) throw LibraryFailure(what, result);
 }
 

@@ -1,6 +1,5 @@
 // One connection to a device's server.
-#ifndef ZEL_TOOLS_ZEL_CONNECTION_H
-#define ZEL_TOOLS_ZEL_CONNECTION_H
+#pragma once
 
 #include <libzel/libzel.h>
 
@@ -12,7 +11,7 @@ namespace zeltool {
 class Connection {
  public:
   // Hears of every connection event, on the thread that connects or the receive thread.
-  using Listener = std::function<void(std::int32_t event)>;
+  using Listener = std::function<void(int32_t event)>;
 
   // Connects, waiting at most 1.5 s. Whether that succeeded, the listener hears; IsConnected tells too.
   explicit Connection(const ZelDeviceId& device, Listener listener = {});
@@ -25,18 +24,16 @@ class Connection {
   // Throws LibraryFailure when the first connect failed.
   void RequireConnected() const;
   // Throws LibraryFailure when a call's result is not 0. `what` is what could not be done.
-  static void Require(std::int32_t result, const char* what);
+  static void Require(int32_t result, const char* what);
   void StartReceiving() const;
 
  private:
-  static void OnEvent(const ZelDeviceId* device, void* user, std::int32_t event);
+  static void OnEvent(const ZelDeviceId* device, void* user, int32_t event);
 
   ZelDeviceId device_;
   Listener listener_;
-  std::int32_t firstOutcome_ = 0;
+  int32_t firstOutcome_ = 0;
   ZelInstance handle_ = 0;
 };
 
 }  // namespace zeltool
-
-#endif

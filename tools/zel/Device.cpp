@@ -9,14 +9,14 @@ namespace zeltool {
 namespace {
 
 // The numbers of `text` when it is exactly `count` of them, joined by points.
-std::optional<Bytes> ParseNumbers(std::string_view text, std::size_t count) {
+std::optional<Bytes> ParseNumbers(std::string_view text, size_t count) {
   Bytes numbers;
   while (true) {
-    const std::size_t point = text.find('.');
+    const size_t point = text.find('.');
     const std::string_view part = text.substr(0, point);
     const auto number = ParseNumber(part, 255);
     if (!number || part.size() > 3) return std::nullopt;
-    numbers.push_back(static_cast<std::uint8_t>(*number));
+    numbers.push_back(static_cast<uint8_t>(*number));
     if (point == std::string_view::npos) break;
     text.remove_prefix(point + 1);
   }
@@ -30,7 +30,7 @@ std::optional<ZelDeviceId> ParseDeviceId(std::string_view text) {
   const auto numbers = ParseNumbers(text, 6);
   if (!numbers) return std::nullopt;
   ZelDeviceId device{};
-  for (std::size_t i = 0; i < 6; ++i) device.bytes[i] = (*numbers)[i];
+  for (size_t i = 0; i < 6; ++i) device.bytes[i] = (*numbers)[i];
   return device;
 }
 
@@ -38,7 +38,7 @@ bool IsAddress(std::string_view text) { return ParseNumbers(text, 4).has_value()
 
 std::string ToText(const ZelDeviceId& device) {
   std::string text;
-  for (const std::uint8_t byte : device.bytes) text += (text.empty() ? "" : ".") + std::to_string(byte);
+  for (const uint8_t byte : device.bytes) text += (text.empty() ? "" : ".") + std::to_string(byte);
   return text;
 }
 
@@ -58,14 +58,12 @@ std::string CheckAddress(const std::string& text) {
   return "'" + text + "' is no IPv4 address, as in 192.168.1.20";
 }
 
-std::string ErrorText(std::int32_t code) {
-  return "error " + std::to_string(code) + ": " + libzel_strerror(code);
-}
+std::string ErrorText(int32_t code) { return "error " + std::to_string(code) + ": " + libzel_strerror(code); }
 
-ZelDeviceId FindDevice(const std::string& device, std::int32_t timeoutMs) {
+ZelDeviceId FindDevice(const std::string& device, int32_t timeoutMs) {
   if (const auto id = ParseDeviceId(device)) return *id;
   ZelDeviceId id{};
-  const std::int32_t code = libzel_getRemoteZelDeviceId(device.c_str(), timeoutMs, &id);
+  const int32_t code = libzel_getRemoteZelDeviceId(device.c_str(), timeoutMs, &id);
   if (code != ZEL_OK) throw LibraryFailure(device + " does not tell its identifier", code);
   return id;
 }

@@ -1,6 +1,5 @@
 // Devices as the user names them.
-#ifndef ZEL_TOOLS_ZEL_DEVICE_H
-#define ZEL_TOOLS_ZEL_DEVICE_H
+#pragma once
 
 #include <libzel/libzel.h>
 
@@ -23,12 +22,10 @@ std::string CheckDeviceId(const std::string& text);
 std::string CheckAddress(const std::string& text);
 
 // "error 4104: recv message timeout"
-std::string ErrorText(std::int32_t code);
+std::string ErrorText(int32_t code);
 
 // The identifier of a device that is given by its identifier, or by its address: then the device is asked,
 // and LibraryFailure thrown when it does not answer.
-ZelDeviceId FindDevice(const std::string& device, std::int32_t timeoutMs);
+ZelDeviceId FindDevice(const std::string& device, int32_t timeoutMs);
 
 }  // namespace zeltool
-
-#endif

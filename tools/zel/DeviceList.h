@@ -1,6 +1,5 @@
 // The devices that a scan has found, and what became of them.
-#ifndef ZEL_TOOLS_ZEL_DEVICE_LIST_H
-#define ZEL_TOOLS_ZEL_DEVICE_LIST_H
+#pragma once
 
 #include <array>
 #include <chrono>
@@ -36,7 +35,7 @@ class DeviceList {
   DeviceChange Note(const FoundDevice& device, TimePoint now);
   // Those that have not answered for `patience` and were not silent before.
   std::vector<FoundDevice> TakeSilent(TimePoint now, std::chrono::seconds patience);
-  std::size_t Count() const { return devices_.size(); }
+  size_t Count() const { return devices_.size(); }
 
  private:
   struct Entry {
@@ -48,5 +47,3 @@ class DeviceList {
 };
 
 }  // namespace zeltool
-
-#endif

@@ -12,9 +12,9 @@
 namespace zeltool {
 namespace {
 
-constexpr std::int32_t kLastCode = 0x4FFF;
+constexpr int32_t kLastCode = 0x4FFF;
 
-constexpr std::array<std::pair<std::int32_t, const char*>, 23> kNames = {{
+constexpr std::array<std::pair<int32_t, const char*>, 23> kNames = {{
     {ZEL_OK, "ZEL_OK"},
     {ZEL_EVENT_CONNECTED, "ZEL_EVENT_CONNECTED"},
     {ZEL_EVENT_PENDING, "ZEL_EVENT_PENDING"},
@@ -40,21 +40,21 @@ constexpr std::array<std::pair<std::int32_t, const char*>, 23> kNames = {{
     {ZEL_E_FILE_TRANSFER, "ZEL_E_FILE_TRANSFER"},
 }};
 
-std::string NameOf(std::int32_t code) {
+std::string NameOf(int32_t code) {
   for (const auto& [value, name] : kNames) {
     if (value == code) return name;
   }
   return {};
 }
 
-std::string Hexadecimal(std::int32_t code) {
-  const auto bits = static_cast<std::uint32_t>(code);
+std::string Hexadecimal(int32_t code) {
+  const auto bits = static_cast<uint32_t>(code);
   std::array<char, 16> text{};
   (void)std::snprintf(text.data(), text.size(), "0x%04lX", static_cast<unsigned long>(bits));
   return text.data();
 }
 
-void ShowCode(Output& output, std::int32_t code) {
+void ShowCode(Output& output, int32_t code) {
   const std::string name = NameOf(code);
   if (output.IsJson()) {
     Record record;
@@ -69,7 +69,7 @@ void ShowCode(Output& output, std::int32_t code) {
 
 int ShowAll(Output& output) {
   const std::string unknown = libzel_strerror(-1);
-  for (std::int32_t code = 0; code <= kLastCode; ++code) {
+  for (int32_t code = 0; code <= kLastCode; ++code) {
     if (libzel_strerror(code) != unknown) ShowCode(output, code);
   }
   return kDone;
@@ -84,15 +84,15 @@ std::string CheckCode(const std::string& text) {
 int ShowOne(Output& output, const std::string& text) {
   const bool negative = text.starts_with('-');
   const auto number =
-      static_cast<std::uint32_t>(*ParseNumber(std::string_view(text).substr(negative ? 1 : 0), 0xFFFFFFFFU));
-  ShowCode(output, static_cast<std::int32_t>(negative ? 0U - number : number));
+      static_cast<uint32_t>(*ParseNumber(std::string_view(text).substr(negative ? 1 : 0), 0xFFFFFFFFU));
+  ShowCode(output, static_cast<int32_t>(negative ? 0U - number : number));
   return kDone;
 }
 
 int ShowVersion(Context& context) {
-  std::uint32_t major = 0;
-  std::uint32_t minor = 0;
-  std::uint32_t patch = 0;
+  uint32_t major = 0;
+  uint32_t minor = 0;
+  uint32_t patch = 0;
   (void)libzel_version(&major, &minor, &patch);
   const std::string library =
       std::to_string(major) + "." + std::to_string(minor) + "." + std::to_string(patch);

@@ -1,6 +1,5 @@
 // How a command ends.
-#ifndef ZEL_TOOLS_ZEL_FAILURE_H
-#define ZEL_TOOLS_ZEL_FAILURE_H
+#pragma once
 
 #include <cstdint>
 #include <stdexcept>
@@ -19,11 +18,11 @@ constexpr int kInterrupted = 130;
 // a time-out, with kLibraryFailed for all others.
 class LibraryFailure : public std::runtime_error {
  public:
-  LibraryFailure(const std::string& what, std::int32_t code) : std::runtime_error(what), code_(code) {}
-  std::int32_t Code() const { return code_; }
+  LibraryFailure(const std::string& what, int32_t code) : std::runtime_error(what), code_(code) {}
+  int32_t Code() const { return code_; }
 
  private:
-  std::int32_t code_;
+  int32_t code_;
 };
 
 // What was asked for makes no sense, or an input cannot be read: ends the command with kUsage.
@@ -39,5 +38,3 @@ class NothingArrived : public std::runtime_error {
 };
 
 }  // namespace zeltool
-
-#endif

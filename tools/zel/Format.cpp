@@ -28,7 +28,7 @@ std::string Convert(char conversion, const Message& message) {
 }  // namespace
 
 std::string CheckFormat(const std::string& format) {
-  for (std::size_t i = 0; i < format.size(); ++i) {
+  for (size_t i = 0; i < format.size(); ++i) {
     if (format[i] != '%' && format[i] != '\\') continue;
     const std::string_view known = format[i] == '%' ? kConversions : kEscapes;
     if (i + 1 >= format.size() || known.find(format[i + 1]) == std::string_view::npos) {
@@ -41,7 +41,7 @@ std::string CheckFormat(const std::string& format) {
 
 std::string FormatMessage(const std::string& format, const Message& message) {
   std::string out;
-  for (std::size_t i = 0; i < format.size(); ++i) {
+  for (size_t i = 0; i < format.size(); ++i) {
     const bool pair = i + 1 < format.size();
     if (pair && format[i] == '%') {
       out += Convert(format[++i], message);

@@ -1,6 +1,5 @@
 // What one message looks like in a line of the user's own: the --format texts of sub and listen.
-#ifndef ZEL_TOOLS_ZEL_FORMAT_H
-#define ZEL_TOOLS_ZEL_FORMAT_H
+#pragma once
 
 #include <cstdint>
 #include <string>
@@ -12,10 +11,10 @@ namespace zeltool {
 // A publication on a topic, or a message on a port.
 struct Message {
   bool routed = false;
-  std::uint16_t port = 0;
+  uint16_t port = 0;
   std::string topic;
-  std::uint32_t group = 0;
-  std::uint32_t offset = 0;
+  uint32_t group = 0;
+  uint32_t offset = 0;
   Bytes data;
   std::string time;
 };
@@ -33,5 +32,3 @@ std::string FormatMessage(const std::string& format, const Message& message);
 std::string DefaultLine(const Message& message);
 
 }  // namespace zeltool
-
-#endif

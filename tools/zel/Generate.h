@@ -1,6 +1,5 @@
 // The manual page and the shell completion, made from the command line's own definitions.
-#ifndef ZEL_TOOLS_ZEL_GENERATE_H
-#define ZEL_TOOLS_ZEL_GENERATE_H
+#pragma once
 
 #include <CLI/CLI.hpp>
 
@@ -19,5 +18,3 @@ std::string MakeManual(const CLI::App& app);
 std::string MakeCompletion(const CLI::App& app);
 
 }  // namespace zeltool
-
-#endif

@@ -14,7 +14,7 @@ namespace {
 struct IdOptions {
   std::string host;
   std::string identifier;
-  std::int32_t timeoutMs = kAskTimeoutMs;
+  int32_t timeoutMs = kAskTimeoutMs;
 };
 
 void Show(Output& output, const std::string& host, const std::string& identifier) {
@@ -26,7 +26,7 @@ void Show(Output& output, const std::string& host, const std::string& identifier
 
 int ShowLocal(Context& context) {
   ZelDeviceId id{};
-  const std::int32_t code = libzel_getLocalZelDeviceId(&id);
+  const int32_t code = libzel_getLocalZelDeviceId(&id);
   if (code != ZEL_OK) throw LibraryFailure("this machine has no identifier", code);
   Show(context.output, "", ToText(id));
   return kDone;
@@ -38,7 +38,7 @@ int Get(const IdOptions& options, Context& context) {
 }
 
 int Set(const IdOptions& options, Context& context) {
-  const std::int32_t code =
+  const int32_t code =
       libzel_setRemoteZelDeviceId(options.host.c_str(), options.identifier.c_str(), options.timeoutMs);
   if (code != ZEL_OK) throw LibraryFailure(options.host + " does not take the identifier", code);
   if (context.output.IsJson()) {

@@ -8,7 +8,7 @@ namespace {
 // Text that troff shows as it is.
 std::string Escape(const std::string& text) {
   std::string out;
-  for (std::size_t i = 0; i < text.size(); ++i) {
+  for (size_t i = 0; i < text.size(); ++i) {
     const char character = text[i];
     const bool lineStart = i == 0 || text[i - 1] == '\n';
     if (lineStart && (character == '.' || character == '\'')) out += "\\&";

@@ -11,7 +11,7 @@ Record& Record::Text(std::string name, std::string_view value) {
   return *this;
 }
 
-Record& Record::Number(std::string name, std::int64_t value) {
+Record& Record::Number(std::string name, int64_t value) {
   members_.emplace_back(std::move(name), value);
   return *this;
 }
@@ -26,8 +26,8 @@ Record& Record::Flag(std::string name, bool value) {
   return *this;
 }
 
-Record& Record::Payload(std::span<const std::uint8_t> bytes) {
-  Number("length", static_cast<std::int64_t>(bytes.size()));
+Record& Record::Payload(std::span<const uint8_t> bytes) {
+  Number("length", static_cast<int64_t>(bytes.size()));
   return IsText(bytes) ? Text("text", AsText(bytes)) : Text("hex", HexBytes(bytes));
 }
 
@@ -59,7 +59,7 @@ void Output::Object(const Record& record) {
 
 void Output::Status(std::string_view text) {
   if (!live_) return;
-  const std::size_t columns = Size().columns;
+  const size_t columns = Size().columns;
   Write("\r\x1b[K");
   Write(DisplayWidth(text) < columns ? text : text.substr(0, columns - 1));
   (void)std::fflush(stream_);
@@ -72,7 +72,7 @@ void Output::ClearStatus() {
   status_ = false;
 }
 
-void Output::Unwrite(std::size_t lines) {
+void Output::Unwrite(size_t lines) {
   if (!live_ || lines == 0) return;
   ClearStatus();
   Write("\x1b[" + std::to_string(lines) + "A\r\x1b[J");

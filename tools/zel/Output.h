@@ -1,6 +1,5 @@
 // What the program says on standard output: lines for people, or one JSON object a line for programs.
-#ifndef ZEL_TOOLS_ZEL_OUTPUT_H
-#define ZEL_TOOLS_ZEL_OUTPUT_H
+#pragma once
 
 #include <cstdint>
 #include <cstdio>
@@ -18,14 +17,14 @@ namespace zeltool {
 // The members of one JSON object, in their order.
 class Record {
  public:
-  using Value = std::variant<std::string, std::int64_t, double, bool>;
+  using Value = std::variant<std::string, int64_t, double, bool>;
 
   Record& Text(std::string name, std::string_view value);
-  Record& Number(std::string name, std::int64_t value);
+  Record& Number(std::string name, int64_t value);
   Record& Real(std::string name, double value);
   Record& Flag(std::string name, bool value);
   // "length", and the bytes as "text" when they are text, as "hex" when not.
-  Record& Payload(std::span<const std::uint8_t> bytes);
+  Record& Payload(std::span<const uint8_t> bytes);
 
   const std::vector<std::pair<std::string, Value>>& Members() const { return members_; }
 
@@ -55,7 +54,7 @@ class Output {
   void Status(std::string_view text);
   void ClearStatus();
   // Takes the last `lines` lines away, on a terminal only.
-  void Unwrite(std::size_t lines);
+  void Unwrite(size_t lines);
 
   // A remark beside the output, on standard error.
   void Note(std::string_view text);
@@ -71,5 +70,3 @@ class Output {
 };
 
 }  // namespace zeltool
-
-#endif

@@ -111,7 +111,7 @@ void WatchInterrupts(Stopper& stopper) {
   });
 }
 
-void ReportFailure(Output& output, const std::string& what, std::int32_t code) {
+void ReportFailure(Output& output, const std::string& what, int32_t code) {
   if (output.IsJson()) {
     output.Object(Record().Number("error", code).Text("errorText", libzel_strerror(code)).Text("what", what));
   }
@@ -120,7 +120,7 @@ void ReportFailure(Output& output, const std::string& what, std::int32_t code) {
 
 int RunTask(const Task& task, Context& context) try {
   if (!task.usesLibrary) return task.run(context);
-  const std::int32_t started = libzel_init();
+  const int32_t started = libzel_init();
   if (started != 0) throw LibraryFailure("the system's network does not start", started);
   return task.run(context);
 } catch (const LibraryFailure& failure) {

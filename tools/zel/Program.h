@@ -1,6 +1,5 @@
 // The program but for its entry: reads the command line, keeps output and log apart, runs the command.
-#ifndef ZEL_TOOLS_ZEL_PROGRAM_H
-#define ZEL_TOOLS_ZEL_PROGRAM_H
+#pragma once
 
 namespace zeltool {
 
@@ -8,5 +7,3 @@ namespace zeltool {
 int RunProgram(int argc, char** argv);
 
 }  // namespace zeltool
-
-#endif

@@ -7,12 +7,12 @@
 namespace zeltool {
 namespace {
 
-constexpr std::size_t kWidestBar = 40;
-constexpr std::size_t kNarrowestBar = 8;
-constexpr std::size_t kWidestName = 24;
+constexpr size_t kWidestBar = 40;
+constexpr size_t kNarrowestBar = 8;
+constexpr size_t kWidestName = 24;
 
-std::string Bar(double fraction, std::size_t width) {
-  const auto full = static_cast<std::size_t>(fraction * static_cast<double>(width));
+std::string Bar(double fraction, size_t width) {
+  const auto full = static_cast<size_t>(fraction * static_cast<double>(width));
   std::string bar(std::min(full, width), '=');
   if (full < width) bar += '>';
   return PadRight(bar, width);
@@ -40,12 +40,12 @@ double Remaining(const ProgressState& state) {
   return rate > 0 ? state.bytes * (1 - state.fraction) / rate : -1;
 }
 
-std::string ProgressLine(const ProgressState& state, std::size_t columns) {
+std::string ProgressLine(const ProgressState& state, size_t columns) {
   std::string name = Printable(state.name);
   if (DisplayWidth(name) > kWidestName) name = "..." + name.substr(name.size() - kWidestName + 3);
   const std::string head = name + " " + Percent(state.fraction);
   const std::string tail = Tail(state);
-  const std::size_t taken = DisplayWidth(head) + DisplayWidth(tail) + 5;
+  const size_t taken = DisplayWidth(head) + DisplayWidth(tail) + 5;
   if (taken + kNarrowestBar > columns) return (head + " " + tail).substr(0, columns - 1);
   return head + " [" + Bar(state.fraction, std::min(kWidestBar, columns - taken)) + "] " + tail;
 }

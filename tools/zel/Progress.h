@@ -1,7 +1,6 @@
 // How far a transfer is, as one line. Debian has no progress bar library for C++, least of all one that
 // Windows builds could use, so the few characters are put together here.
-#ifndef ZEL_TOOLS_ZEL_PROGRESS_H
-#define ZEL_TOOLS_ZEL_PROGRESS_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -23,8 +22,6 @@ double Remaining(const ProgressState& state);
 
 // "recipe.bin   42% [=======>          ] 4.2 MiB of 10.0 MiB, 2.1 MiB/s, 0:03 left", at most `columns` - 1
 // wide.
-std::string ProgressLine(const ProgressState& state, std::size_t columns);
+std::string ProgressLine(const ProgressState& state, size_t columns);
 
 }  // namespace zeltool
-
-#endif

@@ -15,7 +15,7 @@ namespace zeltool {
 namespace {
 
 // A record is its data, the topic and few bytes more.
-constexpr std::size_t kLongestPublication = 10U * 1024 * 1024 - 128;
+constexpr size_t kLongestPublication = 10U * 1024 * 1024 - 128;
 constexpr double kConfirmSec = 1;
 
 struct PublishOptions {
@@ -23,10 +23,10 @@ struct PublishOptions {
   std::string topic;
   PayloadSource payload;
   bool lines = false;
-  std::uint32_t group = 0;
-  std::uint32_t offset = 0;
-  std::uint32_t count = 1;
-  std::uint32_t intervalMs = 0;
+  uint32_t group = 0;
+  uint32_t offset = 0;
+  uint32_t count = 1;
+  uint32_t intervalMs = 0;
 };
 
 // Reads one line of standard input, without its end. False at the end of the input.
@@ -58,7 +58,7 @@ class Publisher {
 
  private:
   void PublishCounted(const Connection& connection, const Bytes& payload) {
-    for (std::uint32_t i = 0; i < options_.count; ++i) {
+    for (uint32_t i = 0; i < options_.count; ++i) {
       if (i > 0 && context_.stopper.Sleep(options_.intervalMs / 1000.0)) return;
       Publish(connection, payload);
     }
@@ -78,16 +78,15 @@ class Publisher {
     if (payload.size() + options_.topic.size() > kLongestPublication) {
       throw UsageFailure("more than fits into one publication (10 MiB)");
     }
-    const std::int32_t result =
+    const int32_t result =
         libzel_publish(connection.Handle(), options_.group, options_.offset, options_.topic.c_str(),
-                       payload.data(), static_cast<std::uint32_t>(payload.size()));
+                       payload.data(), static_cast<uint32_t>(payload.size()));
     Connection::Require(result, ("cannot publish on " + Printable(options_.topic)).c_str());
     ++published_;
     bytes_ += payload.size();
   }
 
-  static void OnConfirmation(std::uint32_t, std::uint32_t, const char*, const std::uint8_t*, std::uint32_t,
-                             void* user) {
+  static void OnConfirmation(uint32_t, uint32_t, const char*, const uint8_t*, uint32_t, void* user) {
     auto* self = static_cast<Publisher*>(user);
     self->context_.stopper.Update([self] { self->confirmed_ = true; });
   }
@@ -111,8 +110,8 @@ class Publisher {
     if (context_.output.IsJson()) {
       context_.output.Object(Record()
                                  .Text("topic", options_.topic)
-                                 .Number("published", static_cast<std::int64_t>(published_))
-                                 .Number("bytes", static_cast<std::int64_t>(bytes_))
+                                 .Number("published", static_cast<int64_t>(published_))
+                                 .Number("bytes", static_cast<int64_t>(bytes_))
                                  .Flag("confirmed", confirmed_));
     } else if (context_.output.IsLive()) {
       context_.output.Line(Counted(published_, "publication") + " on " + Printable(options_.topic) + ", " +
@@ -122,8 +121,8 @@ class Publisher {
 
   const PublishOptions& options_;
   Context& context_;
-  std::uint64_t published_ = 0;
-  std::uint64_t bytes_ = 0;
+  uint64_t published_ = 0;
+  uint64_t bytes_ = 0;
   bool confirmed_ = false;
 };
 

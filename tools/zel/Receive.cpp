@@ -17,15 +17,15 @@ namespace {
 struct ReceiveOptions {
   std::string device;
   std::vector<std::string> topics;
-  std::vector<std::uint16_t> ports;
-  std::uint32_t count = 0;
+  std::vector<uint16_t> ports;
+  uint32_t count = 0;
   double waitSec = 0;
   std::string format;
 };
 
 // A message, or news of the connection.
 struct Arrival {
-  std::int32_t event = 0;
+  int32_t event = 0;
   Message message;
 };
 
@@ -37,7 +37,7 @@ class Receiver {
   int Run() {
     const ZelDeviceId device = FindDevice(options_.device, kAskTimeoutMs);
     {
-      const Connection connection(device, [this](std::int32_t event) { arrivals_.Put({event, {}}); });
+      const Connection connection(device, [this](int32_t event) { arrivals_.Put({event, {}}); });
       connection.RequireConnected();
       Subscribe(connection);
       connection.StartReceiving();
@@ -50,13 +50,13 @@ class Receiver {
   }
 
  private:
-  static void OnTopic(std::uint32_t group, std::uint32_t offset, const char* topic, const std::uint8_t* data,
-                      std::uint32_t length, void* user) {
+  static void OnTopic(uint32_t group, uint32_t offset, const char* topic, const uint8_t* data,
+                      uint32_t length, void* user) {
     Message message{false, 0, topic, group, offset, Bytes(data, data + length), TimeOfDay()};
     static_cast<Receiver*>(user)->arrivals_.Put({0, std::move(message)});
   }
 
-  static void OnPort(std::uint16_t port, const std::uint8_t* data, std::uint32_t length, void* user) {
+  static void OnPort(uint16_t port, const uint8_t* data, uint32_t length, void* user) {
     Message message{true, port, {}, 0, 0, Bytes(data, data + length), TimeOfDay()};
     static_cast<Receiver*>(user)->arrivals_.Put({0, std::move(message)});
   }
@@ -66,7 +66,7 @@ class Receiver {
     for (const std::string& topic : options_.topics) {
       (void)libzel_subscribe(connection.Handle(), topic.c_str(), OnTopic, this);
     }
-    for (const std::uint16_t port : options_.ports) {
+    for (const uint16_t port : options_.ports) {
       Connection::Require(libzel__registerRouterEvent(connection.Handle(), port, OnPort, this),
                           ("cannot listen on port " + std::to_string(port)).c_str());
     }
@@ -92,7 +92,7 @@ class Receiver {
   }
 
   // The first connect is no news.
-  void Report(std::int32_t event) {
+  void Report(int32_t event) {
     if (event == ZEL_EVENT_DISCONNECTED) context_.output.Note("the connection is lost");
     if (event == ZEL_EVENT_CONNECTED && connected_) context_.output.Note("connected again");
     if (event == ZEL_EVENT_CONNECTED) connected_ = true;
@@ -126,7 +126,7 @@ class Receiver {
   const ReceiveOptions& options_;
   Context& context_;
   Mailbox<Arrival> arrivals_;
-  std::uint64_t received_ = 0;
+  uint64_t received_ = 0;
   bool connected_ = false;
 };
 

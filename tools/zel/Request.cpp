@@ -14,26 +14,26 @@ namespace zeltool {
 namespace {
 
 // More than any answer can have.
-constexpr std::uint32_t kAnswerSize = 10U * 1024 * 1024;
-constexpr std::size_t kPreviewWidth = 60;
+constexpr uint32_t kAnswerSize = 10U * 1024 * 1024;
+constexpr size_t kPreviewWidth = 60;
 
 struct RequestOptions {
   std::string device;
-  std::uint32_t port = 0;
-  std::uint32_t group = 0;
-  std::uint32_t offset = 0;
+  uint32_t port = 0;
+  uint32_t group = 0;
+  uint32_t offset = 0;
   PayloadSource payload;
   std::string show = "auto";
-  std::uint32_t timeoutMs = 1000;
-  std::uint32_t count = 0;
-  std::uint32_t intervalMs = 0;
+  uint32_t timeoutMs = 1000;
+  uint32_t count = 0;
+  uint32_t intervalMs = 0;
   bool summary = false;
 };
 
 // The answer's payload stays valid until the next request.
 struct Answer {
-  std::int32_t error = 0;
-  std::span<const std::uint8_t> payload;
+  int32_t error = 0;
+  std::span<const uint8_t> payload;
   double milliseconds = 0;
 };
 
@@ -61,7 +61,7 @@ class Requester {
   }
 
   int RunSeries(const Connection& connection) {
-    for (std::uint32_t number = 1; number <= options_.count; ++number) {
+    for (uint32_t number = 1; number <= options_.count; ++number) {
       if (number > 1 && context_.stopper.Sleep(options_.intervalMs / 1000.0)) break;
       if (!context_.output.IsGood()) break;
       const Answer answer = Ask(connection);
@@ -81,29 +81,29 @@ class Requester {
   Answer Ask(const Connection& connection) {
     const auto start = Clock::now();
     Answer answer;
-    const std::int32_t sent = libzel_sync_send(
-        connection.Handle(), static_cast<std::uint16_t>(options_.port), options_.group, options_.offset,
-        payload_.data(), static_cast<std::uint32_t>(payload_.size()), options_.timeoutMs);
+    const int32_t sent = libzel_sync_send(connection.Handle(), static_cast<uint16_t>(options_.port),
+                                          options_.group, options_.offset, payload_.data(),
+                                          static_cast<uint32_t>(payload_.size()), options_.timeoutMs);
     if (sent == 0) throw UsageFailure("more than fits into one request (10 MiB)");
     if (sent < 0) {
       answer.error = libzel_get_errno();
       return answer;
     }
-    const std::int32_t received =
+    const int32_t received =
         libzel_sync_recv(connection.Handle(), nullptr, buffer_.data(), kAnswerSize, options_.timeoutMs);
     answer.error = libzel_get_errno();
     answer.milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-    if (received > 0) answer.payload = std::span(buffer_).first(static_cast<std::size_t>(received));
+    if (received > 0) answer.payload = std::span(buffer_).first(static_cast<size_t>(received));
     return answer;
   }
 
-  static std::string Describe(std::int32_t error) {
+  static std::string Describe(int32_t error) {
     if (error == ZEL_E_TIMEOUT) return "no answer";
     if (error == ZEL_E_DISCONNECTED) return "no answer, the connection is lost";
     return "the answer is an error";
   }
 
-  void Show(std::span<const std::uint8_t> payload) {
+  void Show(std::span<const uint8_t> payload) {
     const bool text = options_.show == "text" || (options_.show == "auto" && IsText(payload));
     if (options_.show == "raw") return context_.output.Raw(AsText(payload));
     if (!text) return context_.output.Raw(HexDump(payload));
@@ -116,14 +116,14 @@ class Requester {
     }
   }
 
-  void ShowObject(std::uint32_t number, const Answer& answer) {
+  void ShowObject(uint32_t number, const Answer& answer) {
     Record record;
     record.Number("number", number).Real("milliseconds", answer.milliseconds).Number("error", answer.error);
     if (answer.error != ZEL_OK) record.Text("errorText", libzel_strerror(answer.error));
     context_.output.Object(record.Payload(answer.payload));
   }
 
-  void ShowLine(std::uint32_t number, const Answer& answer) {
+  void ShowLine(uint32_t number, const Answer& answer) {
     if (context_.output.IsJson()) return ShowObject(number, answer);
     const std::string head = PadLeft(std::to_string(number), 5) + "  ";
     if (answer.error != ZEL_OK) return context_.output.Line(head + ErrorText(answer.error));
@@ -154,14 +154,14 @@ class Requester {
                          " ms, maximum " + Fixed(times_.Quantile(1), 3) + " ms");
   }
 
-  std::int64_t Answers() const { return static_cast<std::int64_t>(times_.Count()); }
+  int64_t Answers() const { return static_cast<int64_t>(times_.Count()); }
 
   const RequestOptions& options_;
   Context& context_;
   Bytes payload_;
   Bytes buffer_;
   Statistics times_;
-  std::uint32_t sent_ = 0;
+  uint32_t sent_ = 0;
   bool onlyTimeouts_ = true;
 };
 

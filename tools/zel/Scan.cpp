@@ -23,10 +23,10 @@ struct ScanOptions {
 };
 
 // A field of a record; never read past its end.
-template <std::size_t size>
+template <size_t size>
 std::string FieldText(const char (&field)[size]) {
   const void* end = std::memchr(field, 0, size);
-  return {field, end == nullptr ? size : static_cast<std::size_t>(static_cast<const char*>(end) - field)};
+  return {field, end == nullptr ? size : static_cast<size_t>(static_cast<const char*>(end) - field)};
 }
 
 FoundDevice ToFound(const ZelScanResult& result) {
@@ -81,8 +81,8 @@ class ScanView {
   }
 
  private:
-  static std::size_t Width(Output& output) {
-    constexpr std::size_t kUnlimited = 100000;
+  static size_t Width(Output& output) {
+    constexpr size_t kUnlimited = 100000;
     return output.IsLive() ? output.Size().columns : kUnlimited;
   }
 
@@ -102,14 +102,14 @@ class ScanView {
   }
 
   void AddRow(std::vector<std::string> row) {
-    const std::size_t before = table_.RowCount() == 0 ? 0 : table_.LineCount();
+    const size_t before = table_.RowCount() == 0 ? 0 : table_.LineCount();
     const bool changed = table_.Add(std::move(row));
     // What has left the screen cannot be drawn again.
     const bool again = changed && output_.IsLive() && before + 3 < output_.Size().rows;
     if (before == 0 || again) {
       output_.Unwrite(before);
       output_.Line(table_.Header());
-      for (std::size_t i = 0; i < table_.RowCount(); ++i) output_.Line(table_.Row(i));
+      for (size_t i = 0; i < table_.RowCount(); ++i) output_.Line(table_.Row(i));
     } else {
       output_.Line(table_.Row(table_.RowCount() - 1));
     }

@@ -18,20 +18,20 @@ namespace {
 // An exchange may take a second to send, one to be answered, and the reconnect before it.
 constexpr double kSilenceSec = 6;
 constexpr double kShowEverySec = 0.1;
-constexpr std::size_t kLongestPath = 255;
+constexpr size_t kLongestPath = 255;
 
-enum class TransferState : std::uint8_t { kRegistered = 0, kGoingOn = 1, kFinished = 2, kFailed = 3 };
+enum class TransferState : uint8_t { kRegistered = 0, kGoingOn = 1, kFinished = 2, kFailed = 3 };
 
 struct SendOptions {
   std::string device;
-  std::uint16_t port = 0;
+  uint16_t port = 0;
   std::string file;
   std::string remote;
 };
 
 struct Step {
   double progress = 0;
-  std::int32_t error = 0;
+  int32_t error = 0;
   TransferState state = TransferState::kRegistered;
 };
 
@@ -60,10 +60,10 @@ class Sender {
 
  private:
   // On the main thread when the transfer is registered, then on the library's transfer thread.
-  static std::int32_t OnStep(const ZelDeviceId*, std::uint32_t, float progress, std::uint32_t error,
-                             std::uint8_t state, void* user) {
+  static int32_t OnStep(const ZelDeviceId*, uint32_t, float progress, uint32_t error, uint8_t state,
+                        void* user) {
     auto* self = static_cast<Sender*>(user);
-    self->steps_.Put({progress, static_cast<std::int32_t>(error), static_cast<TransferState>(state)});
+    self->steps_.Put({progress, static_cast<int32_t>(error), static_cast<TransferState>(state)});
     return error != 0 || self->stop_ ? -1 : 0;
   }
 
@@ -107,7 +107,7 @@ class Sender {
   void ShowObject(const char* event) {
     Record record;
     record.Text("event", event).Text("file", options_.file).Text("remote", options_.remote);
-    record.Number("bytes", static_cast<std::int64_t>(progress_.bytes * progress_.fraction + 0.5))
+    record.Number("bytes", static_cast<int64_t>(progress_.bytes * progress_.fraction + 0.5))
         .Real("progress", progress_.fraction)
         .Real("seconds", progress_.seconds)
         .Real("bytesPerSecond", Rate(progress_));

@@ -1,6 +1,5 @@
 // Times of a series of requests.
-#ifndef ZEL_TOOLS_ZEL_STATISTICS_H
-#define ZEL_TOOLS_ZEL_STATISTICS_H
+#pragma once
 
 #include <cstddef>
 #include <vector>
@@ -10,7 +9,7 @@ namespace zeltool {
 class Statistics {
  public:
   void Add(double value) { values_.push_back(value); }
-  std::size_t Count() const { return values_.size(); }
+  size_t Count() const { return values_.size(); }
   // The smallest value that at least `fraction` (0 to 1) of all values do not exceed: 0 gives the minimum, 1
   // the maximum. There must be a value.
   double Quantile(double fraction) const;
@@ -20,5 +19,3 @@ class Statistics {
 };
 
 }  // namespace zeltool
-
-#endif

@@ -1,6 +1,5 @@
 // The wish to end, and what waits for it or for something else, whichever comes first.
-#ifndef ZEL_TOOLS_ZEL_STOPPER_H
-#define ZEL_TOOLS_ZEL_STOPPER_H
+#pragma once
 
 #include <chrono>
 #include <condition_variable>
@@ -94,7 +93,7 @@ class Mailbox {
   }
 
  private:
-  static constexpr std::size_t kCapacity = 4096;
+  static constexpr size_t kCapacity = 4096;
 
   Stopper& stopper_;
   std::deque<T> items_;
@@ -102,5 +101,3 @@ class Mailbox {
 };
 
 }  // namespace zeltool
-
-#endif

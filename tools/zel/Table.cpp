@@ -8,11 +8,11 @@
 namespace zeltool {
 namespace {
 
-constexpr std::size_t kGap = 2;
+constexpr size_t kGap = 2;
 
 }  // namespace
 
-Table::Table(std::vector<TableColumn> columns, std::size_t leading, std::size_t lineWidth)
+Table::Table(std::vector<TableColumn> columns, size_t leading, size_t lineWidth)
     : columns_(std::move(columns)), leading_(leading), lineWidth_(lineWidth) {
   for (TableColumn& column : columns_) column.width = std::max(column.width, DisplayWidth(column.title));
 }
@@ -20,8 +20,8 @@ Table::Table(std::vector<TableColumn> columns, std::size_t leading, std::size_t 
 bool Table::Add(std::vector<std::string> row) {
   row.resize(columns_.size());
   bool changed = false;
-  for (std::size_t i = 0; i < row.size(); ++i) {
-    const std::size_t width = DisplayWidth(row[i]);
+  for (size_t i = 0; i < row.size(); ++i) {
+    const size_t width = DisplayWidth(row[i]);
     if (width <= columns_[i].width) continue;
     columns_[i].width = width;
     changed = true;
@@ -31,21 +31,21 @@ bool Table::Add(std::vector<std::string> row) {
 }
 
 bool Table::IsFolded() const {
-  std::size_t width = 0;
+  size_t width = 0;
   for (const TableColumn& column : columns_) width += column.width + kGap;
   return width - kGap >= lineWidth_;
 }
 
-std::string Table::Cells(const std::vector<std::string>& cells, std::size_t count) const {
+std::string Table::Cells(const std::vector<std::string>& cells, size_t count) const {
   std::string line;
-  for (std::size_t i = 0; i < count; ++i) line += PadRight(cells[i], columns_[i].width + kGap);
+  for (size_t i = 0; i < count; ++i) line += PadRight(cells[i], columns_[i].width + kGap);
   line.erase(line.find_last_not_of(' ') + 1);
   return line;
 }
 
 std::string Table::Details(const std::vector<std::string>& cells) const {
   std::string line;
-  for (std::size_t i = leading_; i < cells.size(); ++i) {
+  for (size_t i = leading_; i < cells.size(); ++i) {
     if (cells[i].empty()) continue;
     line += (line.empty() ? "    " : ", ") + columns_[i].title + " " + cells[i];
   }
@@ -58,18 +58,18 @@ std::string Table::Header() const {
   return Cells(titles, IsFolded() ? leading_ : titles.size());
 }
 
-std::string Table::Row(std::size_t index) const {
+std::string Table::Row(size_t index) const {
   const auto& cells = rows_[index];
   if (!IsFolded()) return Cells(cells, cells.size());
   const std::string details = Details(cells);
   return Cells(cells, leading_) + (details.empty() ? "" : "\n" + details);
 }
 
-std::size_t Table::LineCount() const {
-  std::size_t lines = 1;
-  for (std::size_t i = 0; i < rows_.size(); ++i) {
+size_t Table::LineCount() const {
+  size_t lines = 1;
+  for (size_t i = 0; i < rows_.size(); ++i) {
     const std::string row = Row(i);
-    lines += 1 + static_cast<std::size_t>(std::count(row.begin(), row.end(), '\n'));
+    lines += 1 + static_cast<size_t>(std::count(row.begin(), row.end(), '\n'));
   }
   return lines;
 }

@@ -1,6 +1,5 @@
 // A table that grows by rows while people look at it.
-#ifndef ZEL_TOOLS_ZEL_TABLE_H
-#define ZEL_TOOLS_ZEL_TABLE_H
+#pragma once
 
 #include <cstddef>
 #include <string>
@@ -11,36 +10,34 @@ namespace zeltool {
 struct TableColumn {
   std::string title;
   // Room that is kept from the beginning, so that most rows fit without drawing the table again.
-  std::size_t width = 0;
+  size_t width = 0;
 };
 
 // Lays rows out; knows no terminal. A table too wide for its line gets two lines a row: the first `leading`
 // columns, and below them, indented, the others that are not empty, each behind its title.
 class Table {
  public:
-  Table(std::vector<TableColumn> columns, std::size_t leading, std::size_t lineWidth);
+  Table(std::vector<TableColumn> columns, size_t leading, size_t lineWidth);
 
   // True when what was laid out so far no longer fits: lay everything out again.
   bool Add(std::vector<std::string> row);
 
   std::string Header() const;
   // One line, or two joined by a line feed.
-  std::string Row(std::size_t index) const;
-  std::size_t RowCount() const { return rows_.size(); }
+  std::string Row(size_t index) const;
+  size_t RowCount() const { return rows_.size(); }
   // Lines of header and rows.
-  std::size_t LineCount() const;
+  size_t LineCount() const;
 
  private:
   bool IsFolded() const;
-  std::string Cells(const std::vector<std::string>& cells, std::size_t count) const;
+  std::string Cells(const std::vector<std::string>& cells, size_t count) const;
   std::string Details(const std::vector<std::string>& cells) const;
 
   std::vector<TableColumn> columns_;
-  std::size_t leading_;
-  std::size_t lineWidth_;
+  size_t leading_;
+  size_t lineWidth_;
   std::vector<std::vector<std::string>> rows_;
 };
 
 }  // namespace zeltool
-
-#endif

@@ -11,36 +11,36 @@ namespace {
 
 constexpr char kDigits[] = "0123456789abcdef";
 
-bool IsContinuation(std::uint8_t byte) { return (byte & 0xC0U) == 0x80U; }
+bool IsContinuation(uint8_t byte) { return (byte & 0xC0U) == 0x80U; }
 
 // Bytes of the well-formed UTF-8 character that `bytes` begins with, 0 when there is none.
-std::size_t CharacterLength(std::span<const std::uint8_t> bytes) {
-  const std::uint8_t first = bytes[0];
-  const std::size_t length = first < 0x80 ? 1 : first < 0xC2 ? 0 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+size_t CharacterLength(std::span<const uint8_t> bytes) {
+  const uint8_t first = bytes[0];
+  const size_t length = first < 0x80 ? 1 : first < 0xC2 ? 0 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
   if (length == 0 || first > 0xF4 || bytes.size() < length) return 0;
-  for (std::size_t i = 1; i < length; ++i) {
+  for (size_t i = 1; i < length; ++i) {
     if (!IsContinuation(bytes[i])) return 0;
   }
   if (length < 3) return length;
-  const std::uint8_t second = bytes[1];
+  const uint8_t second = bytes[1];
   const bool wrong = (first == 0xE0 && second < 0xA0) || (first == 0xED && second >= 0xA0) ||
                      (first == 0xF0 && second < 0x90) || (first == 0xF4 && second >= 0x90);
   return wrong ? 0 : length;
 }
 
 // C0, DEL and the two-byte C1 controls, some of which terminals obey.
-bool IsControl(std::span<const std::uint8_t> character) {
+bool IsControl(std::span<const uint8_t> character) {
   if (character.size() == 1) return character[0] < 0x20 || character[0] == 0x7F;
   return character.size() == 2 && character[0] == 0xC2 && character[1] < 0xA0;
 }
 
-void AppendHex(std::string& out, std::uint8_t byte) {
+void AppendHex(std::string& out, uint8_t byte) {
   out += kDigits[byte >> 4U];
   out += kDigits[byte & 15U];
 }
 
-std::span<const std::uint8_t> AsBytes(std::string_view text) {
-  return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+std::span<const uint8_t> AsBytes(std::string_view text) {
+  return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
 }
 
 int DigitValue(char character) {
@@ -50,12 +50,12 @@ int DigitValue(char character) {
   return -1;
 }
 
-std::string DumpLine(std::size_t offset, std::span<const std::uint8_t> bytes) {
+std::string DumpLine(size_t offset, std::span<const uint8_t> bytes) {
   std::array<char, 24> number{};
   (void)std::snprintf(number.data(), number.size(), "%08lx", static_cast<unsigned long>(offset));
   std::string line = number.data();
   std::string characters;
-  for (std::size_t i = 0; i < 16; ++i) {
+  for (size_t i = 0; i < 16; ++i) {
     line += i == 8 ? "  " : " ";
     if (i >= bytes.size()) {
       line += "  ";
@@ -71,13 +71,13 @@ std::string DumpLine(std::size_t offset, std::span<const std::uint8_t> bytes) {
 
 Bytes ToBytes(std::string_view text) { return {text.begin(), text.end()}; }
 
-std::string_view AsText(std::span<const std::uint8_t> bytes) {
+std::string_view AsText(std::span<const uint8_t> bytes) {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-bool IsText(std::span<const std::uint8_t> bytes) {
+bool IsText(std::span<const uint8_t> bytes) {
   while (!bytes.empty()) {
-    const std::size_t length = CharacterLength(bytes);
+    const size_t length = CharacterLength(bytes);
     if (length == 0) return false;
     const bool layout = bytes[0] == '\t' || bytes[0] == '\n' || bytes[0] == '\r';
     if (!layout && IsControl(bytes.first(length))) return false;
@@ -88,12 +88,12 @@ bool IsText(std::span<const std::uint8_t> bytes) {
 
 std::string Printable(std::string_view text) {
   std::string out;
-  std::span<const std::uint8_t> bytes = AsBytes(text);
+  std::span<const uint8_t> bytes = AsBytes(text);
   while (!bytes.empty()) {
-    const std::size_t length = CharacterLength(bytes);
-    const auto character = bytes.first(std::max<std::size_t>(length, 1));
+    const size_t length = CharacterLength(bytes);
+    const auto character = bytes.first(std::max<size_t>(length, 1));
     if (length == 0 || IsControl(character)) {
-      for (const std::uint8_t byte : character) {
+      for (const uint8_t byte : character) {
         out += "\\x";
         AppendHex(out, byte);
       }
@@ -105,19 +105,19 @@ std::string Printable(std::string_view text) {
   return out;
 }
 
-std::size_t DisplayWidth(std::string_view text) {
+size_t DisplayWidth(std::string_view text) {
   const auto bytes = AsBytes(text);
-  return static_cast<std::size_t>(
-      std::count_if(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return !IsContinuation(byte); }));
+  return static_cast<size_t>(
+      std::count_if(bytes.begin(), bytes.end(), [](uint8_t byte) { return !IsContinuation(byte); }));
 }
 
-std::string PadRight(std::string_view text, std::size_t width) {
-  const std::size_t used = DisplayWidth(text);
+std::string PadRight(std::string_view text, size_t width) {
+  const size_t used = DisplayWidth(text);
   return std::string(text) + std::string(width > used ? width - used : 0, ' ');
 }
 
-std::string PadLeft(std::string_view text, std::size_t width) {
-  const std::size_t used = DisplayWidth(text);
+std::string PadLeft(std::string_view text, size_t width) {
+  const size_t used = DisplayWidth(text);
   return std::string(width > used ? width - used : 0, ' ') + std::string(text);
 }
 
@@ -130,7 +130,7 @@ std::string Fixed(double value, int digits) {
 
 std::string ReadableSize(double bytes) {
   static constexpr std::array<const char*, 5> kUnits = {"B", "KiB", "MiB", "GiB", "TiB"};
-  std::size_t unit = 0;
+  size_t unit = 0;
   while (bytes >= 1024 && unit + 1 < kUnits.size()) {
     bytes /= 1024;
     ++unit;
@@ -139,8 +139,8 @@ std::string ReadableSize(double bytes) {
 }
 
 std::string ReadableDuration(double seconds) {
-  const auto total = static_cast<std::uint64_t>(std::ceil(std::max(seconds, 0.0)));
-  const std::uint64_t hours = total / 3600;
+  const auto total = static_cast<uint64_t>(std::ceil(std::max(seconds, 0.0)));
+  const uint64_t hours = total / 3600;
   const std::string minutes = std::to_string(total / 60 % 60);
   const std::string rest = std::to_string(total % 60);
   const std::string tail = ":" + std::string(rest.size() < 2 ? "0" : "") + rest;
@@ -148,30 +148,30 @@ std::string ReadableDuration(double seconds) {
   return std::to_string(hours) + ":" + (minutes.size() < 2 ? "0" : "") + minutes + tail;
 }
 
-std::string Counted(std::uint64_t count, std::string_view thing) {
+std::string Counted(uint64_t count, std::string_view thing) {
   return std::to_string(count) + " " + std::string(thing) + (count == 1 ? "" : "s");
 }
 
-std::string HexBytes(std::span<const std::uint8_t> bytes) {
+std::string HexBytes(std::span<const uint8_t> bytes) {
   std::string out;
-  for (const std::uint8_t byte : bytes) {
+  for (const uint8_t byte : bytes) {
     if (!out.empty()) out += ' ';
     AppendHex(out, byte);
   }
   return out;
 }
 
-std::string HexDump(std::span<const std::uint8_t> bytes) {
+std::string HexDump(std::span<const uint8_t> bytes) {
   std::string out;
-  for (std::size_t offset = 0; offset < bytes.size(); offset += 16) {
-    out += DumpLine(offset, bytes.subspan(offset, std::min<std::size_t>(16, bytes.size() - offset)));
+  for (size_t offset = 0; offset < bytes.size(); offset += 16) {
+    out += DumpLine(offset, bytes.subspan(offset, std::min<size_t>(16, bytes.size() - offset)));
   }
   return out;
 }
 
 std::optional<Bytes> ParseHex(std::string_view text) {
   Bytes out;
-  std::size_t at = 0;
+  size_t at = 0;
   while (at < text.size()) {
     const std::string_view rest = text.substr(at);
     if (rest[0] == ' ' || rest[0] == ':' || rest[0] == '\t' || rest[0] == '\n') {
@@ -183,19 +183,19 @@ std::optional<Bytes> ParseHex(std::string_view text) {
       continue;
     }
     if (rest.size() < 2 || DigitValue(rest[0]) < 0 || DigitValue(rest[1]) < 0) return std::nullopt;
-    out.push_back(static_cast<std::uint8_t>(DigitValue(rest[0]) * 16 + DigitValue(rest[1])));
+    out.push_back(static_cast<uint8_t>(DigitValue(rest[0]) * 16 + DigitValue(rest[1])));
     at += 2;
   }
   return out;
 }
 
-std::optional<std::uint64_t> ParseNumber(std::string_view text, std::uint64_t limit) {
+std::optional<uint64_t> ParseNumber(std::string_view text, uint64_t limit) {
   int base = 10;
   if (text.starts_with("0x") || text.starts_with("0X")) {
     text.remove_prefix(2);
     base = 16;
   }
-  std::uint64_t value = 0;
+  uint64_t value = 0;
   const char* end = text.data() + text.size();
   const auto result = std::from_chars(text.data(), end, value, base);
   if (result.ec != std::errc() || result.ptr != end || value > limit) return std::nullopt;

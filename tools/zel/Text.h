@@ -1,6 +1,5 @@
 // Bytes and numbers as people read and write them. Everything here is a pure function.
-#ifndef ZEL_TOOLS_ZEL_TEXT_H
-#define ZEL_TOOLS_ZEL_TEXT_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -12,22 +11,22 @@
 
 namespace zeltool {
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 
 Bytes ToBytes(std::string_view text);
-std::string_view AsText(std::span<const std::uint8_t> bytes);
+std::string_view AsText(std::span<const uint8_t> bytes);
 
 // True for UTF-8 without control characters other than tab, line feed and carriage return.
-bool IsText(std::span<const std::uint8_t> bytes);
+bool IsText(std::span<const uint8_t> bytes);
 
 // Fit for one line of a terminal: control characters and what is no UTF-8 appear as \xNN, a backslash as it
 // is.
 std::string Printable(std::string_view text);
 
 // Characters, not bytes, of UTF-8.
-std::size_t DisplayWidth(std::string_view text);
-std::string PadRight(std::string_view text, std::size_t width);
-std::string PadLeft(std::string_view text, std::size_t width);
+size_t DisplayWidth(std::string_view text);
+std::string PadRight(std::string_view text, size_t width);
+std::string PadLeft(std::string_view text, size_t width);
 
 std::string Fixed(double value, int digits);
 // "17 B", "1.2 KiB", "3.4 MiB".
@@ -35,18 +34,16 @@ std::string ReadableSize(double bytes);
 // "0:07", "12:30", "1:00:00"; rounded up to whole seconds.
 std::string ReadableDuration(double seconds);
 // "1 device", "2 devices".
-std::string Counted(std::uint64_t count, std::string_view thing);
+std::string Counted(uint64_t count, std::string_view thing);
 
 // "01 ff"
-std::string HexBytes(std::span<const std::uint8_t> bytes);
+std::string HexBytes(std::span<const uint8_t> bytes);
 // Lines of offset, 16 bytes and their ASCII characters, each ended by a line feed.
-std::string HexDump(std::span<const std::uint8_t> bytes);
+std::string HexDump(std::span<const uint8_t> bytes);
 // Pairs of hexadecimal digits; blanks, ":" and a leading "0x" of a pair are skipped. Nothing for anything
 // else.
 std::optional<Bytes> ParseHex(std::string_view text);
 // Decimal, or hexadecimal after "0x"; nothing for anything else, or a number above `limit`.
-std::optional<std::uint64_t> ParseNumber(std::string_view text, std::uint64_t limit);
+std::optional<uint64_t> ParseNumber(std::string_view text, uint64_t limit);
 
 }  // namespace zeltool
-
-#endif

@@ -15,15 +15,15 @@ namespace {
 struct WatchOptions {
   std::string device;
   double seconds = 0;
-  std::uint32_t intervalSec = 2;
+  uint32_t intervalSec = 2;
 };
 
 struct TimedEvent {
-  std::int32_t event = 0;
+  int32_t event = 0;
   std::string time;
 };
 
-std::string Name(std::int32_t event) {
+std::string Name(int32_t event) {
   switch (event) {
     case ZEL_EVENT_CONNECTED: return "connected";
     case ZEL_EVENT_PENDING: return "connecting";
@@ -47,7 +47,7 @@ void Show(Output& output, const ZelDeviceId& device, const TimedEvent& event) {
 int Watch(const WatchOptions& options, Context& context) {
   const ZelDeviceId device = FindDevice(options.device, kAskTimeoutMs);
   Mailbox<TimedEvent> events(context.stopper);
-  const Connection connection(device, [&events](std::int32_t event) { events.Put({event, TimeOfDay()}); });
+  const Connection connection(device, [&events](int32_t event) { events.Put({event, TimeOfDay()}); });
   Connection::Require(libzel_reconnect_delay_set(connection.Handle(), options.intervalSec),
                       "cannot set the interval");
   connection.StartReceiving();

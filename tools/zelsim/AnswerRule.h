@@ -1,4 +1,4 @@
-// AnswerRule.h: what a port answers (--answer PORT=RULE).
+// What a port answers (--answer PORT=RULE).
 #pragma once
 
 #include <map>

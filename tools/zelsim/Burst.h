@@ -1,4 +1,4 @@
-// Burst.h: many topic messages for one subscriber, prepared in blocks (--burst TOPIC=N:SIZE).
+// Many topic messages for one subscriber, prepared in blocks (--burst TOPIC=N:SIZE).
 //
 // Every message carries SIZE bytes of data. When SIZE is 8 or more, its first 8 bytes count the messages from
 // 0, little-endian, so that a receiver can see losses and order; the other bytes are dots.

@@ -1,4 +1,4 @@
-// Bytes.h: numbers to and from bytes by position, in either byte order.
+// Numbers to and from bytes by position, in either byte order.
 //
 // The caller vouches for the room: every function touches exactly the bytes of its number.
 #pragma once

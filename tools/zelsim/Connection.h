@@ -1,4 +1,4 @@
-// Connection.h: one client of the server: reads its frames, sends what it gets, and plays the faults.
+// One client of the server: reads its frames, sends what it gets, and plays the faults.
 //
 // Lives on the event loop's thread. The server owns it by shared_ptr; pending operations keep it alive too.
 // After the host has been told that it is closed, every send is ignored.

@@ -1,4 +1,4 @@
-// DatagramSocket.h: a UDP socket that says where a datagram was sent to, and answers from a chosen address.
+// A UDP socket that says where a datagram was sent to, and answers from a chosen address.
 //
 // Lives on the event loop's thread.
 #pragma once

@@ -1,4 +1,4 @@
-// DatagramTrace.h: how datagrams appear in the trace.
+// How datagrams appear in the trace.
 #pragma once
 
 #include <string_view>

@@ -1,4 +1,4 @@
-// Description.h: the JSON document that a device answers a discovery request with.
+// The JSON document that a device answers a discovery request with.
 #pragma once
 
 #include <nlohmann/json.hpp>

@@ -1,4 +1,4 @@
-// DeviceHost.h: what the fleet's devices share: options and the two responders.
+// What the fleet's devices share: options and the two responders.
 #pragma once
 
 #include <asio/io_context.hpp>

@@ -1,4 +1,4 @@
-// DeviceId.h: the six-byte device identifier and its text of six decimal numbers, "192.168.1.20.0.1".
+// The six-byte device identifier and its text of six decimal numbers, "192.168.1.20.0.1".
 #pragma once
 
 #include <array>

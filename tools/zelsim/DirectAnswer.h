@@ -1,4 +1,4 @@
-// DirectAnswer.h: the answer to a direct request, as the faults make it.
+// The answer to a direct request, as the faults make it.
 //
 // A direct request is one datagram with one whole frame; the answer is one too.
 #pragma once

@@ -1,4 +1,4 @@
-// DirectResponder.h: answers direct requests, one datagram for one, on UDP port 38898.
+// Answers direct requests, one datagram for one, on UDP port 38898.
 //
 // A device with an address of its own on the command line has a socket bound to it; all other devices share
 // one socket, and the address that a request was sent to says which of them is meant. An answer always comes

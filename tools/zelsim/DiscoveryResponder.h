@@ -1,4 +1,4 @@
-// DiscoveryResponder.h: answers the discovery requests of clients for every device of the fleet.
+// Answers the discovery requests of clients for every device of the fleet.
 //
 // A multicast request (type 0) is answered to the address and port that it came from, a broadcast request
 // (type 2) to the address that it came from at port 38897. Every device answers from its own address, all of

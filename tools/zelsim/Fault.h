@@ -1,4 +1,4 @@
-// Fault.h: misbehaviour on demand (--fault [ADDRESS:PORT=]KIND[:ARGUMENT...][@FRAMES][#CONNECTION]).
+// Misbehaviour on demand (--fault [ADDRESS:PORT=]KIND[:ARGUMENT...][@FRAMES][#CONNECTION]).
 //
 // A fault without an address applies to every listener. FRAMES selects received frames of one connection by
 // their number, counted from 1: "3" is the third only, "3+" the third and all later ones, "3-5" a range.

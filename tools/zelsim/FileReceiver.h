@@ -1,4 +1,4 @@
-// FileReceiver.h: all files on their way in, by connection and handle; knows no socket.
+// All files on their way in, by connection and handle; knows no socket.
 //
 // How the end of a file is told: a chunk that is not full says so itself (type 130), and its answer has the
 // last flag. A file of a whole number of full chunks, and an empty file, are followed by an empty message;

@@ -1,4 +1,4 @@
-// FileService.h: the file receiver on its router port (--files DIR, --transfer-port N, --transfer-fault).
+// The file receiver on its router port (--files DIR, --transfer-port N, --transfer-fault).
 //
 // Faults change the answer only: what a message brings is stored all the same. They select messages by their
 // number within the file: 0 is the file information, then come the chunks, and the empty message at the end

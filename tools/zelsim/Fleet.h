@@ -1,4 +1,4 @@
-// Fleet.h: the devices that this process simulates.
+// The devices that this process simulates.
 #pragma once
 
 #include <asio/ip/address_v4.hpp>

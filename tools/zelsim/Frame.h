@@ -1,4 +1,4 @@
-// Frame.h: the message frame as the server sees it.
+// The message frame as the server sees it.
 //
 // Every message is an 8-byte header (little-endian) and a body. A body of version 1 begins with 13 bytes of
 // result, invoke identifier and command (big-endian); a request has 8 more bytes of addressing words

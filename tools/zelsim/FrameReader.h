@@ -1,4 +1,4 @@
-// FrameReader.h: cuts a byte stream into frames; knows no socket.
+// Cuts a byte stream into frames; knows no socket.
 //
 // Use: read into Space(), tell Commit() how much came, then call Next() until it stops giving frames. The
 // buffer grows with what has arrived, never to what a header announces. A frame stays valid until the next

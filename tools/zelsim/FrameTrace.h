@@ -1,4 +1,4 @@
-// FrameTrace.h: how frames appear in the trace.
+// How frames appear in the trace.
 #pragma once
 
 #include "Frame.h"

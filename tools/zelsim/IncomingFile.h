@@ -1,4 +1,4 @@
-// IncomingFile.h: one file on its way in.
+// One file on its way in.
 //
 // The bytes go to a hidden file beside the final one, which appears under its name, whole, when the last byte
 // has been written; an unfinished file is removed. Nothing is opened through a symbolic link.

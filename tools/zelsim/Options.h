@@ -1,4 +1,4 @@
-// Options.h: the command line.
+// The command line.
 #pragma once
 
 #include <iosfwd>

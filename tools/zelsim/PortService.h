@@ -1,4 +1,4 @@
-// PortService.h: something that serves one router port in place of the answer rules.
+// Something that serves one router port in place of the answer rules.
 #pragma once
 
 #include "Connection.h"

@@ -1,4 +1,4 @@
-// SafeName.h: a file name out of what a client sent.
+// A file name out of what a client sent.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// ScanAnswer.h: the discovery datagram: reading requests, building answers as the faults make them.
+// The discovery datagram: reading requests, building answers as the faults make them.
 //
 // 9 bytes in front: type, a reserved word and a time stamp in seconds (both big-endian). A request is exactly
 // these; an answer has the device's JSON document behind them.

@@ -1,4 +1,4 @@
-// Server.h: the TCP side: listeners, connections, topics, answers and ticks.
+// The TCP side: listeners, connections, topics, answers and ticks.
 //
 // Everything happens on the event loop's thread.
 #pragma once

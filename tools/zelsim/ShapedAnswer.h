@@ -1,4 +1,4 @@
-// ShapedAnswer.h: an answer as the faults of its connection make it.
+// An answer as the faults of its connection make it.
 #pragma once
 
 #include <optional>

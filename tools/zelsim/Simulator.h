@@ -1,4 +1,4 @@
-// Simulator.h: the whole simulator behind one start, one run and one stop.
+// The whole simulator behind one start, one run and one stop.
 //
 // Start() and Run() belong to one thread; RequestStop() may be called from any.
 #pragma once

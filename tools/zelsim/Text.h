@@ -1,4 +1,4 @@
-// Text.h: small readers for the texts on the command line. All return nothing for a text that they do not
+// Small readers for the texts on the command line. All return nothing for a text that they do not
 // accept.
 #pragma once
 

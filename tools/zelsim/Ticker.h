@@ -1,4 +1,4 @@
-// Ticker.h: messages on router ports at a fixed interval (--tick PORT=MS[:VERSION]).
+// Messages on router ports at a fixed interval (--tick PORT=MS[:VERSION]).
 #pragma once
 
 #include <asio/io_context.hpp>

@@ -1,4 +1,4 @@
-// TopicRecord.h: the payload of publish, subscribe and unsubscribe requests, and of delivered topic messages.
+// The payload of publish, subscribe and unsubscribe requests, and of delivered topic messages.
 //
 // Three little-endian 64-bit lengths, three NUL-terminated texts, two little-endian 32-bit words. The reader
 // checks every length against what is left, in 64 bits and by subtraction, before it uses it.

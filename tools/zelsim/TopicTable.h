@@ -1,4 +1,4 @@
-// TopicTable.h: which connections have subscribed to which topic.
+// Which connections have subscribed to which topic.
 #pragma once
 
 #include <map>

@@ -1,4 +1,4 @@
-// Trace.h: one line per frame, datagram and event, for people and for test programs.
+// One line per frame, datagram and event, for people and for test programs.
 //
 // A line is a row of key=value pairs separated by one blank, beginning with t= (CLOCK_MONOTONIC in
 // milliseconds, three decimals) and event=. Texts are escaped (see Escape in Text.h), so a value holds no

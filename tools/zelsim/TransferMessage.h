@@ -1,4 +1,4 @@
-// TransferMessage.h: the messages of a file transfer: what a client sends and what a device answers.
+// The messages of a file transfer: what a client sends and what a device answers.
 //
 // Numbers are big-endian. The parsers take the payload of a request and never look outside it.
 #pragma once

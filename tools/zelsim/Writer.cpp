@@ -39,7 +39,7 @@ void Writer::Write(ByteView head, ByteView payload) {
 // A peer that never catches up must not keep what it was sent long ago.
 void Writer::DropSent() {
   if (begin_ < kKeptCapacity || begin_ < buffer_.size() / 2) return;
-  buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(begin_));
+  buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<ptrdiff_t>(begin_));
   begin_ = 0;
 }
 

@@ -1,4 +1,4 @@
-// Writer.h: everything that one connection sends, in order.
+// Everything that one connection sends, in order.
 //
 // Bytes that the socket takes at once are sent at once, with one system call for an answer's two parts; the
 // rest waits in one buffer until the socket is writable again. The owner keeps the writer alive while an

@@ -1,7 +1,6 @@
 /// @file
 /// Results, bytes, and exceptions in callbacks. Included by libzel.hpp.
-#ifndef LIBZEL_HPP_BASICS_HPP
-#define LIBZEL_HPP_BASICS_HPP
+#pragma once
 
 #include <libzel/libzel.h>
 
@@ -192,5 +191,3 @@ inline void SetExceptionHandler(ExceptionHandler handler) {
 }
 
 }  // namespace zel
-
-#endif  // LIBZEL_HPP_BASICS_HPP

@@ -1,7 +1,6 @@
 /// @file
 /// Connections: requests, topics, routed messages. Included by libzel.hpp.
-#ifndef LIBZEL_HPP_CONNECTION_HPP
-#define LIBZEL_HPP_CONNECTION_HPP
+#pragma once
 
 #include <libzel/hpp/device_id.hpp>
 
@@ -273,5 +272,3 @@ class Connection {
 };
 
 }  // namespace zel
-
-#endif  // LIBZEL_HPP_CONNECTION_HPP

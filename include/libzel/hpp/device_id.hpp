@@ -1,7 +1,6 @@
 /// @file
 /// Device identifiers. Included by libzel.hpp.
-#ifndef LIBZEL_HPP_DEVICE_ID_HPP
-#define LIBZEL_HPP_DEVICE_ID_HPP
+#pragma once
 
 #include <libzel/hpp/basics.hpp>
 
@@ -111,5 +110,3 @@ struct hash<zel::DeviceId> {
 };
 
 }  // namespace std
-
-#endif  // LIBZEL_HPP_DEVICE_ID_HPP

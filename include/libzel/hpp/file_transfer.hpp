@@ -1,7 +1,6 @@
 /// @file
 /// Sending files. Included by libzel.hpp.
-#ifndef LIBZEL_HPP_FILE_TRANSFER_HPP
-#define LIBZEL_HPP_FILE_TRANSFER_HPP
+#pragma once
 
 #include <libzel/hpp/device_id.hpp>
 
@@ -190,5 +189,3 @@ inline FileTransfer SendFile(const DeviceId& device, uint16_t port, const std::s
 }
 
 }  // namespace zel
-
-#endif  // LIBZEL_HPP_FILE_TRANSFER_HPP

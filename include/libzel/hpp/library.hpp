@@ -1,7 +1,6 @@
 /// @file
 /// The library, and the devices that it finds. Included by libzel.hpp.
-#ifndef LIBZEL_HPP_LIBRARY_HPP
-#define LIBZEL_HPP_LIBRARY_HPP
+#pragma once
 
 #include <libzel/hpp/device_id.hpp>
 
@@ -145,5 +144,3 @@ class Library {
 };
 
 }  // namespace zel
-
-#endif  // LIBZEL_HPP_LIBRARY_HPP

@@ -1,7 +1,6 @@
 // What the program needs of the system: its streams, its terminal, its signals. One file for each system
 // implements it.
-#ifndef ZEL_TOOLS_ZEL_PLATFORM_CONSOLE_H
-#define ZEL_TOOLS_ZEL_PLATFORM_CONSOLE_H
+#pragma once
 
 #include <cstddef>
 #include <cstdio>
@@ -22,8 +21,8 @@ bool IsTerminal(std::FILE* stream);
 bool IsErrorTerminal();
 
 struct TerminalSize {
-  std::size_t columns = 80;
-  std::size_t rows = 24;
+  size_t columns = 80;
+  size_t rows = 24;
 };
 TerminalSize GetTerminalSize(std::FILE* stream);
 
@@ -43,5 +42,3 @@ unsigned long ProcessNumber();
 std::string TimeOfDay();
 
 }  // namespace zeltool
-
-#endif

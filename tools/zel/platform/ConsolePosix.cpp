@@ -71,7 +71,7 @@ std::string TimeOfDay() {
   tm local{};
   (void)localtime_r(&now.tv_sec, &local);
   char text[32];
-  const std::size_t length = std::strftime(text, sizeof text, "%H:%M:%S", &local);
+  const size_t length = std::strftime(text, sizeof text, "%H:%M:%S", &local);
   (void)std::snprintf(text + length, sizeof text - length, ".%03d", static_cast<int>(now.tv_nsec / 1000000));
   return text;
 }

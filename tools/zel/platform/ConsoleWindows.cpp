@@ -59,8 +59,8 @@ TerminalSize GetTerminalSize(std::FILE* stream) {
   CONSOLE_SCREEN_BUFFER_INFO info{};
   TerminalSize result;
   if (GetConsoleScreenBufferInfo(HandleOf(stream), &info) == 0) return result;
-  result.columns = static_cast<std::size_t>(info.srWindow.Right - info.srWindow.Left + 1);
-  result.rows = static_cast<std::size_t>(info.srWindow.Bottom - info.srWindow.Top + 1);
+  result.columns = static_cast<size_t>(info.srWindow.Right - info.srWindow.Left + 1);
+  result.rows = static_cast<size_t>(info.srWindow.Bottom - info.srWindow.Top + 1);
   return result;
 }
 
