@@ -29,10 +29,10 @@ TEST(Options, HelpNamesEveryOption) {
   std::string text;
   EXPECT_FALSE(test::OptionsFrom({"--help"}, &text));
   for (const char* name :
-       {"--listen",     "--answer",       "--tick",          "--burst",         "--fault",
-        "--spin",       "--trace",        "--device",        "--devices",       "--base",
-        "--interface",  "--no-discovery", "--answer-spread", "--description",   "--frame",
-        "--scan-fault", "--udp-fault",    "--files",         "--transfer-port", "--transfer-fault"}) {
+       {"--listen",        "--answer",         "--tick",    "--burst",      "--fault",     "--spin",
+        "--trace",         "--device",         "--devices", "--base",       "--interface", "--no-discovery",
+        "--answer-spread", "--description",    "--frame",   "--scan-fault", "--udp-fault", "--files",
+        "--transfer-port", "--transfer-fault", "--relay"}) {
     EXPECT_NE(text.find(name), text.npos) << name;
   }
 }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Bytes.h"
+#include "DataSegments.h"
 #include "Simulator.h"
 
 namespace zelsim::test {
@@ -66,6 +67,8 @@ class RawClient {
   End State() const { return end_; }
   // True when nothing arrives for `ms` milliseconds.
   bool StaysSilent(int ms);
+  // How many segments with data have arrived.
+  size_t Segments() const { return DataSegments(socket_); }
 
  private:
   int socket_;

@@ -25,7 +25,8 @@ constexpr const char* kExamples =
     "self=02:00:00:00:00:01\n"
     "  zelsim --listen 127.0.0.1:9999 --files /tmp/in --transfer-fault error:8201@2\n"
     "  zelsim --devices 1000 --base 10.77.1.1 --answer-spread 100\n"
-    "  zelsim --device 1.2.3.4.5.6@127.0.0.2 --no-discovery --udp-fault error:5\n";
+    "  zelsim --device 1.2.3.4.5.6@127.0.0.2 --no-discovery --udp-fault error:5\n"
+    "  zelsim --relay 10.78.0.2:9999=10.77.0.3:9999,delay:5ms:2ms,cut:1\n";
 
 // Options that may be repeated, each with one text that a reader accepts or refuses.
 class TextOptions {
@@ -200,8 +201,8 @@ void Finish(const FleetArguments& fleet, Options& options) {
   }
   devices.discovery = !fleet.noDiscovery;
   devices.answerSpread = std::chrono::milliseconds(fleet.answerSpreadMs);
-  if (options.server.listens.empty() && devices.fleet.Empty()) {
-    throw CLI::RequiredError("--listen, --device or --devices");
+  if (options.server.listens.empty() && devices.fleet.Empty() && options.relays.empty()) {
+    throw CLI::RequiredError("--listen, --device, --devices or --relay");
   }
 }
 
@@ -219,6 +220,12 @@ std::optional<Options> ParseOptions(int argc, const char* const* argv, std::ostr
   AddDeviceOptions(app, texts, options.devices, fleet);
   AddFileOptions(app, options.files);
   AddFaultOptions(texts, options);
+  texts.Add(
+      "--relay", "LISTEN=TARGET[,CONDUCT...]",
+      "Stand between clients and servers: accept at LISTEN and pass the streams on to TARGET, each of the\n"
+      "form A.B.C.D[/BITS]:PORT. CONDUCT: delay:TIME[:JITTER] cut:BYTES[:GAP] silence:BYTES:TIME\n"
+      "drop:BYTES; a time is a number and us, ms or s",
+      Into(options.relays, ParseRelayRule));
   app.add_option("--trace", options.trace, "Write one line per frame and event; - for standard output")
       ->type_name("FILE");
   try {

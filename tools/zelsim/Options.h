@@ -4,9 +4,11 @@
 #include <iosfwd>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "DeviceHost.h"
 #include "FileService.h"
+#include "RelayRule.h"
 #include "Server.h"
 
 namespace zelsim {
@@ -15,6 +17,7 @@ struct Options {
   ServerOptions server;
   DeviceOptions devices;
   FileOptions files;
+  std::vector<RelayRule> relays;
   std::string trace;  // empty for none, "-" for standard output
 };
 

@@ -17,7 +17,8 @@ Simulator::Simulator(const Options& options)
       lastCall_(loop_),
       files_(options_.files, trace_),
       server_(loop_, options_.server, trace_),
-      devices_(loop_, options_.devices, trace_) {
+      devices_(loop_, options_.devices, trace_),
+      relay_(loop_, options_.relays, trace_) {
   if (files_.Wanted()) server_.Serve(files_);
 }
 
@@ -26,7 +27,14 @@ std::string Simulator::Start() {
     return "cannot write the trace to " + options_.trace;
   std::string problem = files_.Open();
   if (problem.empty()) problem = devices_.Open();
-  return problem.empty() ? server_.Listen() : problem;
+  if (problem.empty()) problem = server_.Listen();
+  return problem.empty() ? relay_.Listen() : problem;
+}
+
+std::vector<asio::ip::tcp::endpoint> Simulator::LocalEndpoints() const {
+  auto endpoints = server_.LocalEndpoints();
+  for (const auto& endpoint : relay_.LocalEndpoints()) endpoints.push_back(endpoint);
+  return endpoints;
 }
 
 void Simulator::StopOnSignals() {
@@ -46,6 +54,7 @@ void Simulator::RequestStop() {
 void Simulator::Stop() {
   signals_.cancel();
   devices_.Close();
+  relay_.Stop();
   lastCall_.expires_after(kLastCall);
   lastCall_.async_wait([this](const asio::error_code&) { loop_.stop(); });
   server_.Stop([this] { loop_.stop(); });

@@ -12,6 +12,7 @@
 #include "DeviceHost.h"
 #include "FileService.h"
 #include "Options.h"
+#include "Relay.h"
 #include "Server.h"
 #include "Trace.h"
 
@@ -29,7 +30,8 @@ class Simulator {
   void Run();
   void RequestStop();
 
-  std::vector<asio::ip::tcp::endpoint> LocalEndpoints() const { return server_.LocalEndpoints(); }
+  // The server's, then the relay's.
+  std::vector<asio::ip::tcp::endpoint> LocalEndpoints() const;
 
  private:
   void Stop();
@@ -42,6 +44,7 @@ class Simulator {
   FileService files_;
   Server server_;
   DeviceHost devices_;
+  Relay relay_;
 };
 
 }  // namespace zelsim
