@@ -7,6 +7,14 @@
 #   --hosts N            N hosts on one network: the command's at 10.77.0.1, "device1" at 10.77.0.2 and so on. Default 1.
 #   --second-interface   a second interface for every host, on a second network: 10.77.1.1, 10.77.1.2 and so on.
 #   --local "HOST PREFIX"  makes every address of a prefix, 10.78.0.0/16 say, one of a host's. Repeatable.
+#   --no-default-route   no host has a way out of its networks, as in a plant.
+#   --link "[HOST ]RATE" the link of a host, 0 (the command's own) when none is named, carries no more than a rate as tc
+#                        writes it (10mbit) in each direction, and every host sends segments of their real size.
+#                        Repeatable.
+#   --relay CONDUCT      puts a relay between the command and the servers that its tests play: host 1 answers in place
+#                        of each server, and does to the streams what CONDUCT says as zelsim's --relay takes it
+#                        (delay:5ms,cut:1); "" for nothing. $ZEL_RELAY is where it answers and where the servers are:
+#                        the first two numbers of either's addresses.
 #   --sim "HOST ARGS"    starts the simulator with these arguments (quoted as for a shell) on a host, 0 the command's
 #                        own, before the command. Repeatable. The n-th one's trace is in the file $ZEL_TRACE_n.
 #                        $ZELSIM names the simulator; default: the one of the linux-release build,
@@ -34,13 +42,24 @@ enter() {
   exec unshare "${user[@]}" --net --mount --pid --fork --kill-child --mount-proc -- "$0" --inside "$@"
 }
 
+# The servers that the tests play are on the command's host, at addresses of their own; so are those of the relay.
+add_relay() {
+  export ZEL_RELAY="10.78 10.79"
+  ((hosts >= 2)) || hosts=2
+  locals+=("1 10.78.0.0/16" "0 10.79.0.0/16")
+  sims+=("1 --relay 10.78.0.0/16:9999=10.79.0.0/16:9999${1:+,$1}")
+}
+
 parse() {
-  hosts=1 interfaces=1 wine=no sims=() locals=()
+  hosts=1 interfaces=1 wine=no sims=() locals=() links=() routed=yes
   while [ $# -gt 0 ]; do
     case $1 in
       --hosts) hosts=$2; shift 2 ;;
       --second-interface) interfaces=2; shift ;;
       --local) locals+=("$2"); shift 2 ;;
+      --no-default-route) routed=no; shift ;;
+      --link) links+=("$2"); shift 2 ;;
+      --relay) add_relay "$2"; shift 2 ;;
       --sim) sims+=("$2"); shift 2 ;;
       --wine) wine=yes; shift ;;
       --) shift; break ;;
@@ -100,7 +119,7 @@ add_interface() {
   in_switch ip link set "port$host.$network" master "net$network" up
   in_host "$host" ip addr add "10.77.$network.$((host + 1))/24" brd + dev "eth$network"
   in_host "$host" ip link set "eth$network" up
-  [ "$network" != 0 ] || in_host "$host" ip route add default dev eth0
+  [ "$network" != 0 ] || [ "$routed" = no ] || in_host "$host" ip route add default dev eth0
 }
 
 build_network() {
@@ -116,6 +135,27 @@ build_network() {
       in_host "$host" ip link set lo up
     fi
     for ((network = 0; network < interfaces; ++network)); do add_interface "$host" "$network"; done
+  done
+}
+
+# Without this a host hands over 64 KiB at once, which no cable carries.
+send_real_segments() {
+  local host network
+  for ((host = 0; host < hosts; ++host)); do
+    for ((network = 0; network < interfaces; ++network)); do
+      in_host "$host" ip link set "eth$network" gso_max_segs 1
+    done
+  done
+}
+
+# shape_link "[HOST ]RATE": both ends of the host's cables. What comes too fast waits, and nothing is dropped.
+shape_link() {
+  local rate=${1##* } host=0 network
+  [[ $1 != *" "* ]] || host=${1%% *}
+  local rule=(root tbf rate "$rate" burst 3200 limit 64mb)
+  for ((network = 0; network < interfaces; ++network)); do
+    in_host "$host" tc qdisc add dev "eth$network" "${rule[@]}"
+    in_switch tc qdisc add dev "port$host.$network" "${rule[@]}"
   done
 }
 
@@ -166,6 +206,8 @@ inside() {
   build_network
   local extra
   for extra in "${locals[@]}"; do in_host "${extra%% *}" ip route add local "${extra#* }" dev lo; done
+  [ ${#links[@]} = 0 ] || send_real_segments
+  for extra in "${links[@]}"; do shape_link "$extra"; done
   simPids=()
   local number=0 sim status=0
   for sim in "${sims[@]}"; do start_sim $((++number)) "$sim"; done

@@ -1,5 +1,6 @@
 // A server that a test plays step by step: it does exactly what the test says, and nothing by itself. Every
 // server has a loopback address of its own, which no other server of this process or of one beside it uses.
+// In a lab with a relay (tests/lab/lab.sh) the servers stand behind it.
 // Every wait has a bound; a wait that runs out gives an empty result. Time-outs are in ms.
 #pragma once
 
@@ -60,7 +61,8 @@ class ScriptedServer {
 
  private:
   ZelDeviceId device_{};
-  std::string host_;
+  std::string host_;        // where it is called
+  std::string listenHost_;  // where it is
   TestSocket listener_;
   std::vector<TestSocket> fillers_;
 };
