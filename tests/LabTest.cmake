@@ -1,17 +1,28 @@
 # zel_add_lab_test(NAME name COMMAND program [argument...] [SIM "HOST ARGS"...] [LOCAL "HOST PREFIX"...] [HOSTS n]
-#                  [SECOND_INTERFACE] [TIMEOUT seconds] [EXPECT option...])
+#                  [SECOND_INTERFACE] [NO_DEFAULT_ROUTE] [LINK rate] [RELAY conduct] [TIMEOUT seconds]
+#                  [EXPECT option...] [CONFIGURATIONS name...])
 #
 # Adds a test that runs in a lab of its own (tests/lab/lab.sh says what the options mean), under Wine when the program is
 # one for Windows. `program` may be a target. What the program says and leaves behind is looked at as the options of
-# tests/lab/expect.sh say.
+# tests/lab/expect.sh say. With CONFIGURATIONS it runs only when ctest is told one of them (-C).
 function(zel_add_lab_test)
-  cmake_parse_arguments(PARSE_ARGV 0 LAB "SECOND_INTERFACE" "NAME;HOSTS;TIMEOUT" "COMMAND;SIM;LOCAL;EXPECT")
+  cmake_parse_arguments(PARSE_ARGV 0 LAB "SECOND_INTERFACE;NO_DEFAULT_ROUTE" "NAME;HOSTS;LINK;RELAY;TIMEOUT"
+    "COMMAND;SIM;LOCAL;EXPECT;CONFIGURATIONS")
   set(options)
-  if(LAB_HOSTS)
+  if(DEFINED LAB_HOSTS)
     list(APPEND options --hosts ${LAB_HOSTS})
   endif()
   if(LAB_SECOND_INTERFACE)
     list(APPEND options --second-interface)
+  endif()
+  if(LAB_NO_DEFAULT_ROUTE)
+    list(APPEND options --no-default-route)
+  endif()
+  if(LAB_LINK)
+    list(APPEND options --link ${LAB_LINK})
+  endif()
+  if(DEFINED LAB_RELAY)
+    list(APPEND options --relay "${LAB_RELAY}")
   endif()
   foreach(prefix IN LISTS LAB_LOCAL)
     list(APPEND options --local ${prefix})
@@ -33,7 +44,11 @@ function(zel_add_lab_test)
   if(TARGET ${program})
     set(program $<TARGET_FILE:${program}>)
   endif()
-  add_test(NAME ${LAB_NAME}
+  set(configurations)
+  if(LAB_CONFIGURATIONS)
+    set(configurations CONFIGURATIONS ${LAB_CONFIGURATIONS})
+  endif()
+  add_test(NAME ${LAB_NAME} ${configurations}
     COMMAND ${expect} ${PROJECT_SOURCE_DIR}/tests/lab/lab.sh ${options} -- ${program} ${LAB_COMMAND})
   # A filter that matches nothing is a mistake, not a success.
   set_tests_properties(${LAB_NAME} PROPERTIES TIMEOUT ${LAB_TIMEOUT} FAIL_REGULAR_EXPRESSION "Running 0 tests")

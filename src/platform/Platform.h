@@ -37,6 +37,9 @@ int32_t SocketError();
 // The same error in the runtime's numbering (4 interrupted, 11 try again, 32 broken pipe, else the system's number).
 int32_t RuntimeError();
 
+// True when the calling thread's last socket call failed because no route leads to where it was to go.
+bool IsRouteMissing();
+
 // The runtime's text for a runtime number, its generic unknown-error text where it has none. Allocates.
 std::string ErrorText(int32_t runtimeError);
 
@@ -142,6 +145,9 @@ bool SetReuseAddress(SocketHandle socket, bool on);
 bool SetBroadcast(SocketHandle socket, bool on);
 bool SetMulticastTtl(SocketHandle socket, int32_t hops);
 bool SetMulticastLoop(SocketHandle socket, bool on);
+// Multicasts leave from the interface with this address.
+bool SetMulticastInterface(SocketHandle socket, const char* interfaceIp);
+// On an interface, or on the one that the system's routes name: 0.0.0.0.
 bool JoinMulticastGroup(SocketHandle socket, const char* group, const char* interfaceIp);
 
 // ---- Threads (Threads.cpp) --------------------------------------------------------------------------------

@@ -192,34 +192,14 @@ int32_t CZelScanClient::addBroadcastSocket(const AdapterRecord& adapter) {
 }
 
 int32_t CZelScanClient::joinMutilCastSocket(ScanInterface& interface) {
-  platform::SocketHandle socket = platform::OpenDatagramSocket();
-  if (!platform::SetReuseAddress(socket, true)) {
-    ZEL_LOG(kError, "setsockopt SO_REUSEADDR error,%s", LastErrorText().c_str());
-    Close(socket);
-    return -1;
-  }
-  if (!platform::SetMulticastTtl(socket, kMulticastTtl)) {
-    ZEL_LOG(kError, "setsockopt  IP_MULTICAST_TTL error,%s", LastErrorText().c_str());
-    Close(socket);
-  }
-  if (!platform::SetMulticastLoop(socket, false)) {
-    ZEL_LOG(kError, "setsockopt IP_MULTICAST_LOOP error,%s", LastErrorText().c_str());
-    Close(socket);
-  }
-  if (!platform::Bind(socket, interface.ip.c_str(), 0)) {
-    ZEL_LOG(kError, "ip:%s bind error,%s", interface.ip.c_str(), LastErrorText().c_str());
-    Close(socket);
-    return -1;
-  }
-  if (!platform::JoinMulticastGroup(socket, kMulticastGroup, interface.ip.c_str())) {
-    ZEL_LOG(kError, "setsockopt IP_ADD_MEMBERSHIP error,%s", LastErrorText().c_str());
-    Close(socket);
-    return -1;
-  }
-  platform::RaiseReceiveBuffer(socket, kDiscoveryReceiveBuffer);
+  interface.multicastSocket = OpenMulticastSocket({.function = "CZelScanClient::joinMutilCastSocket",
+                                                   .ip = interface.ip.c_str(),
+                                                   .port = 0,
+                                                   .hearsOwnHost = false,
+                                                   .bindStep = "ip:" + interface.ip + " bind"});
+  if (interface.multicastSocket == platform::kNoSocket) return -1;
   ZEL_LOG(kDebug, "iframe:%s,IP:%s,Join mutil cast Ip:%s,port:%d Success", interface.name.c_str(),
           interface.ip.c_str(), kMulticastGroup, ZEL_MUTILCAST_PORT);
-  interface.multicastSocket = socket;
   return 0;
 }
 

@@ -1,14 +1,73 @@
 #include "zelcomm/ZelScan.h"
 
+#include <source_location>
+
 #include "utils/Log.h"
 
 namespace libzel {
 
+namespace {
+
+constexpr const char* kAnyAddress = "0.0.0.0";
+
+// The runtime's text for what the last call into the platform failed with.
 std::string LastErrorText() { return platform::ErrorText(platform::RuntimeError()); }
 
-void CZelScan::Close(platform::SocketHandle& socket) {
-  if (socket != platform::kNoSocket) platform::CloseSocket(socket);
-  socket = platform::kNoSocket;
+// An isolated network has no default route, so that the system knows no default interface.
+bool JoinOnFirstAdapter(platform::SocketHandle socket) {
+  for (const platform::Adapter& adapter : platform::ListAdapters()) {
+    if (adapter.ip == kAnyAddress) continue;  // has no address
+    return platform::JoinMulticastGroup(socket, kMulticastGroup, adapter.ip.c_str()) &&
+           platform::SetMulticastInterface(socket, adapter.ip.c_str());
+  }
+  return false;
+}
+
+// One opening, step by step, each with its line when it fails.
+class MulticastOpener {
+ public:
+  explicit MulticastOpener(const MulticastOpening& opening)
+      : opening_(opening), socket_(platform::OpenDatagramSocket()) {}
+
+  platform::SocketHandle Open() {
+    if (!platform::SetReuseAddress(socket_, true)) return Fail("setsockopt SO_REUSEADDR");
+    // After a failure of the next two the rest is tried all the same, and fails on the closed socket.
+    if (!platform::SetMulticastTtl(socket_, kMulticastTtl)) (void)Fail("setsockopt  IP_MULTICAST_TTL");
+    if (!platform::SetMulticastLoop(socket_, opening_.hearsOwnHost)) {
+      (void)Fail("setsockopt IP_MULTICAST_LOOP");
+    }
+    if (!platform::Bind(socket_, opening_.ip, opening_.port)) return Fail(opening_.bindStep.c_str());
+    if (!Join()) return Fail("setsockopt IP_ADD_MEMBERSHIP");
+    platform::RaiseReceiveBuffer(socket_, kDiscoveryReceiveBuffer);
+    return socket_;
+  }
+
+ private:
+  bool Join() {
+    if (platform::JoinMulticastGroup(socket_, kMulticastGroup, opening_.ip)) return true;
+    reason_ = LastErrorText();
+    return opening_.ip == std::string_view(kAnyAddress) && platform::IsRouteMissing() &&
+           JoinOnFirstAdapter(socket_);
+  }
+
+  platform::SocketHandle Fail(const char* step,
+                              std::source_location where = std::source_location::current()) {
+    const std::string reason = reason_.empty() ? LastErrorText() : reason_;
+    LogPrint(static_cast<int32_t>(LogLevel::kError), "src\\zelcomm\\ZelScan.cpp", opening_.function,
+             static_cast<int32_t>(where.line()), "%s error,%s", step, reason.c_str());
+    if (socket_ != platform::kNoSocket) platform::CloseSocket(socket_);
+    return socket_ = platform::kNoSocket;
+  }
+
+  const MulticastOpening& opening_;
+  platform::SocketHandle socket_;
+  std::string reason_;  // why the first of two joins failed
+};
+
+}  // namespace
+
+platform::SocketHandle OpenMulticastSocket(const MulticastOpening& opening) {
+  return MulticastOpener(opening).Open();
 }
 
 int32_t CZelScan::start() {
@@ -27,33 +86,13 @@ int32_t CZelScan::stop() {
 
 int32_t CZelScan::initMutilCastSocket() {
   ZEL_LOG(kDebug, "Init Zel Scan start");
-  platform::SocketHandle& socket = mainSocket_;
-  socket = platform::OpenDatagramSocket();
-  if (!platform::SetReuseAddress(socket, true)) {
-    ZEL_LOG(kError, "setsockopt SO_REUSEADDR error,%s", LastErrorText().c_str());
-    Close(socket);
-    return -1;
-  }
-  // After a failure of the next two the rest is tried all the same, and fails on the closed socket.
-  if (!platform::SetMulticastTtl(socket, kMulticastTtl)) {
-    ZEL_LOG(kError, "setsockopt  IP_MULTICAST_TTL error,%s", LastErrorText().c_str());
-    Close(socket);
-  }
-  if (!platform::SetMulticastLoop(socket, true)) {
-    ZEL_LOG(kError, "setsockopt IP_MULTICAST_LOOP error,%s", LastErrorText().c_str());
-    Close(socket);
-  }
-  if (!platform::Bind(socket, "0.0.0.0", ZEL_MUTILCAST_PORT)) {
-    ZEL_LOG(kError, "bind ZEL_MUTILCAST_PORT:%d error,%s", ZEL_MUTILCAST_PORT, LastErrorText().c_str());
-    Close(socket);
-    return -1;
-  }
-  if (!platform::JoinMulticastGroup(socket, kMulticastGroup, "0.0.0.0")) {
-    ZEL_LOG(kError, "setsockopt IP_ADD_MEMBERSHIP error,%s", LastErrorText().c_str());
-    Close(socket);
-    return -1;
-  }
-  platform::RaiseReceiveBuffer(socket, kDiscoveryReceiveBuffer);
+  mainSocket_ =
+      OpenMulticastSocket({.function = "CZelScan::initMutilCastSocket",
+                           .ip = kAnyAddress,
+                           .port = ZEL_MUTILCAST_PORT,
+                           .hearsOwnHost = true,
+                           .bindStep = "bind ZEL_MUTILCAST_PORT:" + std::to_string(ZEL_MUTILCAST_PORT)});
+  if (mainSocket_ == platform::kNoSocket) return -1;
   ZEL_LOG(kDebug, "Init Zel Scan Finish,MutilCast Ip:%s,port:%d", kMulticastGroup, ZEL_MUTILCAST_PORT);
   return 0;
 }

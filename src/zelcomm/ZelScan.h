@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <string>
 
 #include "platform/Platform.h"
 #include "utils/Thread.h"
@@ -37,17 +38,24 @@ class CZelScan {
   bool IsStopped() const { return stop_; }
   platform::SocketHandle mainSocket() const { return mainSocket_; }
 
-  // Closes the socket and forgets its handle, so that whatever still uses it fails.
-  static void Close(platform::SocketHandle& socket);
-
  private:
   std::atomic<bool> stop_{false};
   platform::SocketHandle mainSocket_ = platform::kNoSocket;
   Thread thread_;
 };
 
-// The runtime's text for what the last call into the platform failed with.
-std::string LastErrorText();
+// How one of the discovery's multicast sockets is opened.
+struct MulticastOpening {
+  const char* function;  // in whose name failures are logged
+  const char* ip;        // the local address that it is bound to and joins the group on
+  uint16_t port;         // 0 for any free one
+  bool hearsOwnHost;     // whether what this host sends comes back to it
+  std::string bindStep;  // how the line about a failed bind begins
+};
+
+// A socket that has joined the group, the caller's to close, or kNoSocket with an ERROR line. One on 0.0.0.0 joins, and
+// sends, where the system's routes lead; where they lead nowhere, on the first adapter that has an address.
+platform::SocketHandle OpenMulticastSocket(const MulticastOpening& opening);
 
 // What the discovery sockets' receive buffers are raised to: a fleet may answer in the same instant.
 inline constexpr int32_t kDiscoveryReceiveBuffer = 8 * 1024 * 1024;

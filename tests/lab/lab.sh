@@ -5,6 +5,7 @@
 #   lab.sh [options] [--] COMMAND [ARGUMENT...]
 #
 #   --hosts N            N hosts on one network: the command's at 10.77.0.1, "device1" at 10.77.0.2 and so on. Default 1.
+#                        With 0 the command's has its loopback alone.
 #   --second-interface   a second interface for every host, on a second network: 10.77.1.1, 10.77.1.2 and so on.
 #   --local "HOST PREFIX"  makes every address of a prefix, 10.78.0.0/16 say, one of a host's. Repeatable.
 #   --no-default-route   no host has a way out of its networks, as in a plant.

@@ -23,6 +23,8 @@ int32_t SocketError() {
 
 int32_t RuntimeError() { return errno; }
 
+bool IsRouteMissing() { return errno == ENODEV || errno == ENETUNREACH; }
+
 std::string ErrorText(int32_t runtimeError) {
   char text[256];
   return strerror_r(runtimeError, text, sizeof text);

@@ -72,6 +72,12 @@ bool SetMulticastLoop(SocketHandle socket, bool on) {
   return SetOption<uint8_t>(socket, IPPROTO_IP, IP_MULTICAST_LOOP, on ? 1 : 0);
 }
 
+bool SetMulticastInterface(SocketHandle socket, const char* interfaceIp) {
+  in_addr interfaceAddress{};
+  interfaceAddress.s_addr = inet_addr(interfaceIp);
+  return SetOption(socket, IPPROTO_IP, IP_MULTICAST_IF, interfaceAddress);
+}
+
 bool JoinMulticastGroup(SocketHandle socket, const char* group, const char* interfaceIp) {
   ip_mreq request{};
   request.imr_multiaddr.s_addr = inet_addr(group);

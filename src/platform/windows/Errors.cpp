@@ -22,6 +22,12 @@ int32_t SocketError() { return WSAGetLastError(); }
 
 int32_t RuntimeError() { return RuntimeNumber(WSAGetLastError()); }
 
+// A join tells it by the first two, or by the third under Wine.
+bool IsRouteMissing() {
+  const int error = WSAGetLastError();
+  return error == WSAENETUNREACH || error == WSAEADDRNOTAVAIL || error == WSAEINVAL;
+}
+
 // The runtime keeps the text per thread.
 std::string ErrorText(int32_t runtimeError) { return std::strerror(runtimeError); }
 

@@ -70,6 +70,12 @@ bool SetMulticastLoop(SocketHandle socket, bool on) {
   return SetSwitch(socket, IPPROTO_IP, IP_MULTICAST_LOOP, on);
 }
 
+bool SetMulticastInterface(SocketHandle socket, const char* interfaceIp) {
+  in_addr interfaceAddress{};
+  interfaceAddress.s_addr = inet_addr(interfaceIp);
+  return SetOption(socket, IPPROTO_IP, IP_MULTICAST_IF, interfaceAddress);
+}
+
 bool JoinMulticastGroup(SocketHandle socket, const char* group, const char* interfaceIp) {
   ip_mreq request{};
   request.imr_multiaddr.s_addr = inet_addr(group);
