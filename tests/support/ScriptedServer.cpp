@@ -63,6 +63,8 @@ ZelDeviceId DeviceWithoutServer() {
            0, 1}};
 }
 
+ZelDeviceId UnreachableDevice(int number) { return {{10, 77, 0, static_cast<uint8_t>(100 + number), 0, 1}}; }
+
 // ---- Peer -------------------------------------------------------------------------------------------------
 
 Bytes Peer::Read(size_t size, int timeoutMs) {
