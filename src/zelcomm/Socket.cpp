@@ -153,27 +153,37 @@ TcpSocket::~TcpSocket() { ShutdownBothWays(link()); }
 bool TcpSocket::Connect(int64_t timeoutMs) {
   if (IsCancelled()) return false;
   auto current = link();
-  // A link that the peer ended while nobody looked is down as well.
-  const auto isDown = [&] { return !current->connected() || platform::HasPeerEnded(current->handle()); };
-  if (current->handle() == platform::kNoSocket || (tried_ && isDown())) {
-    current = SetLink(platform::OpenStreamSocket());
+  bool isUp = IsUp(*current);
+  if (isUp && current->AwaitWritable(timeoutMs)) {
+    isUp = platform::TakePendingError(current->handle()) == 0;  // it may have been lost at this moment
+    if (isUp) return CompleteConnect(*current);
   }
-  tried_ = true;
-  (void)platform::SetNonBlocking(current->handle());
-  if (FinishConnect(*current, timeoutMs) && MarkConnected(*current)) {
-    ZEL_LOG(kInfo, "TcpSocket connect Success");
-    setOptions();
-    return true;
+  if (!isUp) {
+    if (current->handle() == platform::kNoSocket || tried_) current = SetLink(platform::OpenStreamSocket());
+    tried_ = true;
+    (void)platform::SetNonBlocking(current->handle());
+    if (FinishConnect(*current, timeoutMs) && CompleteConnect(*current)) return true;
   }
   Shutdown();
   return false;
 }
 
+// A link that the peer ended while nobody looked is down as well.
+bool TcpSocket::IsUp(const SocketLink& link) {
+  return tried_ && link.connected() && !platform::HasPeerEnded(link.handle());
+}
+
+bool TcpSocket::CompleteConnect(SocketLink& link) {
+  if (!MarkConnected(link)) return false;
+  ZEL_LOG_AS("TcpSocket::Connect", kInfo, "TcpSocket connect Success");
+  setOptions();
+  return true;
+}
+
 // Everything between the start of a connect and its outcome.
 bool TcpSocket::FinishConnect(SocketLink& link, int64_t timeoutMs) {
   const auto start = platform::StartConnect(link.handle(), host().c_str(), port());
-  // On a link that is up already some systems say so and some report success; both go on.
-  if (start == platform::ConnectResult::kConnected && !link.connected()) return false;
+  if (start == platform::ConnectResult::kConnected) return false;
   int32_t error = start == platform::ConnectResult::kFailed ? platform::RuntimeError() : 0;
   if (error == 0) {
     if (!link.AwaitWritable(timeoutMs)) return false;

@@ -92,7 +92,9 @@ class TcpSocket : public Socket {
   void setOptions() override;
 
  private:
+  bool IsUp(const SocketLink& link);
   bool FinishConnect(SocketLink& link, int64_t timeoutMs);
+  bool CompleteConnect(SocketLink& link);
   void setLinger();
   bool setKeepAlive();
   void setNoDealy();

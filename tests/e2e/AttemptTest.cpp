@@ -42,6 +42,13 @@ class AttemptTest : public testing::Test {
     return when;
   }
 
+  static std::chrono::steady_clock::time_point FirstOf(const EventRecorder& events, std::thread::id thread) {
+    for (const SeenEvent& seen : events.All()) {
+      if (seen.thread == thread) return seen.when;
+    }
+    return {};
+  }
+
   const Deadline deadline{100};
   const CapturedLog log;
 };
@@ -128,11 +135,17 @@ TEST_F(AttemptTest, ARequestBesideAnAttemptThatFailsMakesItsOwn) {
   EXPECT_EQ(Of(seen.instance.events, seen.secondThread), (Events{2, 6}));
 }
 
+// The second thread may be the first to connect, as nobody sees when a connect begins: then it has not waited.
 TEST_F(AttemptTest, ARequestsOwnAttemptHasItsFullTime) {
-  const AfterAFailure seen(1000);
-  const auto between =
-      LastOf(seen.instance.events, seen.secondThread) - LastOf(seen.instance.events, seen.firstThread);
-  EXPECT_GE(std::chrono::duration_cast<std::chrono::milliseconds>(between).count(), 990);
+  int64_t longestMs = 0;
+  for (int round = 0; round < 8 && longestMs < 1290; ++round) {
+    const AfterAFailure seen(1000);
+    const auto sinceTheFirstBegan =
+        LastOf(seen.instance.events, seen.secondThread) - FirstOf(seen.instance.events, seen.firstThread);
+    longestMs = std::chrono::duration_cast<std::chrono::milliseconds>(sinceTheFirstBegan).count();
+    EXPECT_GE(longestMs, 990);
+  }
+  EXPECT_GE(longestMs, 1290);
 }
 
 TEST_F(AttemptTest, AShortRequestMakesItsOwnAttemptToo) {
