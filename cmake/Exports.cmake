@@ -1,6 +1,17 @@
-# Makes the linker's two export lists (a version script and a .def file) from cmake/exports.txt.
-file(STRINGS ${PROJECT_SOURCE_DIR}/cmake/exports.txt ZEL_EXPORTS)
+# Makes the linker's two export lists (a version script and a .def file) from cmake/exports.txt. Sets ZEL_EXPORTS (all
+# names), ZEL_EXPORT_NODES, and for each node ZEL_EXPORTS_<node> (its names) and ZEL_SINCE_<node> (its release).
+file(STRINGS ${PROJECT_SOURCE_DIR}/cmake/exports.txt lines REGEX "^[^#]")
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.txt)
+foreach(line IN LISTS lines)
+  if(line MATCHES "^node (.+) since (.+)$")
+    set(node ${CMAKE_MATCH_1})
+    set(ZEL_SINCE_${node} ${CMAKE_MATCH_2})
+    list(APPEND ZEL_EXPORT_NODES ${node})
+  else()
+    list(APPEND ZEL_EXPORTS ${line})
+    list(APPEND ZEL_EXPORTS_${node} ${line})
+  endif()
+endforeach()
 
 function(zel_limit_exports target)
   if(WIN32)
@@ -9,10 +20,15 @@ function(zel_limit_exports target)
     file(CONFIGURE OUTPUT ${def} CONTENT "LIBRARY libzel.dll\nEXPORTS\n  @names@\n" @ONLY)
     target_sources(${target} PRIVATE ${def})
   else()
-    list(JOIN ZEL_EXPORTS ";\n    " names)
+    set(script)
+    set(others "  local:\n    *;\n")
+    foreach(node IN LISTS ZEL_EXPORT_NODES)
+      list(JOIN ZEL_EXPORTS_${node} ";\n    " names)
+      string(APPEND script "${node} {\n  global:\n    ${names};\n${others}};\n")
+      set(others)
+    endforeach()
     set(map ${CMAKE_CURRENT_BINARY_DIR}/libzel.map)
-    # Programs are linked to the version's name: it stays when ours goes up. New names get a node of their own.
-    file(CONFIGURE OUTPUT ${map} CONTENT "LIBZEL_0.2 {\n  global:\n    @names@;\n  local:\n    *;\n};\n" @ONLY)
+    file(CONFIGURE OUTPUT ${map} CONTENT "@script@" @ONLY)
     target_link_options(${target} PRIVATE -Wl,--version-script=${map} -Wl,-z,nodelete)
     # The sanitizers' own functions come from the program.
     if(NOT ZEL_SANITIZE)

@@ -111,12 +111,15 @@ set(CPACK_DEBIAN_LIBZEL-TOOLS_PACKAGE_SUGGESTS "bash-completion, tshark | wiresh
 set(CPACK_DEBIAN_PYTHON3-LIBZEL_PACKAGE_DEPENDS "libzel0 (>= ${PROJECT_VERSION}), python3:any (>= 3.9)")
 set(CPACK_DEBIAN_PYTHON3-LIBZEL_PACKAGE_ARCHITECTURE all)
 
-list(TRANSFORM ZEL_EXPORTS REPLACE "(.+)" " \\1@LIBZEL_0.2 0.2.3" OUTPUT_VARIABLE symbols)
+foreach(node IN LISTS ZEL_EXPORT_NODES)
+  set(since ${ZEL_SINCE_${node}})
+  list(TRANSFORM ZEL_EXPORTS_${node} REPLACE "(.+)" " \\1@${node} ${since}" OUTPUT_VARIABLE names)
+  list(APPEND symbols " ${node}@${node} ${since}" ${names})
+endforeach()
 list(SORT symbols)
 list(JOIN symbols "\n" symbols)
-file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/symbols
-  "libzel.so.0 libzel0 #MINVER#\n LIBZEL_0.2@LIBZEL_0.2 0.2.3\n${symbols}\n")
-file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/shlibs "libzel 0 libzel0 (>= 0.2.3)\n")
+file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/symbols "libzel.so.0 libzel0 #MINVER#\n${symbols}\n")
+file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/shlibs "libzel 0 libzel0 (>= ${since})\n")
 file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/triggers "activate-noawait ldconfig\n")
 set(CPACK_DEBIAN_LIBZEL0_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_BINARY_DIR}/symbols ${CMAKE_CURRENT_BINARY_DIR}/shlibs
   ${CMAKE_CURRENT_BINARY_DIR}/triggers)

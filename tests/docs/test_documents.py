@@ -49,6 +49,14 @@ def test_every_constant_of_the_header_is_named_with_its_code():
     assert [name for name, code in constants if f"`{name}`" not in rows[int(code)][1]] == []
 
 
+def test_every_new_constant_is_on_its_page_with_its_code():
+    header = (TREE / "include" / "libzel" / "libzelx.h").read_text(encoding="utf-8")
+    constants = re.findall(r"^#define (LIBZELX_E_\w+) (\d+)", header, re.MULTILINE)
+    assert len(constants) >= 5
+    rows = re.findall(r"^\| (\d+)<br>(0x\w+) \| `(\w+)`<br>\"[^|]+\" \| [^|]+ \| [^|]+ \|$", page("beyond"), re.MULTILINE)
+    assert rows == [(code, f"0x{int(code):04X}", name) for name, code in constants]
+
+
 def test_every_command_of_the_tool_is_described():
     commands = re.findall(r"^  ([a-z]+)  +\w", zel("--help").split("Subcommands:")[1], re.MULTILINE)
     assert len(commands) > 5

@@ -1,6 +1,6 @@
 #!/bin/bash
-# check_exports.sh LIBRARY LIST: the library exports exactly the names of the list and needs nothing unexpected. Reads
-# the file, never loads it.
+# check_exports.sh LIBRARY LIST: the library exports exactly the names of the list (on Linux each in its node) and needs
+# nothing unexpected. Reads the file, never loads it.
 set -euo pipefail
 library=$1 list=$2
 problems=0
@@ -14,17 +14,24 @@ same() {
   problems=1
 }
 
+# names SEPARATOR: the names of the list, with the separator and the node behind each where there is a separator.
+names() {
+  awk -v separator="$1" '
+    /^(#.*)?$/ { next }
+    $1 == "node" { node = $2; next }
+    { print $1 (separator == "" ? "" : separator node) }' "$list" | sort
+}
+
 check_elf() {
-  # Versioned names come with their version, whose own name is in the table too.
-  same "the export table" "$(sort "$list")" "$(nm -D --defined-only "$library" | awk '$2 != "A" { print $3 }' |
-    sed 's/@.*//' | sort)"
+  # The nodes' own names are in the table too.
+  same "the export table" "$(names @@)" "$(nm -D --defined-only "$library" | awk '$2 != "A" { print $3 }' | sort)"
   same "the SONAME" libzel.so.0 "$(readelf -d "$library" | sed -n 's/.*SONAME.*\[\(.*\)\]/\1/p')"
 }
 
 check_dll() {
   local dump
   dump=$(x86_64-w64-mingw32-objdump -p "$library")
-  same "the export table" "$(sort "$list")" "$(awk '
+  same "the export table" "$(names "")" "$(awk '
     /^\[Ordinal\/Name Pointer\] Table/ { inside = 1; next }
     inside && !/\[/ { exit }
     inside { print $NF }' <<<"$dump" | sort)"

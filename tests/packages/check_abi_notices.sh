@@ -20,3 +20,4 @@ notices() {
 notices libzel_version "/elf-symbol name='libzel_version'/d; /function-decl name='libzel_version'/,/<.function-decl/d"
 notices hostName "s/layout-offset-in-bits='4096'/layout-offset-in-bits='4100'/"
 notices libzel_loop_stop "/<function-decl name='libzel_loop_stop'/,/<return/s/3ff5601b/8f92235e/"
+notices libzelx_version "s/\(name='libzelx_version' version='\)LIBZELX_0.3/\1LIBZEL_0.2/"

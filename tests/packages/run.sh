@@ -99,7 +99,7 @@ unpacks_for_windows() {
   unzip -q "$packages"/libzel-*-windows-x64.zip -d "$work/zip"
   local file
   for file in bin/libzel.dll bin/zel.exe lib/libzel.dll.a lib/libzel.lib lib/libzel.a include/libzel/libzel.h \
-    lib/cmake/libzel/libzelConfig.cmake share/doc/libzel/README.md; do
+    include/libzel/libzelx.h lib/cmake/libzel/libzelConfig.cmake share/doc/libzel/README.md; do
     [ -s "$work"/zip/*/"$file" ] || fail "no $file"
   done
 }

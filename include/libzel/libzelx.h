@@ -1,0 +1,161 @@
+/** @file
+ * libzelx: what the library can do beyond the functions of libzel.h, which stay as they are.
+ *
+ * Conventions, for every function unless it says otherwise:
+ *
+ *  1. Off until called. Nothing here changes what a function of libzel.h does until it is called.
+ *  2. Threads. Any function may be called from any thread, from callbacks too. No lock of the library is held while a
+ *     callback runs, but for a log sink. A callback must not throw.
+ *  3. Results. An int32_t result is 0 or a code, which is also left as the thread's error number (libzel_get_errno);
+ *     it is never a device's own error word. Functions without such a result leave the error number alone. Every
+ *     function can give 8195 (the system failed the library; the log has the reason) and 8200 (out of memory); each says
+ *     what else it can give. The texts come from libzelx_strerror.
+ *  4. Handles. An instance that is not live gives ZEL_E_HANDLE (8193), as in libzel.h.
+ *  5. Units. Times are in milliseconds, lengths in bytes. A `timeoutMs` bounds the whole call, whatever it waits for;
+ *     0 has run out at once.
+ *  6. Ownership. The library copies what it is given and keeps no pointer after a call returns, but for callbacks and
+ *     their user pointers, whose end is said where they are given. What a callback is given is valid during the call.
+ *  7. Structures begin with `size`, the structure's sizeof in the program, and may grow at the end in later releases. In
+ *     one that the library reads, what it does not know must be 0; in one that it fills, it sets what it does not know to
+ *     0 and writes nothing behind `size`. A size below that of the structure's first release gives ZEL_E_PARAM (8196). In
+ *     one that a callback is given, `size` is the library's. Fields named `reserved` are 0.
+ *  8. Texts are NUL-terminated and UTF-8. A text pointer may be null only where that is said; else it gives
+ *     ZEL_E_PARAM (8196).
+ */
+#ifndef LIBZEL_LIBZELX_H
+#define LIBZEL_LIBZELX_H
+
+#include <libzel/libzel.h>
+#include <stddef.h>
+
+/** @cond */
+/* On the 64-bit systems that there are. Named after the type: in C99 one named after the line could meet libzel.h's. */
+#define LIBZELX_SIZE(type, bytes) \
+  typedef char type##_size[sizeof(void*) != 8 || sizeof(type) == (bytes) ? 1 : -1]
+/** @endcond */
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** @defgroup beyond_family Beyond the letter
+ * The functions of libzelx.h; the page \ref beyond tells what they are for.
+ * @{ */
+
+/** @defgroup beyond_library Codes and version
+ * What is new beside the codes of libzel.h, and the release.
+ * @{ */
+
+/** @name Error codes
+ * Raised by the functions of this header only, besides those of libzel.h. libzel_strerror does not know them.
+ * @{ */
+#define LIBZELX_E_CANCELLED 20481 /**< ended before its end: by a cancel, a stop, a release, or a callback */
+#define LIBZELX_E_WOULD_BLOCK 20482  /**< called on the very thread that it would wait for */
+#define LIBZELX_E_TOO_LATE 20483     /**< must be set before libzel_init */
+#define LIBZELX_E_TOO_LONG 20484     /**< the frame would be longer than 10485760 bytes; nothing was sent */
+#define LIBZELX_E_FILE_CHANGED 20485 /**< the file became shorter while it was sent */
+/** @} */
+
+/** Writes the release of the library, the version of its package, to the pointers that are not null. libzel_version has
+ * the protocol library's version, which stays. */
+ZEL_API void libzelx_version(uint32_t* major, uint32_t* minor, uint32_t* patch);
+
+/** The constant English text of a code, of this header's as well as of libzel.h's; "Unknown error code" for one that has
+ * none. The text belongs to the library and stays valid. */
+ZEL_API const char* libzelx_strerror(int32_t code);
+
+/** @} */
+
+/** @defgroup beyond_requests Requests from any thread
+ * Any number of requests at the same time on one instance, each with an outcome of its own.
+ * @{ */
+
+/** A request. */
+typedef struct libzelx_Request {
+  size_t size;      /**< sizeof(libzelx_Request) */
+  uint16_t port;    /**< of the server, 0 to 65535 */
+  uint16_t command; /**< of the message; 0 means 9, that of libzel_sync_send */
+  uint32_t group;   /**< the message's group */
+  uint32_t offset;  /**< the message's offset */
+  const void* data; /**< the payload; may be null when `length` is 0 */
+  uint32_t length;  /**< of the payload, at most 10485731 */
+  uint32_t
+      timeoutMs; /**< from the call to the answer: connecting, waiting for other writers, writing, waiting */
+} libzelx_Request;
+LIBZELX_SIZE(libzelx_Request, 40);
+
+/** What became of a request. */
+typedef struct libzelx_Outcome {
+  size_t size;    /**< sizeof(libzelx_Outcome) */
+  int32_t result; /**< 0: answered, whatever `deviceError` says; else the code that the call gives, too */
+  uint32_t deviceError;  /**< the answer's error word, 0 without an answer */
+  uint32_t answerLength; /**< length of the answer's payload, also of one that was not copied whole */
+  uint32_t
+      maySent; /**< 1: some of the request's bytes may have left; 0: none has. Nothing is ever sent twice */
+} libzelx_Outcome;
+LIBZELX_SIZE(libzelx_Outcome, 24);
+
+/** The outcome of a request without a wait, exactly once for each ticket. `answer` has `out->answerLength` bytes, and is
+ * null when there is no answer. Runs on the instance's receive thread, or on the thread that stops or releases the
+ * instance. `user` is in use until this call has returned, or libzelx_cancel gave 0 for the ticket. */
+typedef void (*libzelx_AnswerCallback)(uint64_t ticket, const libzelx_Outcome* out, const void* answer,
+                                       void* user);
+
+/** @} */
+
+/** @defgroup beyond_publishing Publishing
+ * Publications in bounded time, one or many in a write.
+ * @{ */
+
+/** A publication. */
+typedef struct libzelx_Message {
+  size_t size;       /**< sizeof(libzelx_Message), the same in all of an array */
+  const char* topic; /**< the topic */
+  uint32_t group;    /**< the publication's group */
+  uint32_t offset;   /**< the publication's offset */
+  const void* data;  /**< what is published; may be null when `length` is 0 */
+  uint32_t length;   /**< of the data */
+  uint32_t reserved; /**< 0 */
+} libzelx_Message;
+LIBZELX_SIZE(libzelx_Message, 40);
+
+/** @} */
+
+/** @defgroup beyond_figures Reasons and figures
+ * Why a link failed, and what has been counted.
+ * @{ */
+
+/** What has been counted: of an instance since it was created, of the process since it began. */
+typedef struct libzelx_Stats {
+  size_t size;             /**< sizeof(libzelx_Stats) */
+  int32_t connected;       /**< 1 while the link is up; of the process: how many links are up */
+  uint32_t inFlight;       /**< requests that have no outcome yet */
+  int64_t connectedMs;     /**< how long the link has been up; 0 while it is down, and of the process */
+  uint64_t framesIn;       /**< whole frames received */
+  uint64_t framesOut;      /**< whole frames written */
+  uint64_t bytesIn;        /**< bytes received, headers included */
+  uint64_t bytesOut;       /**< bytes written, headers included */
+  uint64_t connects;       /**< connects that succeeded */
+  uint64_t failedConnects; /**< connects that failed */
+  uint64_t losses;         /**< links that were up and were lost */
+  uint64_t lateAnswers;    /**< answers that no request waited for any more, or ever */
+  uint64_t shortHeaders;   /**< headers that ended before their 8 bytes */
+  uint64_t badLengths;     /**< headers with a length that cannot be */
+  uint64_t shortBodies;    /**< bodies that ended before their announced length */
+  uint64_t badRecords;     /**< publications whose record could not be read */
+  uint64_t noPort;         /**< messages dropped because no callback took their port */
+  uint64_t noTopic;        /**< publications dropped because no callback took their topic */
+  uint64_t tooLong;        /**< frames not sent because they were longer than 10485760 bytes */
+  uint64_t stalledWrites;  /**< links dropped because the peer did not read in time */
+} libzelx_Stats;
+LIBZELX_SIZE(libzelx_Stats, 152);
+
+/** @} */
+
+/** @} */
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* LIBZEL_LIBZELX_H */
