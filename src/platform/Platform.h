@@ -43,6 +43,10 @@ bool IsRouteMissing();
 // The runtime's text for a runtime number, its generic unknown-error text where it has none. Allocates.
 std::string ErrorText(int32_t runtimeError);
 
+// Why a connection failed, in a word or two: "refused", "no route", "timed out", "reset", else the runtime's text.
+// Allocates.
+std::string ReasonText(int32_t runtimeError);
+
 // ---- Sockets (Sockets.cpp) --------------------------------------------------------------------------------
 
 using SocketHandle = std::intptr_t;
@@ -119,6 +123,9 @@ int64_t Receive(SocketHandle socket, uint8_t* buffer, size_t size);
 bool HasPeerEnded(SocketHandle socket);
 inline constexpr size_t kMaxPieces = 4;
 int64_t Send(SocketHandle socket, std::span<const ConstBytes> pieces);
+
+// Bytes written that the peer's system has not acknowledged; -1 where the system cannot tell.
+int64_t UnsentBytes(SocketHandle socket);
 
 // One datagram. A datagram longer than the buffer is a failed receive (kSocketMessageTooLong) on both systems.
 // `sender` may be null.

@@ -44,6 +44,11 @@ bool Thread::IsHeld() {
   return isHeld_;
 }
 
+bool Thread::IsCurrent() {
+  const MutexLock lock(mutex_);
+  return isHeld_ && id_ == std::this_thread::get_id();
+}
+
 void Thread::Join() {
   if (!BeginJoin()) return;
   thread_.join();

@@ -28,6 +28,8 @@ class Thread {
   bool Start(Work work);
   // True from the start until the end of the join.
   bool IsHeld();
+  // True on the thread itself.
+  bool IsCurrent();
   // Waits for the thread to end and lets go of it. Several may wait. A thread that joins itself throws
   // std::system_error.
   void Join();

@@ -54,6 +54,13 @@ CPeerConnMgr::Connection CPeerConnMgr::FindInstance(ZelInstance handle) {
   return entry != live_.end() ? entry->second : nullptr;
 }
 
+std::vector<CPeerConnMgr::Connection> CPeerConnMgr::AllInstances() {
+  const MutexLock lock(mutex_);
+  std::vector<Connection> all;
+  for (const auto& [handle, connection] : live_) all.push_back(connection);
+  return all;
+}
+
 CPeerConnMgr::Connection CPeerConnMgr::IfLive(const std::weak_ptr<IZelPeerConnection>& connection) {
   auto held = connection.lock();
   return held != nullptr && held->IsLive() ? held : nullptr;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <vector>
 
 #include "libzel/libzel.h"
 #include "utils/Mutex.h"
@@ -36,6 +37,8 @@ class CPeerConnMgr {
   // The same for all: first all are cancelled, in ascending order of their handles, then one after the other is waited
   // for.
   void ReleaseAll();
+
+  std::vector<Connection> AllInstances();
 
   static ZelInstance HandleOf(const Connection& connection);
 

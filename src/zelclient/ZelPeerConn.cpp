@@ -131,11 +131,13 @@ TopicTable IZelPeerConnection::GetSubscribes() { return topics_.Copy(); }
 void IZelPeerConnection::filter(const uint8_t* body, uint32_t length) {
   const auto record = ReadTopicRecord({body, length});
   if (!record) {
+    notes_.Add(Count::kBadRecords);
     ZEL_LOG(kError, "topic record is longer than its message,size:%d", static_cast<int>(length));
     return;
   }
   const auto* const subscription = topics_.Find(record->topic);
   if (subscription == nullptr) {
+    notes_.Add(Count::kNoTopic);
     ZEL_LOG(kError, "unknow topic:%s", std::string(record->topic).c_str());
     return;
   }
@@ -172,6 +174,7 @@ int32_t IZelPeerConnection::loop_start() noexcept {
   if (receiveThread_.IsHeld())
     return ZEL_OK;  // a thread that is being stopped counts as stopped after this call
   stop_ = false;
+  OnLoopStart();
   (void)loopWaker_.Open();  // without one a stop takes up to a second
   (void)receiveThread_.Start({"zel-receive", [this] { (void)svc(); }, [this] { OnNoMemory(); }});
   return ZEL_OK;

@@ -20,6 +20,7 @@
 #include "utils/Mutex.h"
 #include "utils/ObjectPoolBase.h"
 #include "utils/Thread.h"
+#include "zelclient/ConnectionNotes.h"
 #include "zelclient/EventTarget.h"
 #include "zelclient/msgrouter/MsgRouter.h"
 #include "zelcomm/FrameBuffer.h"
@@ -103,9 +104,11 @@ class IZelPeerConnection {
   virtual void Cancel();
   // After Cancel: waits for event callbacks on other threads and for the receive thread.
   void End() noexcept;
+  bool IsReceiveThread() { return receiveThread_.IsCurrent(); }
   // False from Cancel on.
   bool IsLive() const { return isLive_; }
 
+  ConnectionNotes& notes() { return notes_; }
   const ZelDeviceId& remoteDeviceId() const { return remoteDeviceId_; }
   const ZelDeviceId& localDeviceId() const { return localDeviceId_; }
   const std::string& parameters() const { return parameters_; }
@@ -123,6 +126,8 @@ class IZelPeerConnection {
   void TakeWakes() { loopWaker_.Drain(); }
   // Sleeps on the receive thread; a wake ends it early.
   void PauseUnlessWoken(int64_t pauseMs);
+  // What precedes the start of a receive thread.
+  virtual void OnLoopStart() {}
   // What the receive thread does when it is out of memory.
   virtual void OnNoMemory() {}
   CMsgRouter& router() { return router_; }
@@ -144,6 +149,7 @@ class IZelPeerConnection {
   CMsgRouter router_;
 
   EventTarget events_;
+  ConnectionNotes notes_;
   LookupTable<std::string, TopicSubscriber> topics_;
   std::atomic<bool> isLive_{true};
 

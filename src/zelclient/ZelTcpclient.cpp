@@ -8,6 +8,7 @@
 
 #include "utils/Log.h"
 #include "zelcomm/ErrorCode.h"
+#include "zelcomm/RequestFrame.h"
 
 namespace libzel {
 
@@ -60,11 +61,12 @@ CTcpclient::~CTcpclient() {
 void CTcpclient::Cancel() {
   IZelPeerConnection::Cancel();
   socket_->Cancel();
+  requests_.Close(LIBZELX_E_CANCELLED);
 }
 
 void CTcpclient::Close() {
   socket_->Shutdown();
-  WakeReceiveThread();
+  LinkChanged();
 }
 
 void CTcpclient::ParseParameters(const std::string& parameters) {
@@ -101,6 +103,11 @@ bool CTcpclient::Reconnect(int64_t timeoutMs) {
   return TryReconnect(timeoutMs);
 }
 
+void CTcpclient::ConnectInBackground() {
+  connectAtOnce_ = true;
+  (void)loop_start();
+}
+
 bool CTcpclient::WrapReconnect(int64_t timeoutMs) {
   if (!IsAutoReconnect() || IsCancelled()) return false;
   ConnectAttempts::Attempt attempt(attempts_);
@@ -123,7 +130,8 @@ bool CTcpclient::TryConnect(int64_t timeoutMs) {
   const auto before = IsConnected() ? socket_->link() : nullptr;
   FireEvent(ZEL_EVENT_PENDING);
   const Brought brought = BringUp(timeoutMs, before);
-  WakeReceiveThread();  // its link is another one now, or none
+  if (!IsCancelled()) NoteConnect(brought);
+  LinkChanged();  // the link of the receive thread and of requests is another one now, or none
   if (IsCancelled()) {
     (void)FailDisconnected();
     return false;
@@ -169,9 +177,6 @@ int32_t CTcpclient::Send(uint16_t port, uint32_t idGroup, uint32_t idOffset, con
 
 int32_t CTcpclient::SendPieces(uint16_t port, const AddressBlock& address,
                                std::span<const platform::ConstBytes> pieces, uint32_t timeoutMs) {
-  // Up to here a copy is cheaper than a gathered send.
-  constexpr size_t kCopiedFrame = size_t{8} * 1024;
-
   auto link = socket_->link();
   if (!link->connected()) {
     if (!EnsureConnected(timeoutMs)) return -1;
@@ -180,47 +185,24 @@ int32_t CTcpclient::SendPieces(uint16_t port, const AddressBlock& address,
   }
   const uint32_t invokeId = GenInvokeId();
   lastInvokeId_ = invokeId;
-
-  size_t size = 0;
-  for (const auto& piece : pieces) size += piece.size();
-  std::array<uint8_t, kCopiedFrame> frame;
-  WriteRequestHead(frame.data(), port, invokeId, address, static_cast<uint32_t>(size));
-  std::array<platform::ConstBytes, platform::kMaxPieces> parts;
-  if (size + kRequestOverhead > kCopiedFrame) {
-    parts[0] = std::span(frame).first(kRequestOverhead);
-    std::copy(pieces.begin(), pieces.end(), parts.begin() + 1);
-    return WriteFrame(*link, std::span(parts).first(pieces.size() + 1));
-  }
-  size_t at = kRequestOverhead;
-  for (const auto& piece : pieces) {
-    if (!piece.empty()) std::memcpy(frame.data() + at, piece.data(), piece.size());
-    at += piece.size();
-  }
-  parts[0] = std::span(frame).first(at);
-  return WriteFrame(*link, std::span(parts).first(1));
+  return WriteFrame(*link, RequestFrame(port, invokeId, address, pieces).pieces());
 }
 
 int32_t CTcpclient::WriteFrame(SocketLink& link, std::span<const platform::ConstBytes> pieces) {
   const int32_t sent = link.writeFrame(pieces);
-  if (sent < 0) WakeReceiveThread();  // it restores the link
+  if (sent > 0) {
+    notes().AddFrames(Count::kFramesOut, Count::kBytesOut, 1, static_cast<uint64_t>(sent));
+  } else if (sent == 0) {
+    notes().Add(Count::kTooLong);
+  } else {
+    WriteFailed(link);
+  }
   return sent;
 }
 
 int32_t CTcpclient::SendTopicRecord(const TopicRecord& record) {
-  std::array<uint8_t, 512> shortHead;
-  std::vector<uint8_t> longHead;
-  std::span<uint8_t> head(shortHead);
-  if (const size_t size = TopicRecordHeadSize(record); size <= shortHead.size()) {
-    head = head.first(size);
-  } else {
-    longHead.resize(size);
-    head = longHead;
-  }
-  std::array<uint8_t, kTopicRecordTailSize> tail;
-  WriteTopicRecordHead(head.data(), record);
-  WriteTopicRecordTail(tail.data(), record);
-  const std::array<platform::ConstBytes, 3> pieces{head, record.data, tail};
-  return SendPieces(kTopicPort, {record.IdGroup, record.IdOffset}, pieces, kTopicTimeoutMs);
+  return SendPieces(kTopicPort, {record.IdGroup, record.IdOffset}, TopicRecordPieces(record).pieces(),
+                    kTopicTimeoutMs);
 }
 
 int32_t CTcpclient::Publish(const char* topic, uint32_t idGroup, uint32_t idOffset, const uint8_t* data,
@@ -244,14 +226,49 @@ int32_t CTcpclient::UnSubscribe(const char* topic) {
 }
 
 int32_t CTcpclient::Write(const uint8_t* data, uint32_t length, int64_t timeoutMs) {
+  const auto link = socket_->link();
   const int32_t sent = socket_->write(data, length, timeoutMs);
-  if (sent < 0) WakeReceiveThread();
+  if (sent < 0) WriteFailed(*link);
   return sent;
 }
 
 int32_t CTcpclient::SendBuffer(const FrameBuffer& message) {
   const platform::ConstBytes piece = message.content();
   return WriteFrame(*socket_->link(), {&piece, 1});
+}
+
+void CTcpclient::LinkChanged() {
+  requests_.FailLost();
+  WakeReceiveThread();
+}
+
+void CTcpclient::WriteFailed(SocketLink& link) {
+  if (!link.connected()) NoteLoss(link, "send to");
+  LinkChanged();  // the receive thread restores the link
+}
+
+void CTcpclient::DropStalled(SocketLink& link, uint32_t waitedMs) {
+  notes().Add(Count::kStalledWrites);
+  if (link.TakeLoss()) {
+    notes().Add(Count::kLosses);
+    notes().SetFailure("send to " + Peer() + ": peer did not read for " + std::to_string(waitedMs) + " ms");
+  }
+  ShutdownLink(link);
+}
+
+std::shared_ptr<SocketLink> CTcpclient::LinkBefore(CondVar::Clock::time_point end) {
+  if (!IsConnected()) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - CondVar::Clock::now());
+    if (!WrapReconnect(std::max<int64_t>(left.count(), 0))) return nullptr;
+  }
+  auto link = socket_->link();
+  return link->connected() ? link : nullptr;
+}
+
+uint32_t CTcpclient::GenInvokeId() {
+  uint32_t id = IZelPeerConnection::GenInvokeId();
+  while (requests_.Waits(id)) id = IZelPeerConnection::GenInvokeId();
+  return id;
 }
 
 // ---- Receive thread ---------------------------------------------------------------------------------------
@@ -265,13 +282,21 @@ int32_t CTcpclient::svc() {
       counted.emplace(present);
       link = std::move(present);
     }
+    requests_.RunDue();
     if (link->connected()) {
       ReceiveFrames(*link, reader);
       continue;
     }
-    PauseUnlessWoken(kDownPauseMs);
+    requests_.FailLost();
+    if (connectAtOnce_.exchange(false)) {
+      (void)Reconnect(kReceiveReconnectMs);
+      continue;
+    }
+    PauseUnlessWoken(std::min(kDownPauseMs, requests_.MsUntilDue()));
     if (!IsStopped() && !IsConnected()) (void)WrapReconnect(kReceiveReconnectMs);
   }
+  requests_.Close(LIBZELX_E_CANCELLED);
+  requests_.RunDue();
   ZEL_LOG(kDebug, "Stop Loop Success");
   return 0;
 }
@@ -288,7 +313,7 @@ void CTcpclient::ReceiveFrames(SocketLink& link, FrameReader& reader) {
 
 // False when nothing came. A link that stays quiet gives its memory back and is then left alone.
 bool CTcpclient::AwaitFrame(SocketLink& link, FrameReader& reader) {
-  if (link.Select(std::max(idleWaitMs_, kReceiveWaitMs), &loopWaker())) {
+  if (link.Select(std::min(std::max(idleWaitMs_, kReceiveWaitMs), requests_.MsUntilDue()), &loopWaker())) {
     idleWaitMs_ = 0;
     return true;
   }
@@ -312,13 +337,21 @@ bool CTcpclient::DispatchWhole(SocketLink& link) {
 }
 
 void CTcpclient::Dispatch(const FrameView& frame) {
-  (void)router().call(frame.header, frame.body.data(), static_cast<uint32_t>(frame.body.size()), this);
+  NoteFrameIn(frame);
+  const auto taken = requests_.Take(frame, true);
+  if (taken == RequestTable::Taken::kLate) notes().Add(Count::kLateAnswers);
+  if (taken != RequestTable::Taken::kNo) return;
+  const auto length = static_cast<uint32_t>(frame.body.size());
+  if (router().call(frame.header, frame.body.data(), length, this) == ZEL_E_NO_ROUTER)
+    notes().Add(Count::kNoPort);
 }
 
 // What a frame that could not be read means to the receive thread.
 void CTcpclient::HandleFailure(SocketLink& link, Outcome outcome, const FrameReader& reader) {
   constexpr std::string_view kSvc = "CTcpclient::svc";
   const auto length = static_cast<int>(reader.header().nMsgLen);
+  NoteFailedRead(link, outcome, reader);
+  if (!link.connected()) requests_.FailLost();
   switch (outcome) {
     case Outcome::kClosed:
       ZEL_LOG_AS(kSvc, kError, "connection is close");
@@ -347,7 +380,7 @@ void CTcpclient::ReportEnd(SocketLink& link) {
 
 void CTcpclient::ShutdownLink(const SocketLink& link) {
   socket_->ShutdownLink(link);
-  WakeReceiveThread();
+  LinkChanged();
 }
 
 void CTcpclient::OnNoMemory() {
@@ -356,6 +389,61 @@ void CTcpclient::OnNoMemory() {
   ZEL_LOG_AS("CTcpclient::svc", kError, "no memory to receive with,connection is closed");
   ShutdownLink(*link);
   ReportEnd(*link);
+}
+
+// ---- Reasons and figures ----------------------------------------------------------------------------------
+
+void CTcpclient::NoteConnect(Brought brought) {
+  using std::chrono::steady_clock;
+  if (brought == Brought::kOurs) {
+    notes().Add(Count::kConnects);
+    upSinceMs_ =
+        std::chrono::floor<std::chrono::milliseconds>(steady_clock::now().time_since_epoch()).count();
+  } else if (brought == Brought::kNothing) {
+    notes().Add(Count::kFailedConnects);
+    const int32_t error = socket_->connectError();
+    notes().SetFailure("connect " + Peer() + ": " + (error != 0 ? platform::ReasonText(error) : "timed out"));
+  }
+}
+
+int64_t CTcpclient::ConnectedMs() {
+  using std::chrono::steady_clock;
+  if (!IsConnected()) return 0;
+  return std::chrono::floor<std::chrono::milliseconds>(steady_clock::now().time_since_epoch()).count() -
+         upSinceMs_;
+}
+
+// A link that was up and is lost, counted and told of once.
+void CTcpclient::NoteLoss(SocketLink& link, std::string_view what) {
+  if (!link.TakeLoss()) return;
+  notes().Add(Count::kLosses);
+  const int32_t error = link.endError();
+  notes().SetFailure(std::string(what) + " " + Peer() + ": " +
+                     (error != 0 ? platform::ReasonText(error) : "closed by the peer"));
+}
+
+void CTcpclient::NoteFrameIn(const FrameView& frame) {
+  notes().AddFrames(Count::kFramesIn, Count::kBytesIn, 1, kZelHeaderSize + frame.header.nMsgLen);
+}
+
+void CTcpclient::NoteFailedRead(SocketLink& link, Outcome outcome, const FrameReader& reader) {
+  notes().Add(Count::kBytesIn, reader.headerSize() + reader.bodySize());
+  const bool isShortHeader = reader.headerSize() != 0 && reader.headerSize() != kZelHeaderSize;
+  switch (outcome) {
+    case Outcome::kBadLength:
+      notes().Add(isShortHeader ? Count::kShortHeaders : Count::kBadLengths);
+      if (link.TakeLoss()) {
+        notes().Add(Count::kLosses);
+        notes().SetFailure(
+            "receive from " + Peer() + ": " +
+            (isShortHeader ? "short header" : "bad length " + std::to_string(reader.header().nMsgLen)));
+      }
+      break;
+    case Outcome::kShortHeader: notes().Add(Count::kShortHeaders); break;
+    case Outcome::kShortBody: notes().Add(Count::kShortBodies); break;
+    default: break;
+  }
+  if (!link.connected()) NoteLoss(link, "receive from");
 }
 
 // ---- Synchronous receive ----------------------------------------------------------------------------------
@@ -384,6 +472,7 @@ int32_t CTcpclient::AwaitAnswer(SocketLink& link, std::span<uint8_t> out, uint32
     const FrameReader::Terms terms{{.heldBody = held}, remainingMs, remainingMs, kHeaderGapMs, remainingMs};
     const Outcome outcome = ReadOrClose(link, reader, terms);
     if (outcome != Outcome::kFrame) return FailAnswer(link, outcome, reader, timeoutMs);
+    NoteFrameIn(reader.frame());
     int32_t result = 0;
     if (TakeAnswer(reader.frame(), out, result)) return result;
     // The stopwatch goes on, so every answer that is skipped costs the whole time so far. Deliberate.
@@ -407,6 +496,7 @@ CTcpclient::Outcome CTcpclient::ReadOrClose(SocketLink& link, FrameReader& reade
 int32_t CTcpclient::FailAnswer(SocketLink& link, Outcome outcome, const FrameReader& reader,
                                uint32_t timeoutMs) {
   if (IsCancelled()) return FailDisconnected();
+  NoteFailedRead(link, outcome, reader);
   constexpr std::string_view kRecv = "CTcpclient::Recv";
   const auto length = static_cast<int>(reader.header().nMsgLen);
   switch (outcome) {
@@ -446,6 +536,10 @@ bool CTcpclient::TakeAnswer(const FrameView& frame, std::span<uint8_t> out, int3
     if (!zoe) {
       result = static_cast<int32_t>(payload.size());
       return true;
+    }
+    if (zoe->invokeId != lastInvokeId_ && requests_.Take(frame, false) != RequestTable::Taken::kNo) {
+      WakeReceiveThread();
+      return false;
     }
     error = zoe->error;
     SetErrno(static_cast<int32_t>(error));

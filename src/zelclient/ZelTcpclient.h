@@ -12,6 +12,7 @@
 #include "utils/Mutex.h"
 #include "utils/Stopwatch.h"
 #include "zelclient/ConnectAttempts.h"
+#include "zelclient/RequestTable.h"
 #include "zelclient/ZelPeerConn.h"
 #include "zelcomm/Frame.h"
 #include "zelcomm/FrameReader.h"
@@ -50,6 +51,28 @@ class CTcpclient : public IZelPeerConnection {
   int32_t UnSubscribe(const char* topic) override;
   int32_t svc() override;
 
+  // Starts the receive thread, which connects at once.
+  void ConnectInBackground();
+
+  // ---- For calls that end in time
+
+  // The link, brought up by one paced attempt if it is down; null when it stays down.
+  std::shared_ptr<SocketLink> LinkBefore(CondVar::Clock::time_point end);
+  std::shared_ptr<SocketLink> PresentLink() { return socket_->link(); }
+  RequestTable& requests() { return requests_; }
+  // Lets go of a link whose peer did not read a frame to its end: the stream has lost its framing.
+  void DropStalled(SocketLink& link, uint32_t waitedMs);
+  // Takes in that a write has failed.
+  void WriteFailed(SocketLink& link);
+  // For how long the link has been up, in ms; 0 while it is down.
+  int64_t ConnectedMs();
+  // Makes the receive thread look for what is due.
+  void LookAgain() { WakeReceiveThread(); }
+  // As the base's; identifiers of requests that still wait are left out.
+  uint32_t GenInvokeId() override;
+
+ protected:
+  void OnLoopStart() override { requests_.Open(); }
   void OnNoMemory() override;
 
  private:
@@ -76,6 +99,12 @@ class CTcpclient : public IZelPeerConnection {
   void HandleFailure(SocketLink& link, Outcome outcome, const FrameReader& reader);
   void ReportEnd(SocketLink& link);
   void ShutdownLink(const SocketLink& link);
+  void LinkChanged();
+  std::string Peer() const { return isDomain_ ? hostName_ : hostName_ + ":" + std::to_string(port_); }
+  void NoteConnect(Brought brought);
+  void NoteLoss(SocketLink& link, std::string_view what);
+  void NoteFailedRead(SocketLink& link, Outcome outcome, const FrameReader& reader);
+  void NoteFrameIn(const FrameView& frame);
 
   int32_t AwaitAnswer(SocketLink& link, std::span<uint8_t> out, uint32_t timeoutMs, const Stopwatch& watch);
   Outcome ReadOrClose(SocketLink& link, FrameReader& reader, const FrameReader::Terms& terms);
@@ -87,9 +116,12 @@ class CTcpclient : public IZelPeerConnection {
   const bool isDomain_;
   std::unique_ptr<Socket> socket_;
 
+  RequestTable requests_;
   TimedMutex connectMutex_;  // one connect at a time
   ConnectAttempts attempts_;
-  int64_t idleWaitMs_ = 0;  // the receive thread's own
+  std::atomic<bool> connectAtOnce_{false};
+  std::atomic<int64_t> upSinceMs_{0};  // by the steady clock
+  int64_t idleWaitMs_ = 0;             // the receive thread's own
 };
 
 }  // namespace libzel

@@ -90,10 +90,10 @@ void AddressBlock::Write(uint8_t* at) const {
 }
 
 void WriteRequestHead(uint8_t* at, uint16_t port, uint32_t invokeId, const AddressBlock& address,
-                      uint32_t payloadSize) {
+                      uint32_t payloadSize, uint16_t command) {
   const auto bodySize = static_cast<uint32_t>(payloadSize + kZoeHeaderSize + kAddressBlockSize);
   ZelHeader{0, kVersionZoe, port, bodySize}.Write(at);
-  ZoeHeader{0, invokeId, kCmdApplication}.Write(at + kZelHeaderSize);
+  ZoeHeader{0, invokeId, command}.Write(at + kZelHeaderSize);
   address.Write(at + kZelHeaderSize + kZoeHeaderSize);
 }
 

@@ -97,7 +97,7 @@ struct AddressBlock {
 
 // Writes the 29 bytes in front of a request's payload.
 void WriteRequestHead(uint8_t* at, uint16_t port, uint32_t invokeId, const AddressBlock& address,
-                      uint32_t payloadSize);
+                      uint32_t payloadSize, uint16_t command = kCmdApplication);
 
 // ---- Topic record -----------------------------------------------------------------------------------------
 

@@ -57,6 +57,7 @@ std::shared_ptr<SocketLink> Socket::SetLink(platform::SocketHandle handle) {
   const MutexLock lock(linkMutex_);
   link_.swap(fresh);
   (void)fresh->TakeEndReport();  // the connection goes on with the new link: the old one's end is no news
+  fresh->setConnected(false);
   return link_;
 }
 
@@ -182,6 +183,7 @@ bool TcpSocket::CompleteConnect(SocketLink& link) {
 
 // Everything between the start of a connect and its outcome.
 bool TcpSocket::FinishConnect(SocketLink& link, int64_t timeoutMs) {
+  SetConnectError(0);
   const auto start = platform::StartConnect(link.handle(), host().c_str(), port());
   if (start == platform::ConnectResult::kConnected) return false;
   int32_t error = start == platform::ConnectResult::kFailed ? platform::RuntimeError() : 0;
@@ -191,6 +193,7 @@ bool TcpSocket::FinishConnect(SocketLink& link, int64_t timeoutMs) {
   }
   if (error == 0) return true;
   if (link.IsCancelled()) return false;
+  SetConnectError(error);
   const std::string text = platform::ErrorText(error);
   ZEL_LOG_AS("TcpSocket::Connect", kError, "TcpSocket connect failed,errno:%d,errmsg:%s", error,
              text.c_str());

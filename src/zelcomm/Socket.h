@@ -7,6 +7,7 @@
 // Time-outs are in ms; negative ones are 0.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -44,6 +45,9 @@ class Socket {
   virtual int32_t write(const FrameBuffer& buffer, int64_t timeoutMs);
   bool Select(int64_t timeoutMs) { return link()->Select(timeoutMs); }
 
+  // Why the last connect failed: the runtime's number, 0 when its time was over.
+  int32_t connectError() const { return connectError_; }
+
   // The present link; never null. It stays usable after the socket went on to another.
   std::shared_ptr<SocketLink> link();
   // Shuts down if `link` is still the present one: a thread that finds an old link dead must not end its successor.
@@ -67,6 +71,8 @@ class Socket {
   std::shared_ptr<SocketLink> DropLink(const SocketLink* expected = nullptr);
   void ShutdownBothWays(const std::shared_ptr<SocketLink>& link);
 
+  void SetConnectError(int32_t error) { connectError_ = error; }
+
   int32_t get_send_buffer();
   int32_t get_recv_buffer();
   void set_send_buffer(int32_t bytes);
@@ -76,6 +82,7 @@ class Socket {
   const std::string host_;
   const uint16_t port_;
   const std::shared_ptr<CancelToken> token_;  // null for datagrams
+  std::atomic<int32_t> connectError_{0};
   Mutex linkMutex_;
   std::shared_ptr<SocketLink> link_ ZEL_GUARDED_BY(linkMutex_);
 };

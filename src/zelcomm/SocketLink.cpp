@@ -16,6 +16,12 @@ namespace libzel {
 
 namespace {
 
+constexpr auto kNoEnd = CondVar::Clock::time_point::max();
+
+int64_t MsUntil(CondVar::Clock::time_point end) {
+  return std::chrono::ceil<std::chrono::milliseconds>(end - CondVar::Clock::now()).count();
+}
+
 bool IsConnectionEnded(int32_t socketError) {
   return socketError == platform::kSocketAborted || socketError == platform::kSocketReset ||
          socketError == platform::kSocketShutDown;
@@ -55,6 +61,14 @@ bool SocketLink::SelectEagerly(int64_t timeoutMs) {
 
 bool SocketLink::AwaitBytes(int64_t timeoutMs) const {
   return platform::WaitReadable(handle_, timeoutMs, waker()) == 1;
+}
+
+void SocketLink::Pause(int64_t timeoutMs) const {
+  if (token_ != nullptr && token_->waker().IsOpen()) {
+    (void)platform::WaitReadable(token_->waker().handle(), timeoutMs);
+  } else {
+    std::this_thread::sleep_for(std::chrono::milliseconds(timeoutMs));
+  }
 }
 
 bool SocketLink::AwaitWritable(int64_t timeoutMs) const {
@@ -140,7 +154,7 @@ uint32_t SocketLink::readn(uint8_t* buffer, uint32_t size, int64_t timeoutMs) {
 bool SocketLink::MayReadOn(int64_t received, int64_t remainingMs) {
   const int32_t error = received < 0 ? platform::SocketError() : 0;
   if (IsCancelled() || received == 0 || IsConnectionEnded(error)) {
-    setConnected(false);
+    NoteEnd(received == 0 ? 0 : platform::RuntimeError());
     if (IsCancelled()) return false;
     if (received == 0) {
       ZEL_LOG_SOCKET("Socket::readn", kError, "recv %d disconnect", 0);
@@ -164,7 +178,7 @@ int32_t SocketLink::readFull(uint8_t* buffer, int32_t size) {
   while (got < size) {
     const int64_t received = Receive(buffer + got, static_cast<size_t>(size - got));
     if (received == 0) {
-      setConnected(false);
+      NoteEnd(0);
       return 0;
     }
     if (received > 0) {
@@ -174,12 +188,17 @@ int32_t SocketLink::readFull(uint8_t* buffer, int32_t size) {
     const int32_t error = platform::SocketError();
     if (IsTryAgain(error)) continue;
     if (IsConnectionEnded(error)) {
-      setConnected(false);
+      NoteEnd(platform::RuntimeError());
       return 0;
     }
     return got > 0 ? got : -1;
   }
   return size;
+}
+
+void SocketLink::NoteEnd(int32_t runtimeError) {
+  endError_ = runtimeError;
+  setConnected(false);
 }
 
 SocketLink::Reader::Reader(std::shared_ptr<SocketLink> link) : link_(std::move(link)) {
@@ -206,30 +225,42 @@ int32_t SocketLink::writeFrame(std::span<const platform::ConstBytes> pieces) {
 }
 
 int32_t SocketLink::write(std::span<const platform::ConstBytes> pieces) {
-  size_t total = 0;
-  for (const auto& piece : pieces) total += piece.size();
-  std::array<platform::ConstBytes, platform::kMaxPieces> copy{};
-  std::copy(pieces.begin(), pieces.end(), copy.begin());
-
-  sendTurn_.lock();
-  const auto failed = WriteAll(std::span(copy).first(pieces.size()));
-  sendTurn_.unlock();
-  return failed ? FailWrite(*failed) : static_cast<int32_t>(total);
+  const Written written = writeBefore(pieces, kNoEnd);
+  return written.end == Written::End::kWhole ? static_cast<int32_t>(written.bytes) : -1;
 }
 
-// Nothing when all has left.
-std::optional<SocketLink::FailedSend> SocketLink::WriteAll(std::span<platform::ConstBytes> pieces) {
+SocketLink::Written SocketLink::writeBefore(std::span<const platform::ConstBytes> pieces,
+                                            CondVar::Clock::time_point end) {
+  std::array<platform::ConstBytes, platform::kMaxPieces> copy{};
+  std::copy(pieces.begin(), pieces.end(), copy.begin());
+  if (end == kNoEnd) {
+    sendTurn_.lock();
+  } else if (!sendTurn_.try_lock_for(MsUntil(end))) {
+    return {Written::End::kNoTurn};
+  }
+  FailedSend failed;
+  const Written written = WriteAll(std::span(copy).first(pieces.size()), end, failed);
+  sendTurn_.unlock();
+  if (written.end == Written::End::kFailed) NoteFailedWrite(failed);
+  return written;
+}
+
+SocketLink::Written SocketLink::WriteAll(std::span<platform::ConstBytes> pieces,
+                                         CondVar::Clock::time_point end, FailedSend& failed) {
+  Written written;
   while (!IsCancelled()) {
     const int64_t result = platform::Send(handle_, pieces);
-    if (result < 0) {
-      const FailedSend send{result, platform::RuntimeError(), platform::SocketError()};
-      if (MayWriteOn(send)) continue;
-      return send;
+    if (result >= 0) {
+      written.bytes += static_cast<size_t>(result);
+      Advance(pieces, static_cast<size_t>(result));
+      if (pieces.empty()) return written;
+      continue;
     }
-    Advance(pieces, static_cast<size_t>(result));
-    if (pieces.empty()) return std::nullopt;
+    failed = {result, platform::RuntimeError(), platform::SocketError()};
+    if (!MayWriteOn(failed)) return {Written::End::kFailed, written.bytes};
+    if (end != kNoEnd && CondVar::Clock::now() >= end) return {Written::End::kStalled, written.bytes};
   }
-  return FailedSend{-1};
+  return {Written::End::kFailed, written.bytes};
 }
 
 // True when a failed send may be tried again, after a pause that fits.
@@ -246,21 +277,21 @@ bool SocketLink::MayWriteOn(const FailedSend& send) {
   return true;
 }
 
-int32_t SocketLink::FailWrite(const FailedSend& send) {
+// Leaves the thread's error number; what failed is logged.
+void SocketLink::NoteFailedWrite(const FailedSend& send) {
   if (IsCancelled()) {
     setConnected(false);
     SetErrno(ZEL_E_DISCONNECTED);
-    return -1;
+    return;
   }
   ZEL_LOG_SOCKET("Socket::write", kError, "send error %d,%s result:%d break", send.runtimeError,
                  platform::ErrorText(send.runtimeError).c_str(), static_cast<int>(send.result));
   if (send.runtimeError == platform::kRuntimeBrokenPipe || IsConnectionEnded(send.socketError)) {
     SetErrno(ZEL_E_DISCONNECTED);
-    setConnected(false);
+    NoteEnd(send.runtimeError);
   } else {
     SetErrno(send.runtimeError);
   }
-  return -1;
 }
 
 }  // namespace libzel

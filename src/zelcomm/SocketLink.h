@@ -46,6 +46,8 @@ class SocketLink {
   bool SelectEagerly(int64_t timeoutMs);
   // As Select, of bytes that the system holds, and without a line.
   bool AwaitBytes(int64_t timeoutMs) const;
+  // Does nothing for this time, or until the link is cancelled.
+  void Pause(int64_t timeoutMs) const;
   // True when bytes can be written, or a connect has come to its end, whatever that is.
   bool AwaitWritable(int64_t timeoutMs) const;
 
@@ -91,6 +93,24 @@ class SocketLink {
   // The same without a limit.
   int32_t write(std::span<const platform::ConstBytes> pieces);
 
+  // A write that ends in time.
+  struct Written {
+    enum class End {
+      kWhole,
+      kNoTurn,   // another thread's frame took all the time; nothing left
+      kStalled,  // the time was over before the peer had room; a part may have left
+      kFailed,   // as writeFrame's -1
+    };
+    End end = End::kWhole;
+    size_t bytes = 0;  // that left
+  };
+  Written writeBefore(std::span<const platform::ConstBytes> pieces, CondVar::Clock::time_point end);
+
+  // Why the stream ended: the runtime's number, 0 when the peer closed it.
+  int32_t endError() const { return endError_; }
+  // True for the first one who asks: a loss is counted once.
+  bool TakeLoss() { return !lossTaken_.exchange(true); }
+
   // True for the first one who asks: of the threads that see the link's end, one tells the application. A link that
   // was replaced has nothing left to tell.
   bool TakeEndReport() { return !endReported_.exchange(true); }
@@ -109,14 +129,18 @@ class SocketLink {
     int32_t runtimeError = 0;
     int32_t socketError = 0;
   };
-  std::optional<FailedSend> WriteAll(std::span<platform::ConstBytes> pieces) ZEL_REQUIRES(sendTurn_);
+  Written WriteAll(std::span<platform::ConstBytes> pieces, CondVar::Clock::time_point end, FailedSend& failed)
+      ZEL_REQUIRES(sendTurn_);
   bool MayWriteOn(const FailedSend& send);
-  int32_t FailWrite(const FailedSend& send);
+  void NoteFailedWrite(const FailedSend& send);
+  void NoteEnd(int32_t runtimeError);
 
   const platform::SocketHandle handle_;
   const std::shared_ptr<const CancelToken> token_;
   std::atomic<bool> connected_{false};
   std::atomic<bool> endReported_{false};
+  std::atomic<bool> lossTaken_{false};
+  std::atomic<int32_t> endError_{0};
   SpinChoice spinChoice_;
 
   TimedMutex frameMutex_;

@@ -30,4 +30,17 @@ std::string ErrorText(int32_t runtimeError) {
   return strerror_r(runtimeError, text, sizeof text);
 }
 
+std::string ReasonText(int32_t runtimeError) {
+  switch (runtimeError) {
+    case ECONNREFUSED: return "refused";
+    case ENETUNREACH:
+    case EHOSTUNREACH: return "no route";
+    case ETIMEDOUT: return "timed out";
+    case EPIPE:
+    case ECONNABORTED:
+    case ECONNRESET: return "reset";
+    default: return ErrorText(runtimeError);
+  }
+}
+
 }  // namespace libzel::platform

@@ -1,8 +1,10 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -189,6 +191,11 @@ int64_t Send(SocketHandle socket, std::span<const ConstBytes> pieces) {
   message.msg_iov = vectors.data();
   message.msg_iovlen = count;
   return sendmsg(Fd(socket), &message, MSG_NOSIGNAL);
+}
+
+int64_t UnsentBytes(SocketHandle socket) {
+  int bytes = 0;
+  return ioctl(Fd(socket), SIOCOUTQ, &bytes) == 0 ? bytes : -1;
 }
 
 int64_t ReceiveDatagram(SocketHandle socket, uint8_t* buffer, size_t size, Endpoint* sender) {

@@ -31,4 +31,17 @@ bool IsRouteMissing() {
 // The runtime keeps the text per thread.
 std::string ErrorText(int32_t runtimeError) { return std::strerror(runtimeError); }
 
+std::string ReasonText(int32_t runtimeError) {
+  switch (runtimeError) {
+    case WSAECONNREFUSED: return "refused";
+    case WSAENETUNREACH:
+    case WSAEHOSTUNREACH: return "no route";
+    case WSAETIMEDOUT: return "timed out";
+    case kRuntimeBrokenPipe:
+    case WSAECONNABORTED:
+    case WSAECONNRESET: return "reset";
+    default: return ErrorText(runtimeError);
+  }
+}
+
 }  // namespace libzel::platform

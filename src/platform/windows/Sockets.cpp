@@ -245,6 +245,8 @@ int64_t Send(SocketHandle socket, std::span<const ConstBytes> pieces) {
   return result == 0 ? static_cast<int64_t>(sent) : -1;
 }
 
+int64_t UnsentBytes(SocketHandle) { return -1; }
+
 int64_t ReceiveDatagram(SocketHandle socket, uint8_t* buffer, size_t size, Endpoint* sender) {
   sockaddr_in address{};
   int addressSize = sizeof address;

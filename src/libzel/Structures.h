@@ -1,0 +1,38 @@
+// Structures that begin with their size, as a program of an earlier or a later release may have them.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace libzel {
+
+// Reads what the program gave: what it leaves out is 0. False when its size is below that of the first release, or when it
+// has something that is not known here.
+template <typename Structure>
+bool ReadStructure(const Structure* given, size_t firstSize, Structure& out) {
+  if (given == nullptr || given->size < firstSize) return false;
+  const auto* const bytes = reinterpret_cast<const uint8_t*>(given);
+  for (size_t i = sizeof out; i < given->size; ++i) {
+    if (bytes[i] != 0) return false;
+  }
+  out = {};
+  std::memcpy(&out, given, std::min(given->size, sizeof out));
+  return true;
+}
+
+// Fills the program's structure, as far as it reaches; `size` stays the program's. False when it is below that of the
+// first release.
+template <typename Structure>
+bool FillStructure(const Structure& value, size_t firstSize, Structure* out) {
+  if (out == nullptr || out->size < firstSize) return false;
+  const size_t size = out->size;
+  auto* const bytes = reinterpret_cast<uint8_t*>(out);
+  std::memset(bytes, 0, size);
+  std::memcpy(bytes, &value, std::min(size, sizeof value));
+  std::memcpy(bytes, &size, sizeof size);
+  return true;
+}
+
+}  // namespace libzel

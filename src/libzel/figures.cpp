@@ -1,0 +1,74 @@
+// Beyond the letter: why links failed, and what has been counted.
+#include <algorithm>
+
+#include "libzel/BoundedGuard.h"
+#include "libzel/Structures.h"
+#include "libzel/libzelx.h"
+
+using namespace libzel;
+
+namespace {
+
+constexpr size_t kFirstStatsSize = 152;
+
+libzelx_Stats StatsOf(const Counters& counters) {
+  libzelx_Stats stats{};
+  stats.framesIn = counters.Of(Count::kFramesIn);
+  stats.framesOut = counters.Of(Count::kFramesOut);
+  stats.bytesIn = counters.Of(Count::kBytesIn);
+  stats.bytesOut = counters.Of(Count::kBytesOut);
+  stats.connects = counters.Of(Count::kConnects);
+  stats.failedConnects = counters.Of(Count::kFailedConnects);
+  stats.losses = counters.Of(Count::kLosses);
+  stats.lateAnswers = counters.Of(Count::kLateAnswers);
+  stats.shortHeaders = counters.Of(Count::kShortHeaders);
+  stats.badLengths = counters.Of(Count::kBadLengths);
+  stats.shortBodies = counters.Of(Count::kShortBodies);
+  stats.badRecords = counters.Of(Count::kBadRecords);
+  stats.noPort = counters.Of(Count::kNoPort);
+  stats.noTopic = counters.Of(Count::kNoTopic);
+  stats.tooLong = counters.Of(Count::kTooLong);
+  stats.stalledWrites = counters.Of(Count::kStalledWrites);
+  return stats;
+}
+
+libzelx_Stats StatsOfProcess() {
+  libzelx_Stats stats = StatsOf(ConnectionNotes::OfProcess());
+  for (const auto& connection : CPeerConnMgr::Instance().AllInstances()) {
+    stats.connected += connection->IsConnected() ? 1 : 0;
+    stats.inFlight += static_cast<CTcpclient&>(*connection).requests().InFlight();
+  }
+  return stats;
+}
+
+libzelx_Stats StatsOf(CTcpclient& connection) {
+  libzelx_Stats stats = StatsOf(connection.notes().counters());
+  stats.connected = connection.IsConnected() ? 1 : 0;
+  stats.inFlight = connection.requests().InFlight();
+  stats.connectedMs = connection.ConnectedMs();
+  return stats;
+}
+
+}  // namespace
+
+int32_t libzelx_lastFailure(ZelInstance instance, char* text, size_t size) {
+  return WithConnection("libzelx_lastFailure", instance, [&](CTcpclient& connection) -> int32_t {
+    if (text == nullptr || size == 0) return ZEL_E_PARAM;
+    const std::string failure = connection.notes().Failure();
+    const size_t count = std::min(failure.size(), size - 1);
+    std::copy_n(failure.data(), count, text);
+    text[count] = '\0';
+    return ZEL_OK;
+  });
+}
+
+int32_t libzelx_getStats(ZelInstance instance, libzelx_Stats* out) {
+  if (instance == 0) {
+    return GuardCode("libzelx_getStats", [&]() -> int32_t {
+      return FillStructure(StatsOfProcess(), kFirstStatsSize, out) ? ZEL_OK : ZEL_E_PARAM;
+    });
+  }
+  return WithConnection("libzelx_getStats", instance, [&](CTcpclient& connection) -> int32_t {
+    return FillStructure(StatsOf(connection), kFirstStatsSize, out) ? ZEL_OK : ZEL_E_PARAM;
+  });
+}

@@ -1,0 +1,148 @@
+// Beyond the letter: requests from any thread, publishing in bounded time.
+#include <vector>
+
+#include "libzel/BoundedGuard.h"
+#include "libzel/Structures.h"
+#include "libzel/libzelx.h"
+#include "zelclient/BoundedCalls.h"
+
+using namespace libzel;
+
+namespace {
+
+constexpr size_t kFirstRequestSize = 40;
+constexpr size_t kFirstOutcomeSize = 24;
+constexpr size_t kFirstMessageSize = 40;
+
+bool IsNullWithLength(const void* data, uint32_t length) { return data == nullptr && length != 0; }
+
+bool ReadRequest(const libzelx_Request* given, libzelx_Request& request) {
+  return ReadStructure(given, kFirstRequestSize, request) && !IsNullWithLength(request.data, request.length);
+}
+
+bool IsGoodOutcome(const libzelx_Outcome* out) { return out == nullptr || out->size >= kFirstOutcomeSize; }
+
+void FillOutcome(const libzelx_Outcome& outcome, libzelx_Outcome* out) {
+  if (out != nullptr) (void)FillStructure(outcome, kFirstOutcomeSize, out);
+}
+
+int32_t Ask(CTcpclient& connection, const libzelx_Request& request, void* answer, uint32_t size,
+            libzelx_Outcome* out) {
+  libzelx_Outcome outcome{};
+  const int32_t result = BoundedCalls(connection, request.timeoutMs)
+                             .Request(request, {static_cast<uint8_t*>(answer), size}, outcome);
+  FillOutcome(outcome, out);
+  return result;
+}
+
+// The failures that come before an instance is asked.
+int32_t Refuse(int32_t code, libzelx_Outcome* out) {
+  if (IsGoodOutcome(out)) FillOutcome({0, code, 0, 0, 0}, out);
+  return code;
+}
+
+TopicRecord RecordOf(const libzelx_Message& message) {
+  return {"pub",
+          message.topic,
+          {static_cast<const uint8_t*>(message.data), message.length},
+          message.group,
+          message.offset};
+}
+
+// False when one of the messages cannot be read.
+bool ReadMessages(const libzelx_Message* messages, size_t count, std::vector<TopicRecord>& records) {
+  if (count == 0) return true;
+  if (messages == nullptr) return false;
+  const size_t step = messages->size;
+  records.reserve(count);
+  for (size_t i = 0; i < count; ++i) {
+    const auto* const at = reinterpret_cast<const uint8_t*>(messages) + i * step;
+    libzelx_Message message{};
+    if (!ReadStructure(reinterpret_cast<const libzelx_Message*>(at), kFirstMessageSize, message))
+      return false;
+    if (message.size != step || message.topic == nullptr) return false;
+    if (IsNullWithLength(message.data, message.length) || message.reserved != 0) return false;
+    records.push_back(RecordOf(message));
+  }
+  return true;
+}
+
+}  // namespace
+
+ZelInstance libzelx_createInstance(const ZelDeviceId* device, ZelConnEventCallback callback, void* user) {
+  return Guard("libzelx_createInstance", ZelInstance{0}, [&]() -> ZelInstance {
+    const auto connection = CPeerConnMgr::Instance().CreateInstance(device, 0);
+    if (connection == nullptr) return 0;
+    connection->SetEventCallback(callback, user);
+    static_cast<CTcpclient&>(*connection).ConnectInBackground();
+    return CPeerConnMgr::HandleOf(connection);
+  });
+}
+
+int32_t libzelx_requestEx(ZelInstance instance, const libzelx_Request* request, void* answer, uint32_t size,
+                          libzelx_Outcome* out) {
+  return GuardCode("libzelx_requestEx", [&]() -> int32_t {
+    const auto connection = CPeerConnMgr::Instance().FindInstance(instance);
+    if (connection == nullptr) return Refuse(ZEL_E_HANDLE, out);
+    libzelx_Request read{};
+    if (!ReadRequest(request, read) || IsNullWithLength(answer, size) || !IsGoodOutcome(out)) {
+      return Refuse(ZEL_E_PARAM, out);
+    }
+    return Ask(static_cast<CTcpclient&>(*connection), read, answer, size, out);
+  });
+}
+
+int32_t libzelx_request(ZelInstance instance, uint16_t port, uint32_t group, uint32_t offset,
+                        const void* data, uint32_t length, void* answer, uint32_t size, uint32_t timeoutMs,
+                        libzelx_Outcome* out) {
+  const libzelx_Request request{sizeof request, port, 0, group, offset, data, length, timeoutMs};
+  return libzelx_requestEx(instance, &request, answer, size, out);
+}
+
+int32_t libzelx_requestAsync(ZelInstance instance, const libzelx_Request* request,
+                             libzelx_AnswerCallback callback, void* user, uint64_t* ticket) {
+  return WithConnection("libzelx_requestAsync", instance, [&](CTcpclient& connection) -> int32_t {
+    libzelx_Request read{};
+    if (!ReadRequest(request, read) || callback == nullptr) return ZEL_E_PARAM;
+    uint64_t unused = 0;
+    return BoundedCalls(connection, read.timeoutMs)
+        .RequestAsync(read, callback, user, ticket != nullptr ? *ticket : unused);
+  });
+}
+
+int32_t libzelx_cancel(ZelInstance instance, uint64_t ticket) {
+  int32_t hasRun = 0;
+  const int32_t result = WithConnection("libzelx_cancel", instance, [&](CTcpclient& connection) -> int32_t {
+    if (!RequestTable::WasGiven(ticket)) return ZEL_E_PARAM;
+    hasRun = connection.requests().Cancel(ticket);
+    return ZEL_OK;
+  });
+  return result == ZEL_OK ? hasRun : result;
+}
+
+int32_t libzelx_publish(ZelInstance instance, uint32_t group, uint32_t offset, const char* topic,
+                        const void* data, uint32_t length, uint32_t timeoutMs) {
+  return WithConnection("libzelx_publish", instance, [&](CTcpclient& connection) -> int32_t {
+    if (topic == nullptr || IsNullWithLength(data, length)) return ZEL_E_PARAM;
+    const libzelx_Message message{sizeof message, topic, group, offset, data, length, 0};
+    return BoundedCalls(connection, timeoutMs).Publish(RecordOf(message));
+  });
+}
+
+int32_t libzelx_publishMany(ZelInstance instance, const libzelx_Message* messages, size_t count,
+                            uint32_t timeoutMs, size_t* sent) {
+  size_t whole = 0;
+  const int32_t result =
+      WithConnection("libzelx_publishMany", instance, [&](CTcpclient& connection) -> int32_t {
+        std::vector<TopicRecord> records;
+        if (!ReadMessages(messages, count, records)) return ZEL_E_PARAM;
+        return BoundedCalls(connection, timeoutMs).PublishMany(records, whole);
+      });
+  if (sent != nullptr) *sent = whole;
+  return result;
+}
+
+int32_t libzelx_flush(ZelInstance instance, uint32_t timeoutMs) {
+  return WithConnection("libzelx_flush", instance,
+                        [&](CTcpclient& connection) { return BoundedCalls(connection, timeoutMs).Flush(); });
+}

@@ -1,0 +1,49 @@
+// The calls of a connection that end in time, whatever the peer does: requests from any thread, and publications. They
+// leave the last invoke identifier alone, by which a synchronous receive knows its answer.
+//
+// Any thread may make them. Results are codes; the thread's error number is left to the exports. Nothing is ever sent
+// twice.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+
+#include "libzel/libzelx.h"
+#include "zelclient/ZelTcpclient.h"
+#include "zelcomm/RequestFrame.h"
+
+namespace libzel {
+
+class BoundedCalls {
+ public:
+  // For calls that end within `timeoutMs` from now.
+  BoundedCalls(CTcpclient& connection, uint32_t timeoutMs);
+
+  // Fills `out` in every case.
+  int32_t Request(const libzelx_Request& request, std::span<uint8_t> answer, libzelx_Outcome& out);
+  int32_t RequestAsync(const libzelx_Request& request, libzelx_AnswerCallback callback, void* user,
+                       uint64_t& ticket);
+  int32_t Publish(const TopicRecord& record);
+  // `sent` counts on: the messages that left whole.
+  int32_t PublishMany(std::span<const TopicRecord> records, size_t& sent);
+  int32_t Flush();
+
+ private:
+  using Link = std::shared_ptr<SocketLink>;
+  using Written = SocketLink::Written;
+
+  class Batch;
+
+  bool IsTooLong(uint64_t payloadSize);
+  Written SendRequest(const Link& link, const libzelx_Request& request, uint32_t invokeId);
+  Written SendFrame(const Link& link, const RequestFrame& frame);
+  Written Send(const Link& link, std::span<const platform::ConstBytes> pieces);
+  static int32_t ResultOf(const Written& written);
+
+  CTcpclient& connection_;
+  const uint32_t timeoutMs_;
+  const CondVar::Clock::time_point end_;
+};
+
+}  // namespace libzel
