@@ -3,8 +3,8 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <memory>
+#include <system_error>
 
 #include "Device.h"
 #include "Failure.h"
@@ -24,13 +24,14 @@ Bytes ReadAll(std::FILE* file, const std::string& name) {
   while ((count = std::fread(part.data(), 1, part.size(), file)) > 0) {
     bytes.insert(bytes.end(), part.begin(), part.begin() + static_cast<ptrdiff_t>(count));
   }
-  if (std::ferror(file) != 0) throw UsageFailure("cannot read " + name + ": " + std::strerror(errno));
+  if (std::ferror(file) != 0)
+    throw UsageFailure("cannot read " + name + ": " + std::generic_category().message(errno));
   return bytes;
 }
 
 Bytes ReadFile(const std::string& path) {
   const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
-  if (!file) throw UsageFailure("cannot open " + path + ": " + std::strerror(errno));
+  if (!file) throw UsageFailure("cannot open " + path + ": " + std::generic_category().message(errno));
   return ReadAll(file.get(), path);
 }
 

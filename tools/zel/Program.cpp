@@ -6,9 +6,9 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
 #include <iostream>
 #include <memory>
+#include <system_error>
 #include <thread>
 
 #include "Commands.h"
@@ -143,7 +143,8 @@ int Start(const Task& task, const CommonOptions& common) {
   WatchInterrupts(*stopper);
   std::FILE* stream = SeparateOutputFromLog(ChooseLog(common), common.log);
   if (stream == nullptr) {
-    (void)std::fprintf(stderr, "zel: cannot open %s: %s\n", common.log.c_str(), std::strerror(errno));
+    (void)std::fprintf(stderr, "zel: cannot open %s: %s\n", common.log.c_str(),
+                       std::generic_category().message(errno).c_str());
     return kUsage;
   }
   static Output* const output = new Output(stream, common.json);

@@ -140,7 +140,7 @@ void AddLimits(CLI::App& command, ReceiveOptions& options) {
       ->type_name("TEXT");
 }
 
-void SetTask(CLI::App& command, Task& task, std::shared_ptr<ReceiveOptions> options) {
+void SetTask(CLI::App& command, Task& task, const std::shared_ptr<ReceiveOptions>& options) {
   command.callback([options, &task] {
     task.run = [options](Context& context) { return Receiver(*options, context).Run(); };
   });

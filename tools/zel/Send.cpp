@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <filesystem>
 #include <memory>
 
@@ -107,7 +108,7 @@ class Sender {
   void ShowObject(const char* event) {
     Record record;
     record.Text("event", event).Text("file", options_.file).Text("remote", options_.remote);
-    record.Number("bytes", static_cast<int64_t>(progress_.bytes * progress_.fraction + 0.5))
+    record.Number("bytes", std::llround(progress_.bytes * progress_.fraction))
         .Real("progress", progress_.fraction)
         .Real("seconds", progress_.seconds)
         .Real("bytesPerSecond", Rate(progress_));

@@ -9,7 +9,7 @@
 namespace zelsim {
 namespace {
 
-constexpr size_t kBlockSize = 256 * 1024;
+constexpr size_t kBlockSize = size_t{256} * 1024;
 constexpr size_t kCounterSize = 8;
 constexpr size_t kDataTail = 9;  // the data's NUL and the two addressing words
 

@@ -11,9 +11,9 @@ namespace zelsim {
 namespace {
 
 // A client that does not take its answers is not read from.
-constexpr size_t kPauseReadingAt = 4 * 1024 * 1024;
+constexpr size_t kPauseReadingAt = size_t{4} * 1024 * 1024;
 // A subscriber that is further behind than this is given up.
-constexpr size_t kMostPending = 256 * 1024 * 1024;
+constexpr size_t kMostPending = size_t{256} * 1024 * 1024;
 // How long an orderly close waits for the client's own end.
 constexpr std::chrono::milliseconds kLinger{100};
 

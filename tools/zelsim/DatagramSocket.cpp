@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 #include <set>
+#include <system_error>
 
 namespace zelsim {
 namespace {
@@ -68,7 +69,7 @@ std::string DatagramSocket::Open(const udp::endpoint& local, Sharing sharing) {
   SetOption(descriptor, IPPROTO_IP, IP_MULTICAST_ALL, 0);
   const bool told =
       SetOption(descriptor, IPPROTO_IP, IP_PKTINFO, 1) && SetOption(descriptor, IPPROTO_IP, IP_RECVTTL, 1);
-  if (!told) return std::strerror(errno);
+  if (!told) return std::generic_category().message(errno);
   if (sharing == Sharing::kShared) socket_.set_option(asio::socket_base::reuse_address(true), error);
   if (!error) socket_.bind(local, error);
   if (!error) socket_.native_non_blocking(true, error);
@@ -81,7 +82,7 @@ std::string DatagramSocket::Join(const address_v4& group, const address_v4& inte
   request.imr_address = ToSystem(interface);
   const int result =
       setsockopt(socket_.native_handle(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &request, sizeof request);
-  return result == 0 ? std::string() : std::strerror(errno);
+  return result == 0 ? std::string() : std::generic_category().message(errno);
 }
 
 void DatagramSocket::Receive(Handler handler) {

@@ -14,7 +14,7 @@ DeviceHost::DeviceHost(asio::io_context& loop, DeviceOptions options, Trace& tra
 
 std::string DeviceHost::Open() {
   if (options_.fleet.Empty()) return {};
-  const std::string problem = direct_.Open();
+  std::string problem = direct_.Open();
   if (!problem.empty() || !options_.discovery) return problem;
   return discovery_.Open(options_.interfaces);
 }

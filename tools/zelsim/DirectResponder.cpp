@@ -18,7 +18,7 @@ std::string DirectResponder::Open() {
   for (const Device& device : fleet_.Devices()) {
     if (!device.ownSocket && shared) continue;
     shared = shared || !device.ownSocket;
-    const std::string problem = OpenSocket(device.ownSocket ? device.address : address_v4::any());
+    std::string problem = OpenSocket(device.ownSocket ? device.address : address_v4::any());
     if (!problem.empty()) return problem;
   }
   return {};
@@ -26,7 +26,7 @@ std::string DirectResponder::Open() {
 
 std::string DirectResponder::OpenSocket(const address_v4& address) {
   DatagramSocket& socket = sockets_.emplace_back(loop_);
-  const std::string problem = socket.Open({address, kDirectPort}, DatagramSocket::Sharing::kExclusive);
+  std::string problem = socket.Open({address, kDirectPort}, DatagramSocket::Sharing::kExclusive);
   if (!problem.empty()) return "cannot take direct requests on " + address.to_string() + ": " + problem;
   socket.Receive([this, &socket](const Datagram& datagram) { OnDatagram(socket, datagram); });
   return {};

@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
+#include <system_error>
 
 namespace zelsim {
 namespace {
@@ -21,7 +21,7 @@ FileReceiver::~FileReceiver() {
 std::string FileReceiver::Open(const std::string& directory) {
   directory_ = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (directory_ >= 0) return {};
-  return "cannot store files in " + directory + ": " + std::strerror(errno);
+  return "cannot store files in " + directory + ": " + std::generic_category().message(errno);
 }
 
 FileReceiver::Step FileReceiver::Handle(uint64_t connection, ByteView message) {

@@ -5,8 +5,8 @@
 namespace zelsim {
 namespace {
 
-constexpr size_t kFirstCapacity = 128 * 1024;
-constexpr size_t kLeastSpace = 16 * 1024;
+constexpr size_t kFirstCapacity = size_t{128} * 1024;
+constexpr size_t kLeastSpace = size_t{16} * 1024;
 
 }  // namespace
 

@@ -34,7 +34,7 @@ class TextOptions {
   explicit TextOptions(CLI::App& app) : app_(app) {}
 
   void Add(const std::string& name, const std::string& form, const std::string& help,
-           std::function<bool(const std::string&)> read) {
+           const std::function<bool(const std::string&)>& read) {
     app_.add_option_function<std::vector<std::string>>(
             name,
             [name, form, read](const std::vector<std::string>& texts) {

@@ -10,7 +10,7 @@ namespace {
 // Sends before other connections get their turn.
 constexpr int kSendsPerTurn = 16;
 // A larger buffer is given back once it has been sent.
-constexpr size_t kKeptCapacity = 1024 * 1024;
+constexpr size_t kKeptCapacity = size_t{1024} * 1024;
 
 }  // namespace
 

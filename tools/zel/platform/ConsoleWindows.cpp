@@ -59,8 +59,10 @@ TerminalSize GetTerminalSize(std::FILE* stream) {
   CONSOLE_SCREEN_BUFFER_INFO info{};
   TerminalSize result;
   if (GetConsoleScreenBufferInfo(HandleOf(stream), &info) == 0) return result;
-  result.columns = static_cast<size_t>(info.srWindow.Right - info.srWindow.Left + 1);
-  result.rows = static_cast<size_t>(info.srWindow.Bottom - info.srWindow.Top + 1);
+  const int columns = info.srWindow.Right - info.srWindow.Left + 1;
+  const int rows = info.srWindow.Bottom - info.srWindow.Top + 1;
+  result.columns = static_cast<size_t>(columns);
+  result.rows = static_cast<size_t>(rows);
   return result;
 }
 
