@@ -1,7 +1,5 @@
 #include "zelcomm/ZelScan.h"
 
-#include <source_location>
-
 #include "utils/Log.h"
 
 namespace libzel {
@@ -50,11 +48,10 @@ class MulticastOpener {
            JoinOnFirstAdapter(socket_);
   }
 
-  platform::SocketHandle Fail(const char* step,
-                              std::source_location where = std::source_location::current()) {
+  platform::SocketHandle Fail(const char* step, int32_t line = __builtin_LINE()) {
     const std::string reason = reason_.empty() ? LastErrorText() : reason_;
-    LogPrint(static_cast<int32_t>(LogLevel::kError), "src\\zelcomm\\ZelScan.cpp", opening_.function,
-             static_cast<int32_t>(where.line()), "%s error,%s", step, reason.c_str());
+    LogPrint(static_cast<int32_t>(LogLevel::kError), "src\\zelcomm\\ZelScan.cpp", opening_.function, line,
+             "%s error,%s", step, reason.c_str());
     if (socket_ != platform::kNoSocket) platform::CloseSocket(socket_);
     return socket_ = platform::kNoSocket;
   }

@@ -428,8 +428,9 @@ TEST_F(ReleaseTest, DestroyEndsTwentyReconnectsAtOnce) {
   std::vector<std::unique_ptr<Instance>> instances(kInstances);
   std::vector<std::thread> creators;
   for (int i = 0; i < kInstances; ++i) {
+    auto& instance = instances[static_cast<size_t>(i)];
     creators.emplace_back(
-        [&instances, i] { instances[i] = std::make_unique<Instance>(UnreachableDevice(i), 100); });
+        [&instance, i] { instance = std::make_unique<Instance>(UnreachableDevice(i), 100); });
   }
   for (std::thread& creator : creators) creator.join();
   for (const auto& instance : instances) {
