@@ -2,7 +2,9 @@
 add_library(zel_compile_options INTERFACE)
 target_compile_features(zel_compile_options INTERFACE cxx_std_20)
 target_compile_options(zel_compile_options INTERFACE -Wall -Wextra -Wconversion -Wshadow
-  $<$<BOOL:${ZEL_WARNINGS_AS_ERRORS}>:-Werror>)
+  $<$<BOOL:${ZEL_WARNINGS_AS_ERRORS}>:-Werror>
+  # Which lock guards what is checked wherever clang compiles.
+  $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety -Werror=thread-safety>)
 if(ZEL_SANITIZE)
   target_compile_options(zel_compile_options INTERFACE -fsanitize=${ZEL_SANITIZE} -fno-sanitize-recover=all
     -fno-omit-frame-pointer)

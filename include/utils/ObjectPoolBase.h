@@ -32,19 +32,7 @@ class CObjectPool {
   // Again on a pool that has its block only logs.
   void initPool() {
     ZEL_LOG_AS(kInitPool, kInfo, "ObjectPool init pool");
-    const MutexLock lock(mutex_);
-    if (block_ != nullptr) {
-      ZEL_LOG_AS(kInitPool, kError, "ObjectPool Memory already init");
-      return;
-    }
-    block_ = std::make_unique<std::array<Slot, N>>();
-    for (int32_t index = N - 1; index >= 0; --index) {
-      Slot& slot = (*block_)[static_cast<size_t>(index)];
-      slot.index = index;
-      slot.pooled = true;
-      slot.next = free_;
-      free_ = &slot;
-    }
+    if (!MakeBlock()) ZEL_LOG_AS(kInitPool, kError, "ObjectPool Memory already init");
   }
 
   // A slot in use, the caller's until it is returned. Its object is as the last user left it.
@@ -77,6 +65,20 @@ class CObjectPool {
 
  private:
   static constexpr std::string_view kInitPool = "CObjectPool<ZelResponse,100>::initPool";
+
+  bool MakeBlock() {
+    const MutexLock lock(mutex_);
+    if (block_ != nullptr) return false;
+    block_ = std::make_unique<std::array<Slot, N>>();
+    for (int32_t index = N - 1; index >= 0; --index) {
+      Slot& slot = (*block_)[static_cast<size_t>(index)];
+      slot.index = index;
+      slot.pooled = true;
+      slot.next = free_;
+      free_ = &slot;
+    }
+    return true;
+  }
 
   bool IsPooled(const Slot* slot) const ZEL_REQUIRES(mutex_) {
     return slot >= block_->data() && slot < block_->data() + N;
