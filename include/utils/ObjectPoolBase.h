@@ -80,6 +80,21 @@ class CObjectPool {
     return true;
   }
 
+  // False when there is one.
+  bool MakeBlock() {
+    const MutexLock lock(mutex_);
+    if (block_ != nullptr) return false;
+    block_ = std::make_unique<std::array<Slot, N>>();
+    for (int32_t index = N - 1; index >= 0; --index) {
+      Slot& slot = (*block_)[static_cast<size_t>(index)];
+      slot.index = index;
+      slot.pooled = true;
+      slot.next = free_;
+      free_ = &slot;
+    }
+    return true;
+  }
+
   bool IsPooled(const Slot* slot) const ZEL_REQUIRES(mutex_) {
     return slot >= block_->data() && slot < block_->data() + N;
   }

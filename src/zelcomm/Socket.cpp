@@ -247,7 +247,7 @@ void TcpSocket::setNoDealy() {
 // ---- UdpSocket --------------------------------------------------------------------------------------------
 
 int32_t UdpSocket::read(uint8_t* buffer, uint32_t size, int64_t timeoutMs) {
-  // Of the whole process: requests come one at a time, each on a socket of its own.
+  // Of the whole process: each request has a socket of its own, and so nothing to learn from.
   static SpinChoice spinChoice;
   const auto current = link();
   const auto handle = current->handle();
