@@ -3,15 +3,16 @@
  *
  *   tour LOG FILE
  *
- * LOG is the file that takes the library's own log, FILE the one that is sent, as "tour.bin". The device answers
- * discovery, direct requests, and requests on port 600 with what it was sent; it sends messages on port 700 by
- * itself and takes files on port 701. When the tour prints "Take the server away." end the device, and when it
- * prints "Bring it back.", start it again; each is waited for at most half a minute. The exit status is 0 when
- * everything went as it should.
+ * LOG is the file that takes the library's own log, FILE the one that is sent, as "tour.bin". The device
+ * answers discovery, direct requests, and requests on port 600 with what it was sent; it sends messages on
+ * port 700 by itself and takes files on port 701. When the tour prints "Take the server away." end the
+ * device, and when it prints "Bring it back.", start it again; each is waited for at most half a minute. The
+ * exit status is 0 when everything went as it should.
  */
 #include <libzel/libzel.h>
 
 #include <inttypes.h>
+#include <stdatomic.h>
 #include <stdio.h>
 #include <string.h>
 #include <time.h>
@@ -23,16 +24,17 @@
 #define TOPIC "press/4/temperature"
 #define PATIENCE_SEC 30
 
-/* The callbacks write these on threads of the library, the main thread reads them. */
+/* The callbacks write these on threads of the library, the main thread reads them. So they are atomic; what
+ * is not is written before the atomic that tells of it. */
 static ZelScanResult g_device; /* the first device found; complete once g_devices is not 0 */
-static volatile int g_devices;
-static volatile int g_quarters; /* of the file that have been sent */
-static volatile int g_transferEnds;
-static volatile int g_transferError;
-static volatile int g_publications;
-static volatile int g_messages;
-static volatile int g_connects;
-static volatile int g_losses;
+static atomic_int g_devices;
+static atomic_int g_quarters; /* of the file that have been sent */
+static atomic_int g_transferEnds;
+static atomic_int g_transferError;
+static atomic_int g_publications;
+static atomic_int g_messages;
+static atomic_int g_connects;
+static atomic_int g_losses;
 
 static int g_steps;
 static int g_failures;
@@ -66,7 +68,7 @@ static void OnMessage(uint16_t port, const uint8_t* payload, uint32_t length, vo
 }
 
 /* True once *counter is at least `wanted`; gives up when patience ends. */
-static int WaitFor(const volatile int* counter, int wanted, int patienceSec) {
+static int WaitFor(const atomic_int* counter, int wanted, int patienceSec) {
   const time_t end = time(NULL) + patienceSec;
   while (*counter < wanted && time(NULL) < end) (void)usleep(10 * 1000);
   return *counter >= wanted;

@@ -47,8 +47,7 @@ static int32_t OnProgress(const ZelDeviceId* device, uint32_t number, float prog
   return 0;
 }
 
-/* A device that never marks its last answer leaves the transfer without an end; so a standstill is one, too.
- */
+/* A device that never marks its last answer leaves the transfer without an end: a standstill counts as one. */
 static void Await(Transfer* transfer) {
   unsigned seen = 0;
   int idleMs = 0;
