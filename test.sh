@@ -1,13 +1,15 @@
 #!/bin/bash
-# Sets the machine up, builds, and runs the tests:  ./test.sh [linux|asan|tsan|windows|fuzz|packages]...
-# (default: all four systems; fuzz and the packages, which are built anew for it, when named)
+# Sets the machine up, builds, and runs the tests:  ./test.sh [linux|asan|tsan|windows|fuzz|packages|style [--all]]...
+# (default: all four systems. When named: fuzz; the packages, which are built anew for it; style, which only reads the
+# sources, with clang-tidy those that changed since main, or --all)
 # The last line says "N passed, N failed"; the exit status is 0 when none failed. Logs are in build/.
 set -uo pipefail
 cd "$(dirname "$0")" || exit 1
 
 declare -A presets=([linux]=linux-release [asan]=linux-asan [tsan]=linux-tsan [windows]=windows-release)
 presets[fuzz]=linux-fuzz
-presets[packages]=packages
+# These parts make what they need themselves.
+declare -A scripts=([packages]=tests/packages/run.sh [style]=tests/style/run.py)
 passed=0 failed=0 report=()
 
 say_failure() {
@@ -41,13 +43,17 @@ prepare() {
     windows | packages) step "making the Wine prefix" build/wineprefix.log \
       tests/lab/lab.sh tests/lab/make_wine_prefix.sh "$PWD/build/wineprefix" || return ;;
   esac
-  [ "$1" = packages ] || configure_and_build linux-release --target zelsim
+  [ -n "${scripts[$1]:-}" ] || configure_and_build linux-release --target zelsim
 }
 
-build_tests() { [ "$1" = packages ] || configure_and_build "$1"; }
+build_tests() { [ -n "${scripts[$1]:-}" ] || configure_and_build "${presets[$1]}"; }
 
 run_tests() {
-  if [ "$1" = packages ]; then tests/packages/run.sh; else ctest --preset "$1"; fi
+  if [ -n "${scripts[$1]:-}" ]; then
+    "${scripts[$1]}" "${options[@]}"
+  else
+    ctest --preset "${presets[$1]}"
+  fi
 }
 
 count() {
@@ -58,15 +64,16 @@ count() {
 }
 
 run() {
-  local name=$1 preset=${presets[$1]} log="build/${presets[$1]}-tests.log" testsPassed=0 testsFailed=0 start=$SECONDS
-  if prepare "$name" && build_tests "$preset"; then
-    run_tests "$preset" >"$log" 2>&1
+  local name=$1 what=${presets[$1]:-$1} testsPassed=0 testsFailed=0 start=$SECONDS
+  local log=build/$what-tests.log
+  if prepare "$name" && build_tests "$name"; then
+    run_tests "$name" >"$log" 2>&1
     local status=$?
     count "$log" || testsFailed=1
     [ "$status" = 0 ] || [ "$testsFailed" != 0 ] || testsFailed=1
     if [ "$testsFailed" != 0 ]; then
-      say_failure "testing $preset" "$log" 120
-      [ "$preset" = packages ] || echo "     run one again:  ctest --preset $preset --verbose --tests-regex NAME"
+      say_failure "testing $what" "$log" 120
+      [ -n "${scripts[$name]:-}" ] || echo "     run one again:  ctest --preset $what --verbose --tests-regex NAME"
     fi
   else
     testsFailed=1
@@ -75,17 +82,22 @@ run() {
   report+=("$(printf '%-8s %4d passed, %d failed (%d s)' "$name" "$testsPassed" "$testsFailed" $((SECONDS - start)))")
 }
 
-[ $# -gt 0 ] || set -- linux asan tsan windows
-for name in "$@"; do
-  if [ -z "${presets[$name]:-}" ]; then
-    echo "usage: ./test.sh [linux|asan|tsan|windows|fuzz|packages]..." >&2
+names=() options=()
+for word in "$@"; do
+  if [ "$word" = --all ]; then
+    options=(--all)
+  elif [ -n "${presets[$word]:-}${scripts[$word]:-}" ]; then
+    names+=("$word")
+  else
+    echo "usage: ./test.sh [linux|asan|tsan|windows|fuzz|packages|style [--all]]..." >&2
     exit 2
   fi
 done
+[ ${#names[@]} -gt 0 ] || names=(linux asan tsan windows)
 
 mkdir -p build
 scripts/bootstrap.sh || exit 1
-for name in "$@"; do run "$name"; done
+for name in "${names[@]}"; do run "$name"; done
 printf '%s\n' "${report[@]}"
 echo "$passed passed, $failed failed"
 [ "$failed" = 0 ]

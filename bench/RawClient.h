@@ -1,4 +1,5 @@
-// The yardstick: a blocking TCP socket without anything around it, with the buffer sizes that the library sets.
+// The yardstick: a blocking TCP socket without anything around it, with the buffer sizes
+// that the library sets.
 #pragma once
 
 #include <cstddef>

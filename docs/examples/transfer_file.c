@@ -47,7 +47,8 @@ static int32_t OnProgress(const ZelDeviceId* device, uint32_t number, float prog
   return 0;
 }
 
-/* A device that never marks its last answer leaves the transfer without an end: a standstill counts as one. */
+/* A device that never marks its last answer leaves the transfer without an end: a
+ * standstill counts as one. */
 static void Await(Transfer* transfer) {
   unsigned seen = 0;
   int idleMs = 0;

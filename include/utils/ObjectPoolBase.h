@@ -1,5 +1,5 @@
-// A pool of reusable objects: one block of N slots with a free list, and the heap when they are all taken, so running
-// out is never an error. Any thread may take and return objects.
+// A pool of reusable objects: one block of N slots with a free list, and the heap when they are all taken, so
+// running out is never an error. Any thread may take and return objects.
 #pragma once
 
 #include <array>
@@ -50,7 +50,8 @@ class CObjectPool {
     return slot;
   }
 
-  // Returning a slot that is not in use does nothing. `slot` is one of this pool's block or a heap slot in use.
+  // Returning a slot that is not in use does nothing. `slot` is one of this pool's block
+  // or a heap slot in use.
   void Return(Slot* slot) {
     const MutexLock lock(mutex_);
     if (const auto owned = heap_.find(slot); owned != heap_.end()) {

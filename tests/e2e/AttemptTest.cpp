@@ -135,7 +135,8 @@ TEST_F(AttemptTest, ARequestBesideAnAttemptThatFailsMakesItsOwn) {
   EXPECT_EQ(Of(seen.instance.events, seen.secondThread), (Events{2, 6}));
 }
 
-// The second thread may be the first to connect, as nobody sees when a connect begins: then it has not waited.
+// The second thread may be the first to connect, as nobody sees when a connect begins:
+// then it has not waited.
 TEST_F(AttemptTest, ARequestsOwnAttemptHasItsFullTime) {
   int64_t longestMs = 0;
   for (int round = 0; round < 8 && longestMs < 1290; ++round) {

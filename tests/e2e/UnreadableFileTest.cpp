@@ -13,8 +13,8 @@
 namespace zeltest {
 namespace {
 
-// The device breaks the file before it answers the first chunk: what was sent until then has arrived, an empty
-// message ends the transfer, and the next transfer is carried out.
+// The device breaks the file before it answers the first chunk: what was sent until then has arrived, an
+// empty message ends the transfer, and the next transfer is carried out.
 TEST(UnreadableFileTest, EndsItsTransferAndLeavesTheNextOneAlone) {
   ASSERT_EQ(StartLibrary().result, 0);
   TemporaryFolder folder;

@@ -1,5 +1,5 @@
-// Any bytes as a stream, cut at any places: the frames are the same as those of the stream in one piece, no byte is lost
-// or taken twice, and memory grows with what came.
+// Any bytes as a stream, cut at any places: the frames are the same as those of the stream in one piece, no
+// byte is lost or taken twice, and memory grows with what came.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>

@@ -1,5 +1,5 @@
-// Discovery on networks that lead nowhere else: no host has a default route. A simulated device on another host listens
-// and answers.
+// Discovery on networks that lead nowhere else: no host has a default route. A simulated device on another
+// host listens and answers.
 #include <gtest/gtest.h>
 #include <libzel/libzel.h>
 

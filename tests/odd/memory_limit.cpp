@@ -1,5 +1,6 @@
-// Peers that send more than there is memory for: memory_limit receive|file. The receive thread gives the link up with an
-// ERROR line, the transfer thread the transfer with error 12294; the process and everything else go on.
+// Peers that send more than there is memory for: memory_limit receive|file. The receive thread gives the
+// link up with an ERROR line, the transfer thread the transfer with error 12294; the process and
+// everything else go on.
 #include <libzel/libzel.h>
 #include <malloc.h>
 #include <sys/resource.h>

@@ -1,5 +1,5 @@
-// Keeps every thread of the library busy and then waits for a signal as services do: the main thread blocks it, and takes
-// it by asking. No thread of the library may take it, whatever was blocked when it was made.
+// Keeps every thread of the library busy and then waits for a signal as services do: the main thread blocks
+// it, and takes it by asking. No thread of the library may take it, whatever was blocked when it was made.
 #include <libzel/libzel.h>
 #include <unistd.h>
 
@@ -38,7 +38,8 @@ std::string StatusOf(const std::filesystem::path& task, const std::string& key) 
   return {};
 }
 
-// The threads with names of their own, which are the library's, as long as all of them block what they should.
+// The threads with names of their own, which are the library's, as long as all of them
+// block what they should.
 int WellBehavedThreads() {
   const std::string own = StatusOf("/proc/self", "Name");
   int count = 0;

@@ -1,5 +1,5 @@
-// Ends the process if the object still lives when its time has come: a call that never returns is a failure, and must not
-// hold up what runs beside it.
+// Ends the process if the object still lives when its time has come: a call that never returns is a failure,
+// and must not hold up what runs beside it.
 #pragma once
 
 #include <chrono>

@@ -1,5 +1,5 @@
-// Time since its making, in ms. A test that wants something done in time asks for AwakeMs: a machine that stands still
-// for a second (its host gives the cores to others) makes nothing late.
+// Time since its making, in ms. A test that wants something done in time asks for AwakeMs: a machine that
+// stands still for a second (its host gives the cores to others) makes nothing late.
 #pragma once
 
 #include <chrono>
@@ -19,7 +19,8 @@ class ElapsedTime {
   int64_t AwakeMs() const { return Ms() - (StalledMs() - stalledMs_); }
 
  private:
-  // How long this process has been kept from running in all, as far as a thread that looks every few ms has seen.
+  // How long this process has been kept from running in all, as far as a thread that looks
+  // every few ms has seen.
   static int64_t StalledMs();
 
   int64_t stalledMs_;

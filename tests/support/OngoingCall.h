@@ -47,8 +47,8 @@ class OngoingCall {
 // What is to end at once ends within this time.
 inline constexpr int64_t kPromptMs = 100;
 
-// The quickest of up to three rounds, in ms: a busy machine makes one round late, a wait that nobody ends makes all of
-// them late.
+// The quickest of up to three rounds, in ms: a busy machine makes one round late, a wait that nobody ends
+// makes all of them late.
 template <typename Round>
 int64_t QuickestMs(Round round) {
   int64_t quickest = round();

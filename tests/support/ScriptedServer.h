@@ -69,8 +69,8 @@ class ScriptedServer {
 
 // The identifier of a loopback address where nobody listens.
 ZelDeviceId DeviceWithoutServer();
-// The identifier of an address on the lab's network that nobody has: a connect to it goes on for about 3 s. Numbers from
-// 0 to 150.
+// The identifier of an address on the lab's network that nobody has: a connect to it goes on for about 3 s.
+// Numbers from 0 to 150.
 ZelDeviceId UnreachableDevice(int number);
 std::string HostOf(const ZelDeviceId& device);
 

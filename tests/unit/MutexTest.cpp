@@ -9,7 +9,8 @@
 namespace libzel {
 namespace {
 
-// `if (!mutex.try_lock_for(...)) FAIL();` is ASSERT_TRUE in words that the thread-safety analysis understands.
+// `if (!mutex.try_lock_for(...)) FAIL();` is ASSERT_TRUE in words that the thread-safety
+// analysis understands.
 
 TEST(TimedMutexTest, IsHeldByOne) {
   TimedMutex mutex;

@@ -21,7 +21,8 @@ ZelResult ReceiveFrom(const std::vector<std::string>& sub, const std::vector<std
   return {status, subscriber.Output(), subscriber.Errors()};
 }
 
-// True once a subscriber whose last topic is "ready" has all its topics: the server takes them in their order.
+// True once a subscriber whose last topic is "ready" has all its topics: the server
+// takes them in their order.
 bool IsReady(ZelProcess& subscriber) {
   for (int i = 0; i < 500 && !Contains(subscriber.Output(), "ready"); ++i) {
     if (RunZel({"pub", kDevice, "ready", "ready"}).status != 0) return false;

@@ -23,8 +23,8 @@ class ZelProcess {
 
   // The exit status; -1 when it does not end within half a minute.
   int Wait();
-  // True once the output, or the error output, contains `text` so many times; false after half a minute, or when the
-  // program ended without.
+  // True once the output, or the error output, contains `text` so many times; false after half a minute, or
+  // when the program ended without.
   bool SaysOutput(const std::string& text, int times = 1);
   bool SaysError(const std::string& text, int times = 1);
   // As Ctrl-C does. Linux only.

@@ -1,4 +1,5 @@
-// A host between clients and servers: accepts for the servers, passes the streams on, and does to them what the rules say.
+// A host between clients and servers: accepts for the servers, passes the streams on, and does to
+// them what the rules say.
 //
 // Everything happens on the event loop's thread.
 #pragma once

@@ -1,7 +1,7 @@
 // One direction of a relayed connection: what is read from one socket goes to another one, late or in pieces.
 //
-// Lives on the event loop's thread. The owner keeps it alive while an operation is pending (see Start) and may stop it
-// from inside any hook.
+// Lives on the event loop's thread. The owner keeps it alive while an operation is pending (see Start) and
+// may stop it from inside any hook.
 #pragma once
 
 #include <asio/ip/tcp.hpp>

@@ -1,4 +1,5 @@
-// The process-wide table from device identifier to the host that its server is reached at. Any thread may use it.
+// The process-wide table from device identifier to the host that its server is reached at.
+// Any thread may use it.
 #pragma once
 
 #include <cstdio>
@@ -36,7 +37,8 @@ class CRouterTable {
     return fallback;
   }
 
-  // Sets or replaces the host of the identifier with this text, which a device may have written as it likes. Gives 0.
+  // Sets or replaces the host of the identifier with this text, which a device may have written
+  // as it likes. Gives 0.
   int32_t SetHostIp(const std::string& deviceIdText, const std::string& host) {
     const MutexLock lock(mutex_);
     hosts_.insert_or_assign(deviceIdText, host);
