@@ -67,20 +67,6 @@ class CObjectPool {
  private:
   static constexpr std::string_view kInitPool = "CObjectPool<ZelResponse,100>::initPool";
 
-  bool MakeBlock() {
-    const MutexLock lock(mutex_);
-    if (block_ != nullptr) return false;
-    block_ = std::make_unique<std::array<Slot, N>>();
-    for (int32_t index = N - 1; index >= 0; --index) {
-      Slot& slot = (*block_)[static_cast<size_t>(index)];
-      slot.index = index;
-      slot.pooled = true;
-      slot.next = free_;
-      free_ = &slot;
-    }
-    return true;
-  }
-
   // False when there is one.
   bool MakeBlock() {
     const MutexLock lock(mutex_);
