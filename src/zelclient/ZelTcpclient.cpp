@@ -249,10 +249,7 @@ void CTcpclient::WriteFailed(SocketLink& link) {
 
 void CTcpclient::DropStalled(SocketLink& link, uint32_t waitedMs) {
   notes().Add(Count::kStalledWrites);
-  if (link.TakeLoss()) {
-    notes().Add(Count::kLosses);
-    notes().SetFailure("send to " + Peer() + ": peer did not read for " + std::to_string(waitedMs) + " ms");
-  }
+  NoteDrop(link, "send to " + Peer() + ": peer did not read for " + std::to_string(waitedMs) + " ms");
   ShutdownLink(link);
 }
 
@@ -361,6 +358,7 @@ void CTcpclient::HandleFailure(SocketLink& link, Outcome outcome, const FrameRea
     case Outcome::kBadLength:
     case Outcome::kFailed:
       ZEL_LOG_AS(kSvc, kError, "zel header len is error,nPacketLen:%d", length);
+      NoteDrop(link, "receive from " + Peer() + ": bad length " + std::to_string(reader.header().nMsgLen));
       ShutdownLink(link);
       ReportEnd(link);
       break;
@@ -414,11 +412,15 @@ int64_t CTcpclient::ConnectedMs() {
 }
 
 // A link that was up and is lost, counted and told of once.
-void CTcpclient::NoteLoss(SocketLink& link, std::string_view what) {
+void CTcpclient::NoteDrop(SocketLink& link, std::string reason) {
   if (!link.TakeLoss()) return;
   notes().Add(Count::kLosses);
+  notes().SetFailure(std::move(reason));
+}
+
+void CTcpclient::NoteLoss(SocketLink& link, std::string_view what) {
   const int32_t error = link.endError();
-  notes().SetFailure(std::string(what) + " " + Peer() + ": " +
+  NoteDrop(link, std::string(what) + " " + Peer() + ": " +
                      (error != 0 ? platform::ReasonText(error) : "closed by the peer"));
 }
 
@@ -430,15 +432,7 @@ void CTcpclient::NoteFailedRead(SocketLink& link, Outcome outcome, const FrameRe
   notes().Add(Count::kBytesIn, reader.headerSize() + reader.bodySize());
   const bool isShortHeader = reader.headerSize() != 0 && reader.headerSize() != kZelHeaderSize;
   switch (outcome) {
-    case Outcome::kBadLength:
-      notes().Add(isShortHeader ? Count::kShortHeaders : Count::kBadLengths);
-      if (link.TakeLoss()) {
-        notes().Add(Count::kLosses);
-        notes().SetFailure(
-            "receive from " + Peer() + ": " +
-            (isShortHeader ? "short header" : "bad length " + std::to_string(reader.header().nMsgLen)));
-      }
-      break;
+    case Outcome::kBadLength: notes().Add(isShortHeader ? Count::kShortHeaders : Count::kBadLengths); break;
     case Outcome::kShortHeader: notes().Add(Count::kShortHeaders); break;
     case Outcome::kShortBody: notes().Add(Count::kShortBodies); break;
     default: break;

@@ -102,6 +102,7 @@ class CTcpclient : public IZelPeerConnection {
   void LinkChanged();
   std::string Peer() const { return isDomain_ ? hostName_ : hostName_ + ":" + std::to_string(port_); }
   void NoteConnect(Brought brought);
+  void NoteDrop(SocketLink& link, std::string reason);
   void NoteLoss(SocketLink& link, std::string_view what);
   void NoteFailedRead(SocketLink& link, Outcome outcome, const FrameReader& reader);
   void NoteFrameIn(const FrameView& frame);
