@@ -22,7 +22,8 @@ install(EXPORT libzelTargets NAMESPACE libzel:: DESTINATION ${cmakedir} COMPONEN
 install(EXPORT libzelStaticTargets NAMESPACE libzel:: DESTINATION ${cmakedir} COMPONENT libzel-dev)
 configure_package_config_file(cmake/libzelConfig.cmake.in ${made}/libzelConfig.cmake
   INSTALL_DESTINATION ${cmakedir} NO_SET_AND_CHECK_MACRO NO_CHECK_REQUIRED_COMPONENTS_MACRO)
-write_basic_package_version_file(${made}/libzelConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+# The SONAME's promise: programs that asked for 0.2 go on.
+write_basic_package_version_file(${made}/libzelConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${made}/libzelConfig.cmake ${made}/libzelConfigVersion.cmake DESTINATION ${cmakedir}
   COMPONENT libzel-dev)
 

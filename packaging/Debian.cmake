@@ -3,6 +3,11 @@ set(packages libzel0 libzel-dev libzel-tools python3-libzel)
 set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
   WORLD_READ WORLD_EXECUTE)
 
+file(STRINGS debian/changelog newest LIMIT_COUNT 1)
+if(NOT newest MATCHES "^libzel \\(${debian_version}\\) ")
+  message(FATAL_ERROR "packaging/debian/changelog has no entry for ${debian_version}.")
+endif()
+
 foreach(package IN LISTS packages)
   set(copyright ${CMAKE_CURRENT_BINARY_DIR}/${package}/copyright)
   set(contained)
@@ -32,8 +37,7 @@ add_custom_command(OUTPUT zel.1 zel.bash DEPENDS zel VERBATIM
   COMMAND sh -c "'${lab}' -- '$<TARGET_FILE:zel>' --generate man > zel.1"
   COMMAND sh -c "'${lab}' -- '$<TARGET_FILE:zel>' --generate completion > zel.bash")
 add_custom_command(OUTPUT zelsim.1 DEPENDS zelsim VERBATIM
-  COMMAND help2man --no-info --name=simulated\ Zel\ devices --version-string=${PROJECT_VERSION}
-    --output=zelsim.1 $<TARGET_FILE:zelsim>)
+  COMMAND help2man --no-info --name=simulated\ Zel\ devices --output=zelsim.1 $<TARGET_FILE:zelsim>)
 foreach(program zel zelsim)
   zipped(${program}.1 ${CMAKE_CURRENT_BINARY_DIR}/${program}.1 ${CMAKE_INSTALL_MANDIR}/man1 libzel-tools)
 endforeach()
@@ -43,13 +47,12 @@ install(FILES ${PROJECT_SOURCE_DIR}/tools/wireshark/zel.lua DESTINATION ${CMAKE_
   COMPONENT libzel-tools)
 
 set(python lib/python3/dist-packages)
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/python/zel DESTINATION ${python} COMPONENT python3-libzel
-  FILES_MATCHING PATTERN *.py PATTERN py.typed PATTERN __pycache__ EXCLUDE)
+python_package(${python} python3-libzel)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/python/examples DESTINATION ${docdir}/python3-libzel COMPONENT python3-libzel
   FILES_MATCHING PATTERN *.py PATTERN __pycache__ EXCLUDE)
 file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/METADATA
   "Metadata-Version: 2.1\nName: zel\nVersion: ${PROJECT_VERSION}\n"
-  "Summary: Client of the Zel device communication protocol, on the libzel library\nRequires-Python: >=3.9\n")
+  "Summary: Client of the Zel device communication protocol, on the libzel library\nLicense: Apache-2.0\nRequires-Python: >=3.9\n")
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/METADATA DESTINATION ${python}/zel-${PROJECT_VERSION}.egg-info
   RENAME PKG-INFO COMPONENT python3-libzel)
 

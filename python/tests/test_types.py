@@ -1,11 +1,17 @@
 """What needs no server."""
 
+import os
+
 import pytest
 import zel
 
 
 def test_version_is_the_librarys():
     assert zel.version() == "0.2.3"
+
+
+def test_version_of_the_package_is_the_products():
+    assert zel.__version__ == os.environ["ZEL_EXPECTED_VERSION"]
 
 
 @pytest.mark.parametrize("text", ["0.0.0.0.0.0", "192.168.1.20.0.1", "255.255.255.255.255.255"])

@@ -25,6 +25,7 @@ from ._errors import ErrorCode, ZelDisconnected, ZelError, ZelTimeout, error_tex
 from ._files import FileProgress, FileState, FileTransfer, send_file
 from ._library import version
 from ._scan import Device, Scan, scan
+from ._version import __version__
 
 __all__ = [
     "Connection",
@@ -41,6 +42,7 @@ __all__ = [
     "ZelDisconnected",
     "ZelError",
     "ZelTimeout",
+    "__version__",
     "error_text",
     "scan",
     "send_file",

@@ -121,7 +121,7 @@ def _finish() -> None:
 
 
 def version() -> str:
-    """The library's version, for example "0.2.3"."""
+    """The version of the library's first interface, "0.2.3"; zel.__version__ has the product's."""
     numbers = [c_uint32() for _ in range(3)]
     load().libzel_version(*(ctypes.byref(number) for number in numbers))
     return ".".join(str(number.value) for number in numbers)

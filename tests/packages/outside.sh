@@ -16,15 +16,26 @@ fail() {
 quiet() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; fail "$*"; }; }
 
 with_cmake() {
-  local name=$1 languages=$2 folder
-  shift 2
+  local name=$1 languages=$2 version=$3 folder
+  shift 3
   quiet cmake -G Ninja -S "$here/outside" -B "$work/$name" -DCMAKE_PREFIX_PATH="$prefix" \
-    -DOUTSIDE_LANGUAGES="$languages" -DCMAKE_BUILD_TYPE=Release "$@"
+    -DOUTSIDE_LANGUAGES="$languages" -DOUTSIDE_WANTS="$version" -DCMAKE_BUILD_TYPE=Release "$@"
   # Not a libzel of the machine's.
   folder=$(sed -n 's/^libzel_DIR:PATH=//p' "$work/$name/CMakeCache.txt")
   [[ $folder == "$prefix"/* ]] || fail "CMake found libzel in $folder"
   quiet cmake --build "$work/$name" --parallel 2
   programs+=("$work/$name"/{c,cxx}_{libzel,static}"$suffix")
+}
+
+# Projects that ask for another interface do not get this one.
+refuses() {
+  local version=$1
+  if cmake -G Ninja -S "$here/outside" -B "$work/refused" -DCMAKE_PREFIX_PATH="$prefix" -DOUTSIDE_LANGUAGES=C \
+    -DOUTSIDE_WANTS="$version" >"$work/log" 2>&1; then
+    fail "CMake found version $version"
+  fi
+  grep -q "is compatible with" "$work/log" || { cat "$work/log"; fail "it is not the version $version that is refused"; }
+  rm -r "$work/refused"
 }
 
 # with_pkg_config LANGUAGE COMPILER FLAG...: the flag -static makes both the program and pkg-config's answer static.
@@ -59,8 +70,9 @@ case $system in
     PKG_CONFIG_LIBDIR=$(dirname "$(find "$prefix" -name libzel.pc)")
     LD_LIBRARY_PATH=$(dirname "$PKG_CONFIG_LIBDIR")
     export PKG_CONFIG_LIBDIR LD_LIBRARY_PATH
-    with_cmake both "C;CXX"
-    with_cmake c C
+    with_cmake both "C;CXX" 0.2
+    with_cmake c C 0.3
+    for version in 0.99 1.0; do refuses "$version"; done
     with_pkg_config c gcc
     with_pkg_config cpp g++ -std=c++17
     with_pkg_config c gcc -static
@@ -70,7 +82,7 @@ case $system in
   windows)
     suffix=.exe
     export PKG_CONFIG_LIBDIR=$prefix/lib/pkgconfig
-    with_cmake both "C;CXX" -DCMAKE_SYSTEM_NAME=Windows -DCMAKE_SYSTEM_PROCESSOR=x86_64 \
+    with_cmake both "C;CXX" 0.2 -DCMAKE_SYSTEM_NAME=Windows -DCMAKE_SYSTEM_PROCESSOR=x86_64 \
       -DCMAKE_C_COMPILER=x86_64-w64-mingw32-gcc-posix -DCMAKE_CXX_COMPILER=x86_64-w64-mingw32-g++-posix
     with_pkg_config c x86_64-w64-mingw32-gcc-posix
     with_pkg_config cpp x86_64-w64-mingw32-g++-posix -std=c++17 -static-libstdc++ -static-libgcc \

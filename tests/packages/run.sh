@@ -104,6 +104,48 @@ unpacks_for_windows() {
   done
 }
 
+# is WHAT EXPECTED FOUND
+is() { [ "$3" = "$2" ] || fail "$1: $3, not $2"; }
+
+has_one_version() {
+  set -e
+  local version zip file
+  version=$(sed -n 's/^project(libzel VERSION \([0-9.]*\).*/\1/p' "$tree/CMakeLists.txt")
+  zip=$(echo "$work"/zip/*)
+  export LD_LIBRARY_PATH=$root/usr/lib/x86_64-linux-gnu
+  for file in "$packages"/*.deb; do is "$file" "$version-1" "$(dpkg-deb --field "$file" Version)"; done
+  [ -s "$packages/libzel-$version.tar.gz" ] || fail "no sources of $version"
+  is "the archive's folder" "libzel-$version-windows-x64" "$(basename "$zip")"
+  is "the library's file" "libzel.so.$version" "$(readlink "$LD_LIBRARY_PATH/libzel.so.0")"
+  for file in "$root/usr/lib/x86_64-linux-gnu/pkgconfig/libzel.pc" "$zip/lib/pkgconfig/libzel.pc"; do
+    is "$file" "Version: $version" "$(grep ^Version "$file")"
+  done
+  is zelsim "zelsim $version" "$("$root/usr/bin/zelsim" --version)"
+  is zel "zel $version" "$("$tree/tests/lab/lab.sh" -- "$root/usr/bin/zel" --version)"
+  is zel.exe "zel $version" "$("$tree/tests/lab/lab.sh" --wine -- "$zip/bin/zel.exe" --version | tr -d '\r')"
+  for file in FileVersion ProductVersion; do
+    is "the DLL's $file" "$version" "$(strings --encoding=l "$zip/bin/libzel.dll" | sed -n "/^$file\$/{n;p}")"
+  done
+  is Python "$version $version" "$(PYTHONPATH=$root/usr/lib/python3/dist-packages /usr/bin/python3 -B -c \
+    'import importlib.metadata, zel; print(zel.__version__, importlib.metadata.version("zel"))')"
+  is "Python on Windows" "__version__ = \"$version\"" "$(tail -n 1 "$zip/python/zel/_version.py")"
+}
+
+says_its_licence() {
+  set -e
+  local package zip full=/usr/share/common-licenses/Apache-2.0
+  zip=$(echo "$work"/zip/*)
+  for package in libzel0 libzel-dev libzel-tools python3-libzel; do
+    grep -x 'SPDX-License-Identifier: Apache-2.0' "$root/usr/share/doc/$package/copyright"
+    grep "$full" "$root/usr/share/doc/$package/copyright"
+  done
+  grep -x 'License: Apache-2.0' "$root"/usr/lib/python3/dist-packages/zel-*.egg-info/PKG-INFO
+  cmp "$tree/LICENSE" "$zip/share/doc/libzel/LICENSE.txt"
+  cmp "$full" "$zip/share/doc/libzel/LICENSES/Apache-2.0.txt"
+  cmp "$tree/LICENSE" "$work"/sources/libzel-*/LICENSE
+  cmp "$full" "$work"/sources/libzel-*/LICENSES/Apache-2.0.txt
+}
+
 links_on_windows() { "$here/outside.sh" windows "$(echo "$work"/zip/*)" "$work/windows"; }
 
 # As the vendor's compiler would: its object format and calling of the linker, without its headers and runtime.
@@ -133,7 +175,8 @@ removes() {
 
 rm -rf "$work"
 mkdir -p "$work"
-for name in makes_packages makes_the_same_again pleases_lintian installs unpacks_for_windows configures_the_sources holds_no_build_path \
+for name in makes_packages makes_the_same_again pleases_lintian installs unpacks_for_windows configures_the_sources \
+  holds_no_build_path has_one_version says_its_licence \
   links_on_linux runs_the_tools runs_python links_on_windows links_by_the_vendors_library runs_on_windows removes; do
   check "$name" "$name"
   # Without packages there is nothing to test.

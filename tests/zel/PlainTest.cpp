@@ -34,9 +34,14 @@ TEST(PlainTest, ErrorsRefusesWhatIsNoNumber) {
   EXPECT_TRUE(Contains(result.errors, "'many' is no error number"));
 }
 
-TEST(PlainTest, VersionIsThatOfTheLibrary) {
-  EXPECT_EQ(RunZel({"version"}).output, "zel 0.2.3, libzel 0.2.3\n");
-  EXPECT_EQ(RunZel({"--json", "version"}).output, "{\"zel\":\"0.2.3\",\"libzel\":\"0.2.3\"}\n");
+TEST(PlainTest, VersionOptionTellsThePrograms) {
+  EXPECT_EQ(RunZel({"--version"}).output, "zel " ZEL_EXPECTED_VERSION "\n");
+}
+
+TEST(PlainTest, VersionTellsTheProgramsAndTheLibrarys) {
+  EXPECT_EQ(RunZel({"version"}).output, "zel " ZEL_EXPECTED_VERSION ", libzel 0.2.3\n");
+  EXPECT_EQ(RunZel({"--json", "version"}).output,
+            "{\"zel\":\"" ZEL_EXPECTED_VERSION "\",\"libzel\":\"0.2.3\"}\n");
 }
 
 TEST(PlainTest, HelpShowsEveryCommand) {

@@ -32,7 +32,7 @@ TEST(Options, HelpNamesEveryOption) {
        {"--listen",        "--answer",         "--tick",    "--burst",      "--fault",     "--spin",
         "--trace",         "--device",         "--devices", "--base",       "--interface", "--no-discovery",
         "--answer-spread", "--description",    "--frame",   "--scan-fault", "--udp-fault", "--files",
-        "--transfer-port", "--transfer-fault", "--relay"}) {
+        "--transfer-port", "--transfer-fault", "--relay",   "--version"}) {
     EXPECT_NE(text.find(name), text.npos) << name;
   }
 }

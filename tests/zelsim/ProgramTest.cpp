@@ -90,6 +90,12 @@ TEST(Program, EndsWithZeroWhileAClientIsConnected) {
   EXPECT_EQ(client.State(), test::End::kClosed);
 }
 
+TEST(Program, TellsItsVersion) {
+  Program program({"--version"});
+  EXPECT_EQ(program.ReadLine(), "zelsim " ZELSIM_EXPECTED_VERSION "\n");
+  EXPECT_EQ(program.WaitForEnd(), 0);
+}
+
 TEST(Program, RefusesABadCommandLine) {
   Program program({"--listen", "nowhere"});
   EXPECT_EQ(program.WaitForEnd(), 1);

@@ -214,6 +214,7 @@ std::optional<Options> ParseOptions(int argc, const char* const* argv, std::ostr
   int64_t spinUs = 0;
   CLI::App app(kAbout, "zelsim");
   app.footer(kExamples);
+  app.set_version_flag("--version", "zelsim " ZELSIM_VERSION, "Show the program's version");
   TextOptions texts(app);
   FleetArguments fleet;
   AddServerOptions(texts, app, options.server, spinUs);
