@@ -4,21 +4,24 @@
  * Conventions, for every function unless it says otherwise:
  *
  *  1. Off until called. Nothing here changes what a function of libzel.h does until it is called.
- *  2. Threads. Any function may be called from any thread, from callbacks too. No lock of the library is held while a
- *     callback runs, but for a log sink. A callback must not throw.
- *  3. Results. An int32_t result is 0 or a code, which is also left as the thread's error number (libzel_get_errno);
- *     it is never a device's own error word. Functions without such a result leave the error number alone. Every
- *     function can give 8195 (the system failed the library; the log has the reason) and 8200 (out of memory); each says
- *     what else it can give. The texts come from libzelx_strerror.
+ *  2. Threads. Any function may be called from any thread, from callbacks too. No lock of the library is held
+ *     while a callback runs, but for a log sink. A callback must not throw.
+ *  3. Results. An int32_t result is 0 or a code, which is also left as the thread's error number
+ *     (libzel_get_errno); it is never a device's own error word. Functions without such a result leave the
+ *     error number alone. Every function can give 8195 (the system failed the library; the log has the
+ *     reason) and 8200 (out of memory); each says what else it can give. The texts come from
+ *     libzelx_strerror.
  *  4. Handles. An instance that is not live gives ZEL_E_HANDLE (8193), as in libzel.h.
- *  5. Units. Times are in milliseconds, lengths in bytes. A `timeoutMs` bounds the whole call, whatever it waits for;
- *     0 has run out at once.
- *  6. Ownership. The library copies what it is given and keeps no pointer after a call returns, but for callbacks and
- *     their user pointers, whose end is said where they are given. What a callback is given is valid during the call.
- *  7. Structures begin with `size`, the structure's sizeof in the program, and may grow at the end in later releases. In
- *     one that the library reads, what it does not know must be 0; in one that it fills, it sets what it does not know to
- *     0 and writes nothing behind `size`. A size below that of the structure's first release gives ZEL_E_PARAM (8196). In
- *     one that a callback is given, `size` is the library's. Fields named `reserved` are 0.
+ *  5. Units. Times are in milliseconds, lengths in bytes. A `timeoutMs` bounds the whole call, whatever it
+ *     waits for; 0 has run out at once.
+ *  6. Ownership. The library copies what it is given and keeps no pointer after a call returns, but for
+ *     callbacks and their user pointers, whose end is said where they are given. What a callback is given is
+ *     valid during the call.
+ *  7. Structures begin with `size`, the structure's sizeof in the program, and may grow at the end in later
+ *     releases. In one that the library reads, what it does not know must be 0; in one that it fills, it sets
+ *     what it does not know to 0 and writes nothing behind `size`. A size below that of the structure's first
+ *     release gives ZEL_E_PARAM (8196). In one that a callback is given, `size` is the library's. Fields
+ *     named `reserved` are 0.
  *  8. Texts are NUL-terminated and UTF-8. A text pointer may be null only where that is said; else it gives
  *     ZEL_E_PARAM (8196).
  */
@@ -29,7 +32,7 @@
 #include <stddef.h>
 
 /** @cond */
-/* On the 64-bit systems that there are. Named after the type: in C99 one named after the line could meet libzel.h's. */
+/* Named after the type: in C99 one that is named after the line could meet one of libzel.h. */
 #define LIBZELX_SIZE(type, bytes) \
   typedef char type##_size[sizeof(void*) != 8 || sizeof(type) == (bytes) ? 1 : -1]
 /** @endcond */
@@ -49,19 +52,19 @@ extern "C" {
 /** @name Error codes
  * Raised by the functions of this header only, besides those of libzel.h. libzel_strerror does not know them.
  * @{ */
-#define LIBZELX_E_CANCELLED 20481 /**< ended before its end: by a cancel, a stop, a release, or a callback */
+#define LIBZELX_E_CANCELLED 20481    /**< ended early: by a cancel, a stop, a release, or a callback */
 #define LIBZELX_E_WOULD_BLOCK 20482  /**< called on the very thread that it would wait for */
 #define LIBZELX_E_TOO_LATE 20483     /**< must be set before libzel_init */
 #define LIBZELX_E_TOO_LONG 20484     /**< the frame would be longer than 10485760 bytes; nothing was sent */
 #define LIBZELX_E_FILE_CHANGED 20485 /**< the file became shorter while it was sent */
 /** @} */
 
-/** Writes the release of the library, the version of its package, to the pointers that are not null. libzel_version has
- * the protocol library's version, which stays. */
+/** Writes the release of the library, the version of its package, to the pointers that are not null.
+ * libzel_version has the protocol library's version, which stays. */
 ZEL_API void libzelx_version(uint32_t* major, uint32_t* minor, uint32_t* patch);
 
-/** The constant English text of a code, of this header's as well as of libzel.h's; "Unknown error code" for one that has
- * none. The text belongs to the library and stays valid. */
+/** The constant English text of a code, of this header's as well as of libzel.h's; "Unknown error code" for
+ * one that has none. The text belongs to the library and stays valid. */
 ZEL_API const char* libzelx_strerror(int32_t code);
 
 /** @} */
@@ -79,15 +82,14 @@ ZEL_API ZelInstance libzelx_createInstance(const ZelDeviceId* device, ZelConnEve
 
 /** A request. */
 typedef struct libzelx_Request {
-  size_t size;      /**< sizeof(libzelx_Request) */
-  uint16_t port;    /**< of the server, 0 to 65535 */
-  uint16_t command; /**< of the message; 0 means 9, that of libzel_sync_send */
-  uint32_t group;   /**< the message's group */
-  uint32_t offset;  /**< the message's offset */
-  const void* data; /**< the payload; may be null when `length` is 0 */
-  uint32_t length;  /**< of the payload, at most 10485731 */
-  uint32_t
-      timeoutMs; /**< from the call to the answer: connecting, waiting for other writers, writing, waiting */
+  size_t size;        /**< sizeof(libzelx_Request) */
+  uint16_t port;      /**< of the server, 0 to 65535 */
+  uint16_t command;   /**< of the message; 0 means 9, that of libzel_sync_send */
+  uint32_t group;     /**< the message's group */
+  uint32_t offset;    /**< the message's offset */
+  const void* data;   /**< the payload; may be null when `length` is 0 */
+  uint32_t length;    /**< of the payload, at most 10485731 */
+  uint32_t timeoutMs; /**< from the call to the answer: connect, other threads' writes, write, wait */
 } libzelx_Request;
 LIBZELX_SIZE(libzelx_Request, 40);
 
@@ -97,14 +99,14 @@ typedef struct libzelx_Outcome {
   int32_t result; /**< 0: answered, whatever `deviceError` says; else the code that the call gives, too */
   uint32_t deviceError;  /**< the answer's error word, 0 without an answer */
   uint32_t answerLength; /**< length of the answer's payload, also of one that was not copied whole */
-  uint32_t
-      maySent; /**< 1: some of the request's bytes may have left; 0: none has. Nothing is ever sent twice */
+  uint32_t maySent; /**< 1: bytes of the request may have left; 0: none has. Nothing is ever sent twice */
 } libzelx_Outcome;
 LIBZELX_SIZE(libzelx_Outcome, 24);
 
-/** The outcome of a request without a wait, exactly once for each ticket. `answer` has `out->answerLength` bytes, and is
- * null when there is no answer. Runs on the instance's receive thread, or on the thread that stops or releases the
- * instance. `user` is in use until this call has returned, or libzelx_cancel gave 0 for the ticket. */
+/** The outcome of a request without a wait, exactly once for each ticket. `answer` has `out->answerLength`
+ * bytes, and is null when there is no answer. Runs on the instance's receive thread, or on the thread that
+ * stops or releases the instance. `user` is in use until this call has returned, or libzelx_cancel gave 0 for
+ * the ticket. */
 typedef void (*libzelx_AnswerCallback)(uint64_t ticket, const libzelx_Outcome* out, const void* answer,
                                        void* user);
 
@@ -186,6 +188,51 @@ ZEL_API int32_t libzelx_publishMany(ZelInstance instance, const libzelx_Message*
  * - 4104 (ZEL_E_TIMEOUT): not yet,
  * - 4107 (ZEL_E_PROTOCOL): the system cannot tell (Windows). */
 ZEL_API int32_t libzelx_flush(ZelInstance instance, uint32_t timeoutMs);
+
+/** @} */
+
+/** @defgroup beyond_log The log
+ * Where the library's log lines go, and which there are.
+ * @{ */
+
+/** @name Levels
+ * A line is written when its level is not below the set one. Note the order: NOTICE stands above ERROR.
+ * @{ */
+#define LIBZELX_LOG_TRACE 0            /**< every step; the level before libzel_init */
+#define LIBZELX_LOG_DEBUG 1            /**< each message; the level that libzel_init sets */
+#define LIBZELX_LOG_INFO 2             /**< connects */
+#define LIBZELX_LOG_WARNING 4          /**< what is wrong and was survived */
+#define LIBZELX_LOG_ERROR 8            /**< failures */
+#define LIBZELX_LOG_CRITICAL 16        /**< not used */
+#define LIBZELX_LOG_NOTICE 32          /**< the version, at the start */
+#define LIBZELX_LOG_COMM 256           /**< not used */
+#define LIBZELX_LOG_NOTHING 2147483647 /**< no line at all, as a level to set */
+/** @} */
+
+/** Takes one line of the log: its level, its time in nanoseconds since 1970 (UTC), the system's number of the
+ * thread that logs, the place in the library's sources, and the message (at most 8191 bytes, without a line
+ * end). Runs on the thread that logs, one call at a time in the process: all other threads that log wait
+ * meanwhile. So it must be quick; it must not call the library (but for libzelx_stdoutSink, libzelx_strerror
+ * and libzel_strerror), and must not wait for a thread that may be in the library. Lines that it causes
+ * itself all the same are dropped. */
+typedef void (*libzelx_LogSink)(int32_t level, int64_t unixNs, uint32_t thread, const char* file,
+                                const char* function, int32_t line, const char* message, void* user);
+
+/** The sink of a process that sets none: writes the line to standard output in the manner of the protocol
+ * library, with its colours and its time stamp of UTC and 8 hours. May be called by a sink, and on its own.
+ * `user` is not looked at; a null text is written as "(null)". */
+ZEL_API void libzelx_stdoutSink(int32_t level, int64_t unixNs, uint32_t thread, const char* file,
+                                const char* function, int32_t line, const char* message, void* user);
+
+/** Hands the log's lines to `sink` from now on, or drops them when it is null. May be called before
+ * libzel_init. When it returns, no call of the earlier sink runs or will run, and what the earlier `user`
+ * points to may go.
+ * Result: 0, or LIBZELX_E_WOULD_BLOCK: called from within a sink; nothing was changed. */
+ZEL_API int32_t libzelx_setLogSink(libzelx_LogSink sink, void* user);
+
+/** Sets the level below which lines are not made, any value; such a line costs a comparison. May be called
+ * before libzel_init, which keeps the level then. Result: 0. */
+ZEL_API int32_t libzelx_setLogLevel(int32_t level);
 
 /** @} */
 

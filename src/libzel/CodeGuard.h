@@ -1,4 +1,5 @@
-// What every export of libzelx.h with a result does: the result is a code, and the thread's error number is the same code.
+// What every export of libzelx.h with a result does: the result is a code, and the thread's error number is
+// the same code.
 #pragma once
 
 #include <cstdint>

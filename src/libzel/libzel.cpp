@@ -49,7 +49,7 @@ int32_t libzel_init() {
     ZEL_LOG_AS("libzel_init", kNotice, "libzelclient Version %d.%d.%d", static_cast<int>(kMajor),
                static_cast<int>(kMinor), static_cast<int>(kPatch));
     ZEL_LOG_AS("libzel_init", kNotice, "libzelclient Compile Time:%s", GetBuildTimeText().c_str());
-    SetLogLevel(static_cast<int32_t>(LogLevel::kDebug));
+    SetDefaultLogLevel(static_cast<int32_t>(LogLevel::kDebug));
     const int32_t result = platform::StartSockets();
     DeriveLocalDeviceId();
     StartDiscovery();

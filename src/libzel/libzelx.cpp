@@ -1,6 +1,8 @@
-// Beyond the letter: codes and version.
+// Beyond the letter: codes and version, the log.
 #include "libzel/libzelx.h"
 
+#include "libzel/CodeGuard.h"
+#include "utils/Log.h"
 #include "zelcomm/ErrorCode.h"
 
 using namespace libzel;
@@ -20,4 +22,23 @@ const char* libzelx_strerror(int32_t code) {
     case LIBZELX_E_FILE_CHANGED: return "file became shorter while it was sent";
     default: return ErrorCodeText(code);
   }
+}
+
+int32_t libzelx_setLogSink(libzelx_LogSink sink, void* user) {
+  // The default by its own name, so that it stays as quick.
+  const LogSinkFunction function = sink == libzelx_stdoutSink ? WriteLogLine : sink;
+  return GuardCode("libzelx_setLogSink",
+                   [&] { return SetLogSink(function, user) ? ZEL_OK : LIBZELX_E_WOULD_BLOCK; });
+}
+
+void libzelx_stdoutSink(int32_t level, int64_t unixNs, uint32_t thread, const char* file,
+                        const char* function, int32_t line, const char* message, void* user) {
+  WriteLogLine(level, unixNs, thread, file, function, line, message, user);
+}
+
+int32_t libzelx_setLogLevel(int32_t level) {
+  return GuardCode("libzelx_setLogLevel", [&] {
+    ChooseLogLevel(level);
+    return ZEL_OK;
+  });
 }

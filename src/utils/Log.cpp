@@ -13,6 +13,7 @@
 #include "platform/Platform.h"
 #include "utils/Forever.h"
 #include "utils/LogFormat.h"
+#include "utils/Mutex.h"
 
 namespace libzel {
 
@@ -22,21 +23,27 @@ constexpr size_t kMaxMessage = 8191;
 constexpr size_t kStampSize = 23;
 constexpr size_t kHeadRoom = 1024;
 
-// What follows the location in every line of the calling thread, "12345ESC[37m]:", made once per thread.
-std::string_view ThreadText() {
-  struct Text {
-    char characters[24];
-    size_t size;
-    Text() {
-      char* end = std::to_chars(characters, characters + sizeof characters, platform::ThreadId()).ptr;
-      for (const std::string_view part : {log_internal::kWhite, std::string_view("]:")}) {
-        end = std::copy(part.begin(), part.end(), end);
-      }
-      size = static_cast<size_t>(end - characters);
+// What follows the location, "12345ESC[37m]:".
+class ThreadText {
+ public:
+  explicit ThreadText(uint32_t thread) {
+    char* end = std::to_chars(text_, text_ + sizeof text_, thread).ptr;
+    for (const std::string_view part : {log_internal::kWhite, std::string_view("]:")}) {
+      end = std::copy(part.begin(), part.end(), end);
     }
-  };
-  static thread_local const Text text;
-  return {text.characters, text.size};
+    size_ = static_cast<size_t>(end - text_);
+  }
+  std::string_view view() const { return {text_, size_}; }
+
+ private:
+  char text_[24];
+  size_t size_;
+};
+
+// That of the calling thread, made once per thread.
+std::string_view OwnThreadText() {
+  static thread_local const ThreadText text(platform::ThreadId());
+  return text.view();
 }
 
 char* PutDigits(char* at, uint32_t number, int count) {
@@ -94,24 +101,120 @@ Sink& LogSink() {
   return *sink;
 }
 
-// Puts a line together from the left, behind the place of its time stamp, which is the last to be filled in.
-void WriteLine(std::string_view head, const MessageFormat& format, va_list arguments) {
-  // Left as it is on purpose: zeroing 8 KiB would cost more than the rest of the line.
-  char text[kStampSize + 1 + kHeadRoom + kMaxMessage + 2];
-  char* at = text + kStampSize;
+// Whom the lines are for. The function may be looked at without the log's mutex, the pair only under it.
+struct Receiver {
+  std::atomic<LogSinkFunction> function{WriteLogLine};
+  void* user = nullptr;
+};
+constinit Receiver g_receiver;
+// The calling thread is in a call of the application's sink.
+thread_local bool t_isInSink = false;
+
+bool IsWanted() {
+  const LogSinkFunction function = g_receiver.function.load(std::memory_order_relaxed);
+  return function == WriteLogLine || (function != nullptr && !t_isInSink);
+}
+
+// Room for a line; its pieces are put in from the left, but for the time stamp, which is the last to be
+// filled in. Left as it is on purpose: zeroing 8 KiB would cost more than the rest of the line.
+using LineRoom = char[kStampSize + 1 + kHeadRoom + kMaxMessage + 1];
+
+// Puts in what is between the time stamp and the message, and gives the message's place.
+char* PutHead(LineRoom& room, std::string_view head, std::string_view thread) {
+  char* at = room + kStampSize;
   *at++ = ' ';
-  const std::string_view thread = ThreadText();
   for (const std::string_view part : {head.substr(0, kHeadRoom - thread.size()), thread}) {
     std::memcpy(at, part.data(), part.size());
     at += part.size();
   }
-  at += FormatMessage(at, kMaxMessage, format, arguments);
-  *at++ = '\n';
+  return at;
+}
+
+// `end` is that of the message.
+void Print(LineRoom& room, char* end, TimeStamper& stamper, std::chrono::system_clock::time_point when) {
+  *end++ = '\n';
+  stamper.Put(room, when);
+  platform::WriteStandardOutput(room, static_cast<size_t>(end - room));
+}
+
+// noexcept: a sink that throws ends the process.
+template <typename Site>
+[[gnu::cold, gnu::noinline]] void HandOver(const Site& site, std::chrono::system_clock::time_point when,
+                                           const char* message) noexcept {
+  const LogSinkFunction function = g_receiver.function.load(std::memory_order_relaxed);
+  if (function == nullptr) return;
+  t_isInSink = true;
+  function(site.level(), std::chrono::nanoseconds(when.time_since_epoch()).count(), platform::ThreadId(),
+           site.file(), site.function(), site.line(), message, g_receiver.user);
+  t_isInSink = false;
+}
+
+template <typename Site>
+void WriteLine(const Site& site, const MessageFormat& format, va_list arguments) {
+  if (!IsWanted()) [[unlikely]]
+    return;
+  LineRoom room;
+  char* const message = PutHead(room, site.text(), OwnThreadText());
+  char* const end = message + FormatMessage(message, kMaxMessage, format, arguments);
 
   Sink& sink = LogSink();
   const std::lock_guard lock(sink.mutex);
-  sink.stamper.Put(text, std::chrono::system_clock::now());
-  platform::WriteStandardOutput(text, static_cast<size_t>(at - text));
+  const auto now = std::chrono::system_clock::now();
+  if (g_receiver.function.load(std::memory_order_relaxed) == WriteLogLine) [[likely]] {
+    Print(room, end, sink.stamper, now);
+  } else {
+    *end = '\0';
+    HandOver(site, now, message);
+  }
+}
+
+// A call site that is known at run time only; its text has room for any that is printed.
+class RuntimeSite {
+ public:
+  RuntimeSite(int32_t level, const char* file, const char* function, int32_t line)
+      : level_(level), line_(line), file_(OrNull(file)), function_(OrNull(function)) {
+    const auto style = log_internal::StyleOf(static_cast<LogLevel>(level));
+    char digits[16];
+    const char* end = std::to_chars(digits, digits + sizeof digits, line).ptr;
+    for (const std::string_view part :
+         {style.colour, std::string_view("[libzel,"), style.name, std::string_view(","),
+          std::string_view(file_), std::string_view(","), std::string_view(function_), std::string_view(","),
+          std::string_view(digits, end), std::string_view(",")}) {
+      Append(part);
+    }
+  }
+  std::string_view text() const { return {text_, size_}; }
+  int32_t level() const { return level_; }
+  int32_t line() const { return line_; }
+  const char* file() const { return file_; }
+  const char* function() const { return function_; }
+
+ private:
+  // As the runtime prints a null text.
+  static const char* OrNull(const char* text) { return text != nullptr ? text : "(null)"; }
+  void Append(std::string_view part) {
+    const size_t count = std::min(part.size(), sizeof text_ - size_);
+    std::memcpy(text_ + size_, part.data(), count);
+    size_ += count;
+  }
+
+  int32_t level_;
+  int32_t line_;
+  const char* file_;
+  const char* function_;
+  char text_[kHeadRoom];
+  size_t size_ = 0;
+};
+
+// Whether the threshold is the application's.
+struct LevelChoice {
+  Mutex mutex;
+  bool isMade ZEL_GUARDED_BY(mutex) = false;
+};
+
+LevelChoice& LogLevelChoice() {
+  static Forever<LevelChoice> choice;
+  return *choice;
 }
 
 }  // namespace
@@ -119,24 +222,53 @@ void WriteLine(std::string_view head, const MessageFormat& format, va_list argum
 void log_internal::Write(const CallSite& site, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  WriteLine(site.text(), site.format(), arguments);
+  WriteLine(site, site.format(), arguments);
   va_end(arguments);
 }
 
 void LogPrint(int32_t level, const char* file, const char* function, int32_t line, const char* format, ...) {
   if (!IsLogged(static_cast<LogLevel>(level))) return;
-  const auto style = log_internal::StyleOf(static_cast<LogLevel>(level));
   const char* backslash = std::strrchr(file, '\\');
-  std::string head(style.colour);
-  head.append("[libzel,")
-      .append(style.name)
-      .append(",")
-      .append(backslash != nullptr ? backslash + 1 : "(null)");
-  head.append(",").append(function).append(",").append(std::to_string(line)).append(",");
+  const RuntimeSite site(level, backslash != nullptr ? backslash + 1 : nullptr, function, line);
   va_list arguments;
   va_start(arguments, format);
-  WriteLine(head, MessageFormat(format), arguments);
+  WriteLine(site, MessageFormat(format), arguments);
   va_end(arguments);
+}
+
+void WriteLogLine(int32_t level, int64_t unixNs, uint32_t thread, const char* file, const char* function,
+                  int32_t line, const char* message, void* /*user*/) noexcept {
+  const RuntimeSite site(level, file, function, line);
+  LineRoom room;
+  char* end = PutHead(room, site.text(), ThreadText(thread).view());
+  const std::string_view text =
+      std::string_view(message != nullptr ? message : "(null)").substr(0, kMaxMessage);
+  end = std::copy(text.begin(), text.end(), end);
+  TimeStamper stamper;
+  using Clock = std::chrono::system_clock;
+  Print(room, end, stamper,
+        Clock::time_point(std::chrono::floor<Clock::duration>(std::chrono::nanoseconds(unixNs))));
+}
+
+bool SetLogSink(LogSinkFunction function, void* user) {
+  if (t_isInSink) return false;
+  const std::lock_guard lock(LogSink().mutex);
+  g_receiver.user = user;
+  g_receiver.function.store(function, std::memory_order_relaxed);
+  return true;
+}
+
+void ChooseLogLevel(int32_t threshold) {
+  LevelChoice& choice = LogLevelChoice();
+  const MutexLock lock(choice.mutex);
+  choice.isMade = true;
+  SetLogLevel(threshold);
+}
+
+void SetDefaultLogLevel(int32_t threshold) {
+  LevelChoice& choice = LogLevelChoice();
+  const MutexLock lock(choice.mutex);
+  if (!choice.isMade) SetLogLevel(threshold);
 }
 
 std::string FormatTimeStamp(std::chrono::system_clock::time_point when) {

@@ -1,8 +1,10 @@
-// The process-wide logger: one levelled, time-stamped, coloured line per event on standard output.
+// The process-wide logger: one levelled, time-stamped, coloured line per event on standard output, or a call
+// of the application's sink.
 //
-// Any thread may log at any time. A line is put together outside the lock but for its time stamp, and written in one
-// piece under it, so lines never mix and stand in the order in which their callers took the lock. The log's mutex is a
-// leaf: nothing called under it logs or takes another lock. Nothing here reports failure to the caller.
+// Any thread may log at any time. A line is put together outside the lock but for its time stamp, and written
+// in one piece under it, so lines never mix and stand in the order in which their callers took the lock. The
+// log's mutex is a leaf: nothing called under it takes another lock, but for what an application's sink does.
+// Nothing here reports failure to the caller.
 //
 // A line that the threshold suppresses costs one comparison; its arguments are not evaluated.
 #pragma once
@@ -79,12 +81,14 @@ constexpr LevelStyle StyleOf(LogLevel level) {
 }
 
 // What is the same in every line of a call site, put together at compile time: its text
-// "ESC[33m[libzel,INFO,file,function,line," and its format.
+// "ESC[33m[libzel,INFO,file,function,line," and its format, and for sinks the parts of the text. A NUL must
+// follow `file`.
 class CallSite {
  public:
   constexpr CallSite(LogLevel level, std::string_view file, std::string_view function, int32_t line,
                      const char* format)
-      : format_(format) {
+      : format_(format), level_(static_cast<int32_t>(level)), line_(line), file_(file.data()) {
+    for (size_t i = 0; i < function.size() && i + 1 < function_.size(); ++i) function_[i] = function[i];
     const LevelStyle style = StyleOf(level);
     for (const std::string_view part : {style.colour, std::string_view("[libzel,"), style.name,
                                         std::string_view(","), file, std::string_view(","), function}) {
@@ -96,6 +100,10 @@ class CallSite {
   }
   constexpr std::string_view text() const { return {text_.data(), size_}; }
   constexpr const MessageFormat& format() const { return format_; }
+  constexpr int32_t level() const { return level_; }
+  constexpr int32_t line() const { return line_; }
+  constexpr const char* file() const { return file_; }
+  constexpr const char* function() const { return function_.data(); }
 
  private:
   constexpr void Append(std::string_view part) {
@@ -112,6 +120,10 @@ class CallSite {
   MessageFormat format_;
   std::array<char, 160> text_{};
   size_t size_ = 0;
+  int32_t level_;
+  int32_t line_;
+  const char* file_;
+  std::array<char, 100> function_{};
 };
 
 // `format` is the call site's own; it stands here for the compiler's checks.
@@ -132,6 +144,25 @@ inline bool IsLogged(LogLevel level) {
 inline void SetLogLevel(int32_t threshold) {
   log_internal::g_threshold.store(threshold, std::memory_order_relaxed);
 }
+// The application's choice: SetDefaultLogLevel leaves it alone from then on.
+void ChooseLogLevel(int32_t threshold);
+void SetDefaultLogLevel(int32_t threshold);
+
+// Takes a line in place of standard output: its level, its time in nanoseconds since 1970 (UTC), the thread's
+// number, where it comes from, and the message. The texts are NUL-terminated and valid during the call. One
+// call at a time, on the logging thread, under the log's mutex; must not throw. What it logs itself is
+// dropped.
+using LogSinkFunction = void (*)(int32_t level, int64_t unixNs, uint32_t thread, const char* file,
+                                 const char* function, int32_t line, const char* message, void* user);
+
+// The default: writes to standard output. May be called from a sink and from anywhere else. `user` is not
+// looked at.
+void WriteLogLine(int32_t level, int64_t unixNs, uint32_t thread, const char* file, const char* function,
+                  int32_t line, const char* message, void* user) noexcept;
+
+// Hands the lines to another sink from now on; null drops them. No call of the earlier sink runs any more
+// when this returns. From within a sink this would wait for itself: it changes nothing and gives false.
+bool SetLogSink(LogSinkFunction function, void* user);
 
 // "2025-01-16 18:09:37.123": UTC with 8 added to the hour and no carry, so the hour reads 8 to 31. Deliberate.
 std::string GetTimeStampText();

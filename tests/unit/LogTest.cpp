@@ -169,6 +169,80 @@ TEST_F(LogTest, NamesAreCutFromTheCompilersText) {
   static_assert(log_internal::FileName("c.cpp") == "c.cpp");
 }
 
+// What the sink was given last.
+struct Sunk {
+  int32_t level = 0, line = 0;
+  int64_t unixNs = 0;
+  uint32_t thread = 0;
+  std::string file, function, message;
+
+  static void Take(int32_t level, int64_t unixNs, uint32_t thread, const char* file, const char* function,
+                   int32_t line, const char* message, void* user) {
+    *static_cast<Sunk*>(user) = {level, line, unixNs, thread, file, function, message};
+  }
+  static Sunk Of(const std::function<void()>& action) {
+    Sunk sunk;
+    EXPECT_TRUE(SetLogSink(Take, &sunk));
+    action();
+    EXPECT_TRUE(SetLogSink(WriteLogLine, nullptr));
+    return sunk;
+  }
+};
+
+TEST_F(LogTest, ASinkGetsThePartsOfACallSite) {
+  const Sunk sunk = Sunk::Of(Thing::Speak);
+  EXPECT_EQ(sunk.level, 2);
+  EXPECT_EQ(sunk.thread, platform::ThreadId());
+  EXPECT_EQ(sunk.file, "LogTest.cpp");
+  EXPECT_TRUE(sunk.function.ends_with("Thing::Speak")) << sunk.function;
+  EXPECT_GT(sunk.line, 0);
+  EXPECT_EQ(sunk.message, "spoken");
+}
+
+TEST_F(LogTest, ASinkGetsThePartsThatAreKnownAtRunTime) {
+  const Sunk sunk = Sunk::Of([] { LogPrint(64, kFile, "F", -7, "%d", 5); });
+  EXPECT_EQ(sunk.level, 64);
+  EXPECT_EQ(sunk.file, "Test.cpp");
+  EXPECT_EQ(sunk.function, "F");
+  EXPECT_EQ(sunk.line, -7);
+  EXPECT_EQ(sunk.message, "5");
+}
+
+TEST_F(LogTest, AFunctionOfAnyLengthEndsSomewhere) {
+  static constexpr char kLong[] =
+      "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa"
+      "aaaaaaaaaaaaaa"
+      "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa"
+      "aaaaaaaaaaaaaa";
+  const Sunk sunk = Sunk::Of([] { ZEL_LOG_AS(kLong, kInfo, "m"); });
+  EXPECT_EQ(sunk.function, std::string(99, 'a'));
+}
+
+TEST_F(LogTest, APassedOnLineIsThatOfTheDefaultToTheLetter) {
+  const Sunk sunk = Sunk::Of([] { LogPrint(8, kFile, "F", 7, "%s", "m"); });
+  const std::string line = OutputOf([&sunk] {
+    WriteLogLine(sunk.level, sunk.unixNs, sunk.thread, sunk.file.c_str(), sunk.function.c_str(), sunk.line,
+                 sunk.message.c_str(), nullptr);
+  });
+  const std::chrono::system_clock::time_point when{std::chrono::nanoseconds(sunk.unixNs)};
+  EXPECT_EQ(line.substr(0, kStampSize), FormatTimeStamp(when));
+  EXPECT_EQ(WithoutStamp(line), WithoutStamp(OutputOf([] { LogPrint(8, kFile, "F", 7, "%s", "m"); })));
+}
+
+TEST_F(LogTest, APassedOnMessageIsCutTo8191Characters) {
+  const std::string message(9000, 'a');
+  const std::string line = OutputOf([&] { WriteLogLine(8, 0, 1, "f", "F", 7, message.c_str(), nullptr); });
+  EXPECT_EQ(MessageOf(line), message.substr(0, 8191) + "\n");
+}
+
+TEST_F(LogTest, APassedOnLineOfAnyPlaceIsCut) {
+  const std::string place(3000, 'p');
+  const std::string line =
+      OutputOf([&] { WriteLogLine(8, 0, 1, place.c_str(), place.c_str(), 7, "m", nullptr); });
+  EXPECT_TRUE(line.ends_with("1\x1b[37m]:m\n"));
+  EXPECT_LT(line.size(), 1100U);
+}
+
 TEST_F(LogTest, LinesOfThreadsNeverMix) {
   constexpr int kLines = 2000;
   const std::string output = OutputOf([] {
