@@ -34,7 +34,7 @@ refuses() {
     -DOUTSIDE_WANTS="$version" >"$work/log" 2>&1; then
     fail "CMake found version $version"
   fi
-  grep -q "is compatible with" "$work/log" || { cat "$work/log"; fail "it is not the version $version that is refused"; }
+  grep -q "considered but not accepted" "$work/log" || { cat "$work/log"; fail "it is not the version $version that is refused"; }
   rm -r "$work/refused"
 }
 
