@@ -57,9 +57,9 @@ pack_sources() {
   local licences=$build/sources/LICENSES
   mkdir -p "$licences"
   cp /usr/share/common-licenses/Apache-2.0 "$licences/Apache-2.0.txt"
-  { git ls-files -z && printf '%s\0' "-C$build/sources" LICENSES/Apache-2.0.txt; } |
-    tar --create --null --files-from=- --sort=name --format=gnu --mtime="@$SOURCE_DATE_EPOCH" \
-      --owner=0 --group=0 --numeric-owner --mode=u=rwX,go=rX --transform="s,^,libzel-$version/,S" | gzip -9n \
+  git ls-files -z | tar --create --sort=name --format=gnu --mtime="@$SOURCE_DATE_EPOCH" \
+    --owner=0 --group=0 --numeric-owner --mode=u=rwX,go=rX --transform="s,^,libzel-$version/,S" \
+    --directory="$build/sources" LICENSES/Apache-2.0.txt --directory="$PWD" --null --files-from=- | gzip -9n \
     >"$packages/libzel-$version.tar.gz"
 }
 
