@@ -1,13 +1,16 @@
 #!/bin/bash
-# Sets the machine up, builds, and runs the tests:  ./test.sh [linux|asan|tsan|windows|fuzz|packages|style [--all]]...
-# (default: all four systems. When named: fuzz; the packages, which are built anew for it; style, which only reads the
-# sources, with clang-tidy those that changed since main, or --all)
+# Sets the machine up, builds, and runs the tests:
+#   ./test.sh [linux|asan|tsan|windows|fuzz|packages|links|links-windows|style [--all]]...
+# (default: all four systems. When named: fuzz; the packages, which are built anew for it; slow and broken links; style,
+# which only reads the sources, with clang-tidy those that changed since main, or --all)
 # The last line says "N passed, N failed"; the exit status is 0 when none failed. Logs are in build/.
 set -uo pipefail
 cd "$(dirname "$0")" || exit 1
 
 declare -A presets=([linux]=linux-release [asan]=linux-asan [tsan]=linux-tsan [windows]=windows-release)
 presets[fuzz]=linux-fuzz
+presets[links]=linux-release
+presets[links-windows]=windows-release
 # These parts make what they need themselves.
 declare -A scripts=([packages]=tests/packages/run.sh [style]=tests/style/run.py)
 passed=0 failed=0 report=()
@@ -39,8 +42,8 @@ configure_and_build() {
 # The other systems' tests talk to the simulator of the Linux build.
 prepare() {
   case $1 in
-    linux) return 0 ;;
-    windows | packages) step "making the Wine prefix" build/wineprefix.log \
+    linux | links) return 0 ;;
+    windows | links-windows | packages) step "making the Wine prefix" build/wineprefix.log \
       tests/lab/lab.sh tests/lab/make_wine_prefix.sh "$PWD/build/wineprefix" || return ;;
   esac
   [ -n "${scripts[$1]:-}" ] || configure_and_build linux-release --target zelsim
@@ -48,12 +51,16 @@ prepare() {
 
 build_tests() { [ -n "${scripts[$1]:-}" ] || configure_and_build "${presets[$1]}"; }
 
+# run_tests NAME PRESET
 run_tests() {
   if [ -n "${scripts[$1]:-}" ]; then
     "${scripts[$1]}" "${options[@]}"
-  else
-    ctest --preset "${presets[$1]}"
+    return
   fi
+  case $1 in
+    links*) ctest --preset "${presets[$1]}" -C links --label-regex '^links$' ;;
+    *) ctest --preset "${presets[$1]}" ;;
+  esac
 }
 
 count() {
@@ -64,8 +71,8 @@ count() {
 }
 
 run() {
-  local name=$1 what=${presets[$1]:-$1} testsPassed=0 testsFailed=0 start=$SECONDS
-  local log=build/$what-tests.log
+  local name=$1 testsPassed=0 testsFailed=0 start=$SECONDS
+  local log=build/$name-tests.log
   if prepare "$name" && build_tests "$name"; then
     run_tests "$name" >"$log" 2>&1
     local status=$?
@@ -89,7 +96,7 @@ for word in "$@"; do
   elif [ -n "${presets[$word]:-}${scripts[$word]:-}" ]; then
     names+=("$word")
   else
-    echo "usage: ./test.sh [linux|asan|tsan|windows|fuzz|packages|style [--all]]..." >&2
+    echo "usage: ./test.sh [linux|asan|tsan|windows|fuzz|packages|links|links-windows|style [--all]]..." >&2
     exit 2
   fi
 done

@@ -1,6 +1,7 @@
 #include "Support.h"
 
 #include <fcntl.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -46,6 +47,12 @@ double Median(std::vector<double> values) {
   return *middle;
 }
 
+double Within99(std::vector<double> values) {
+  const auto at = values.begin() + static_cast<std::ptrdiff_t>(values.size() * 99 / 100);
+  std::nth_element(values.begin(), at, values.end());
+  return *at;
+}
+
 long ResidentKiB() {
   FILE* status = std::fopen("/proc/self/status", "r");
   Require(status != nullptr, "/proc/self/status");
@@ -66,8 +73,8 @@ void Row::Add(double libraryFigure, double rawFigure) {
 void Row::Print(FILE* out) const {
   std::vector<double> ratios(library.size());
   std::transform(library.begin(), library.end(), raw.begin(), ratios.begin(), std::divides<>());
-  (void)std::fprintf(out, "%-30s %9.2f %-9s  raw %9.2f   ratio %.2f\n", name.c_str(), Median(library), unit,
-                     Median(raw), Median(ratios));
+  (void)std::fprintf(out, "%-30s %9.2f %-9s  %s %9.2f   ratio %.2f\n", name.c_str(), Median(library), unit,
+                     other, Median(raw), Median(ratios));
 }
 
 void Require(bool condition, const char* what) {
@@ -89,6 +96,13 @@ FILE* MoveLogTo(const char* path) {
 void EmptyLog() {
   (void)std::fflush(stdout);
   Require(ftruncate(STDOUT_FILENO, 0) == 0, "cannot empty the log file");
+}
+
+void StayOnOneCore() {
+  cpu_set_t cores;
+  CPU_ZERO(&cores);
+  CPU_SET(0, &cores);
+  Require(sched_setaffinity(0, sizeof cores, &cores) == 0, "one core");
 }
 
 ZelDeviceId LocalDevice(uint8_t a, uint8_t b, uint8_t c) { return {{127, a, b, c, 0, 1}}; }

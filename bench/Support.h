@@ -25,6 +25,8 @@ double ThreadCpuSec();
 // The time that `work` takes, in seconds.
 double Seconds(const std::function<void()>& work);
 double Median(std::vector<double> values);
+// What 99 of 100 values do not exceed.
+double Within99(std::vector<double> values);
 // The memory of the process that is resident, in KiB.
 long ResidentKiB();
 
@@ -34,6 +36,7 @@ struct Row {
   const char* unit;
   std::vector<double> library;
   std::vector<double> raw;
+  const char* other = "raw";  // what stands in the raw program's place
 
   // Gives a round's two figures.
   void Add(double libraryFigure, double rawFigure);
@@ -48,6 +51,9 @@ void Require(bool condition, const char* what);
 FILE* MoveLogTo(const char* path);
 // Empties the log file between two rounds.
 void EmptyLog();
+
+// From here on this thread, and what it starts, runs on one core.
+void StayOnOneCore();
 
 // The identifier of the server at 127.a.b.c.
 ZelDeviceId LocalDevice(uint8_t a, uint8_t b, uint8_t c);

@@ -1,6 +1,7 @@
-// Request and answer, library against raw socket:  bench_round_trip LOG [ROUNDS]
-// With a third argument, the number of requests, only the library runs: for counting its system calls.
+// Request and answer, library against raw socket:  bench_round_trip LOG [ROUNDS [one-core|REQUESTS]]
+// With one-core both ends share a core. With a number of requests only the library runs: for counting its system calls.
 #include <cstdlib>
+#include <string_view>
 
 #include "PlainServer.h"
 #include "RawClient.h"
@@ -36,44 +37,74 @@ struct Size {
   int requests;  // in a round
 };
 
-void Compare(FILE* out, const Size& size, int rounds) {
+// Of one round, in us.
+struct Figures {
+  double mean;
+  double within99;
+};
+
+template <typename Ask>
+Figures Measure(int requests, Ask ask) {
+  std::vector<double> us;
+  us.reserve(static_cast<size_t>(requests));
+  const double start = bench::NowSec();
+  double last = start;
+  for (int i = 0; i < requests; ++i) {
+    ask();
+    const double now = bench::NowSec();
+    us.push_back((now - last) * 1e6);
+    last = now;
+  }
+  return {(last - start) * 1e6 / requests, bench::Within99(std::move(us))};
+}
+
+void Compare(FILE* out, const char* what, const Size& size, int rounds) {
   const std::vector<uint8_t> payload(size.bytes, 'x');
   const auto frame = bench::RequestFrame(kPort, payload);
   std::vector<uint8_t> answer(frame.size() - bench::kAddressSize);
   const bench::RawClient raw("127.0.0.2");
   const LibraryClient library;
-  bench::Row row{"round trip, " + std::to_string(size.bytes) + " B", "us", {}, {}};
+  bench::Row row{what + (", " + std::to_string(size.bytes) + " B"), "us", {}, {}};
+  bench::Row worst{"  99 of 100 within", "us", {}, {}};
   for (int round = 0; round <= rounds; ++round) {
-    const double rawSec = bench::Seconds([&] {
-      for (int i = 0; i < size.requests; ++i) {
-        raw.Write(frame);
-        raw.Read(answer.data(), answer.size());
-      }
+    const Figures theirs = Measure(size.requests, [&] {
+      raw.Write(frame);
+      raw.Read(answer.data(), answer.size());
     });
-    const double librarySec = bench::Seconds([&] {
-      for (int i = 0; i < size.requests; ++i) library.Ask(payload, answer);
-    });
+    const Figures ours = Measure(size.requests, [&] { library.Ask(payload, answer); });
     if (round == 0) continue;  // warms both up
-    row.Add(librarySec * 1e6 / size.requests, rawSec * 1e6 / size.requests);
+    row.Add(ours.mean, theirs.mean);
+    worst.Add(ours.within99, theirs.within99);
   }
   row.Print(out);
+  worst.Print(out);
+}
+
+void AskOnly(int requests) {
+  const LibraryClient library;
+  const std::vector<uint8_t> payload(64, 'x');
+  std::vector<uint8_t> answer(64);
+  for (int i = 0; i < requests; ++i) library.Ask(payload, answer);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  bench::Require(argc >= 2, "usage: bench_round_trip LOG [ROUNDS [REQUESTS]]");
+  bench::Require(argc >= 2, "usage: bench_round_trip LOG [ROUNDS [one-core|REQUESTS]]");
   FILE* out = bench::MoveLogTo(argv[1]);
+  const std::string_view mode = argc > 3 ? argv[3] : "";
+  const bool oneCore = mode == "one-core";
+  if (oneCore) bench::StayOnOneCore();
   const bench::PlainServer server("127.0.0.2");
   (void)libzel_init();
   const int rounds = argc > 2 ? std::atoi(argv[2]) : 15;
-  if (argc > 3) {
-    const LibraryClient library;
-    const std::vector<uint8_t> payload(64, 'x');
-    std::vector<uint8_t> answer(64);
-    for (int i = std::atoi(argv[3]); i > 0; --i) library.Ask(payload, answer);
+  if (!mode.empty() && !oneCore) {
+    AskOnly(std::atoi(argv[3]));
   } else {
-    for (const Size& size : {Size{16, 4000}, Size{1024, 4000}, Size{65536, 1000}}) Compare(out, size, rounds);
+    const char* what = oneCore ? "on one core" : "round trip";
+    for (const Size& size : {Size{16, 4000}, Size{1024, 4000}, Size{65536, 1000}}) {
+      Compare(out, what, size, rounds);
+    }
   }
   (void)libzel_destory();
   return std::fclose(out) == 0 ? 0 : 1;

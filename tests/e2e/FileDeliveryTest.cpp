@@ -10,13 +10,13 @@
 
 #include "support/FileDevice.h"
 #include "support/LibraryStart.h"
+#include "support/ScriptedServer.h"
 
 namespace zeltest {
 namespace {
 
 namespace fs = std::filesystem;
 
-const ZelDeviceAddr kDevice{{{127, 0, 0, 1, 0, 1}}, 700};
 constexpr int kDeliveryMs = 100000;
 
 std::string ContentOf(size_t size) {
@@ -47,7 +47,7 @@ TEST_P(FileDeliveryTest, ArrivesWhole) {
   const std::string name = "received" + std::to_string(GetParam());
   std::ofstream(sent, std::ios::binary).write(content.data(), static_cast<std::streamsize>(content.size()));
   static auto& progress = *new ProgressRecorder;
-  const uint32_t id = ZelFileTransfer(kDevice, 0, 0, sent.string().c_str(), name.c_str(),
+  const uint32_t id = ZelFileTransfer({SimulatedServer(), 700}, 0, 0, sent.string().c_str(), name.c_str(),
                                       ProgressRecorder::Callback, &progress);
   ASSERT_TRUE(progress.AwaitThat(
       [&](const std::vector<SeenProgress>& seen) {

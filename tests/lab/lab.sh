@@ -14,8 +14,9 @@
 #                        Repeatable.
 #   --relay CONDUCT      puts a relay between the command and the servers that its tests play: host 1 answers in place
 #                        of each server, and does to the streams what CONDUCT says as zelsim's --relay takes it
-#                        (delay:5ms,cut:1); "" for nothing. $ZEL_RELAY is where it answers and where the servers are:
-#                        the first two numbers of either's addresses.
+#                        (delay:5ms,cut:1; "" for nothing). The relay has a cable of its own to the servers, which no
+#                        --link makes slow. $ZEL_RELAY is where it answers and where the servers are: the first two
+#                        numbers of either's addresses.
 #   --sim "HOST ARGS"    starts the simulator with these arguments (quoted as for a shell) on a host, 0 the command's
 #                        own, before the command. Repeatable. The n-th one's trace is in the file $ZEL_TRACE_n.
 #                        $ZELSIM names the simulator; default: the one of the linux-release build,
@@ -43,8 +44,9 @@ enter() {
   exec unshare "${user[@]}" --net --mount --pid --fork --kill-child --mount-proc -- "$0" --inside "$@"
 }
 
-# The servers that the tests play are on the command's host, at addresses of their own; so are those of the relay.
+# The servers that the tests play are on the command's host, at addresses of their own.
 add_relay() {
+  relay=yes
   export ZEL_RELAY="10.78 10.79"
   ((hosts >= 2)) || hosts=2
   locals+=("1 10.78.0.0/16" "0 10.79.0.0/16")
@@ -52,7 +54,7 @@ add_relay() {
 }
 
 parse() {
-  hosts=1 interfaces=1 wine=no sims=() locals=() links=() routed=yes
+  hosts=1 interfaces=1 wine=no sims=() locals=() links=() routed=yes relay=no
   while [ $# -gt 0 ]; do
     case $1 in
       --hosts) hosts=$2; shift 2 ;;
@@ -139,6 +141,14 @@ build_network() {
   done
 }
 
+# What passes the relay goes to the servers by a cable that carries nothing else.
+connect_relay() {
+  in_switch ip link add name "net$relayNetwork" up type bridge mcast_snooping 0
+  add_interface 0 "$relayNetwork"
+  add_interface 1 "$relayNetwork"
+  in_host 1 ip route add 10.79.0.0/16 dev "eth$relayNetwork"
+}
+
 # Without this a host hands over 64 KiB at once, which no cable carries.
 send_real_segments() {
   local host network
@@ -205,7 +215,8 @@ inside() {
   trap 'fail "line $LINENO: $BASH_COMMAND"' ERR
   private_files
   build_network
-  local extra
+  local extra relayNetwork=9
+  [ "$relay" = no ] || connect_relay
   for extra in "${locals[@]}"; do in_host "${extra%% *}" ip route add local "${extra#* }" dev lo; done
   [ ${#links[@]} = 0 ] || send_real_segments
   for extra in "${links[@]}"; do shape_link "$extra"; done

@@ -25,10 +25,10 @@ int RemainingMs(Clock::time_point deadline) {
 
 Clock::time_point After(int timeoutMs) { return Clock::now() + std::chrono::milliseconds(timeoutMs); }
 
-// Where a server behind a relay is called, and where it is: their first two bytes are what `relay` says.
-void StandBehind(const char* relay, ZelDeviceId& called, ZelDeviceId& own) {
-  const uint8_t process = called.bytes[1];
-  called.bytes[2] = own.bytes[2] = process;
+// Where a server behind the lab's relay, if there is one, is called and where it is: the first two bytes differ.
+void StandBehindRelay(ZelDeviceId& called, ZelDeviceId& own) {
+  const char* relay = std::getenv("ZEL_RELAY");
+  if (relay == nullptr) return;
   std::istringstream numbers(relay);
   char point = 0;
   for (ZelDeviceId* id : {&called, &own}) {
@@ -64,6 +64,12 @@ ZelDeviceId DeviceWithoutServer() {
 }
 
 ZelDeviceId UnreachableDevice(int number) { return {{10, 77, 0, static_cast<uint8_t>(100 + number), 0, 1}}; }
+ZelDeviceId SimulatedServer() {
+  ZelDeviceId device{{127, 0, 0, 1, 0, 1}};
+  ZelDeviceId own = device;
+  StandBehindRelay(device, own);
+  return device;
+}
 
 // ---- Peer -------------------------------------------------------------------------------------------------
 
@@ -130,8 +136,10 @@ bool Peer::AwaitReset(int timeoutMs) {
 // ---- ScriptedServer ---------------------------------------------------------------------------------------
 
 ScriptedServer::ScriptedServer() : device_(DeviceWithoutServer()) {
+  // The second byte is the process's, which a relay's addresses have no room for there.
+  if (std::getenv("ZEL_RELAY") != nullptr) device_.bytes[2] = device_.bytes[1];
   ZelDeviceId own = device_;
-  if (const char* relay = std::getenv("ZEL_RELAY"); relay != nullptr) StandBehind(relay, device_, own);
+  StandBehindRelay(device_, own);
   host_ = HostOf(device_);
   listenHost_ = HostOf(own);
   Listen();

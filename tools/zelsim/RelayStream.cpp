@@ -8,7 +8,7 @@ namespace {
 
 constexpr size_t kReadSize = size_t{64} * 1024;
 // A receiver that is further behind than this keeps its sender waiting, as a slow network does.
-constexpr size_t kMostQueued = size_t{4} * 1024 * 1024;
+constexpr size_t kMostQueued = size_t{1024} * 1024;
 // Sends before other connections get their turn.
 constexpr int kSendsPerTurn = 16;
 
