@@ -71,8 +71,7 @@ count() {
 }
 
 run() {
-  local name=$1 testsPassed=0 testsFailed=0 start=$SECONDS
-  local log=build/$name-tests.log
+  local name=$1 what=${presets[$1]:-$1} log="build/$1-tests.log" testsPassed=0 testsFailed=0 start=$SECONDS
   if prepare "$name" && build_tests "$name"; then
     run_tests "$name" >"$log" 2>&1
     local status=$?
