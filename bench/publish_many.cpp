@@ -1,7 +1,8 @@
-// Publications of 64 B, many in a call, against a raw program that packs the same frames into writes of 64 KiB:
+// Publications of 64 B, many in a call, against a raw program that packs the same frames
+// into writes of 64 KiB:
 //   bench_publish_many LOG [ROUNDS]
-// Both make every frame anew. Each round ends with one request, whose answer shows that the server has read everything
-// before it.
+// Both make every frame anew. Each round ends with one request, whose answer shows that the server has read
+// everything before it.
 #include <cstdlib>
 #include <cstring>
 

@@ -1,6 +1,7 @@
 // Requests that any thread may send:  bench_requests LOG [ROUNDS]
-// One thread's against the library's own send and receive, and eight threads' on one connection against one thread's.
-// With a third argument, the number of requests, only one thread's run: for looking at what they cost.
+// One thread's against the library's own send and receive, and eight threads' on one connection
+// against one thread's. With a third argument, the number of requests, only one thread's run: for
+// looking at what they cost.
 #include <cstdlib>
 #include <thread>
 
