@@ -1,6 +1,6 @@
 // Request and answer over a network that takes its time:  bench_distance LOG NAME [ROUNDS]
-// A library that looks for the answer before it sleeps against one that sleeps at once. Wants a server, or a relay in front
-// of one, at 10.77.0.2.
+// A library that looks for the answer before it sleeps against one that sleeps at once. Wants a server, or a
+// relay in front of one, at 10.77.0.2.
 #include <sched.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -22,8 +22,8 @@ bool g_showsOneCore = false;
 
 }  // namespace
 
-// The library looks only where it may run on more than one core, so it is shown one. (This program's function is found
-// before the runtime's.)
+// The library looks only where it may run on more than one core, so it is shown one. (This program's function
+// is found before the runtime's.)
 extern "C" int sched_getaffinity(pid_t pid, size_t size, cpu_set_t* cores) noexcept {
   const long filled = syscall(SYS_sched_getaffinity, pid, size, cores);
   if (filled < 0) return -1;

@@ -1,5 +1,6 @@
 // Request and answer, library against raw socket:  bench_round_trip LOG [ROUNDS [one-core|REQUESTS]]
-// With one-core both ends share a core. With a number of requests only the library runs: for counting its system calls.
+// With one-core both ends share a core. With a number of requests only the library runs: for
+// counting its system calls.
 #include <cstdlib>
 #include <string_view>
 

@@ -1,6 +1,6 @@
 // Topic messages over a link that is slower than both ends:  bench_slow_link LOG NAME [ROUNDS [SECONDS]]
-// against a raw socket that counts the messages of the same stream. Wants a server at 10.77.0.2 that never stops sending
-// them: zelsim --listen 0.0.0.0:9999 --burst load=0:640.
+// against a raw socket that counts the messages of the same stream. Wants a server at 10.77.0.2 that never
+// stops sending them: zelsim --listen 0.0.0.0:9999 --burst load=0:640.
 #include <atomic>
 #include <cstdlib>
 

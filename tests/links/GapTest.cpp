@@ -22,7 +22,8 @@ constexpr int kBodyMs = 1000;      // from here on a body does
 constexpr int kLongPauseMs = 300;  // beyond the first, whatever the machine does
 constexpr int kTries = 50;
 
-// Whether each piece left at most `longestMs` after the one before: a machine that stands still makes gaps of its own.
+// Whether each piece left at most `longestMs` after the one before: a machine that stands still
+// makes gaps of its own.
 bool SendInPieces(Peer& peer, const std::vector<Bytes>& pieces, int gapMs, int longestMs) {
   bool inTime = true;
   ElapsedTime sinceLast;

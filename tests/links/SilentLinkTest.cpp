@@ -1,5 +1,5 @@
-// A link that falls silent for three seconds, or is dropped, at a byte that the lab's relay is told: the tests' frames
-// have 100 bytes.
+// A link that falls silent for three seconds, or is dropped, at a byte that the lab's relay is told: the
+// tests' frames have 100 bytes.
 #include <gtest/gtest.h>
 #include <libzel/libzel.h>
 

@@ -1,5 +1,5 @@
-// A slow link on which whole segments travel, so that frames begin and end anywhere in them: no frame is lost, and no
-// link.
+// A slow link on which whole segments travel, so that frames begin and end anywhere in them: no frame
+// is lost, and no link.
 #include <gtest/gtest.h>
 #include <libzel/libzel.h>
 

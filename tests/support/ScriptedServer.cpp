@@ -25,7 +25,8 @@ int RemainingMs(Clock::time_point deadline) {
 
 Clock::time_point After(int timeoutMs) { return Clock::now() + std::chrono::milliseconds(timeoutMs); }
 
-// Where a server behind the lab's relay, if there is one, is called and where it is: the first two bytes differ.
+// Where a server behind the lab's relay, if there is one, is called and where it is: the
+// first two bytes differ.
 void StandBehindRelay(ZelDeviceId& called, ZelDeviceId& own) {
   const char* relay = std::getenv("ZEL_RELAY");
   if (relay == nullptr) return;

@@ -72,7 +72,8 @@ ZelDeviceId DeviceWithoutServer();
 // The identifier of an address on the lab's network that nobody has: a connect to it goes on for about 3 s.
 // Numbers from 0 to 150.
 ZelDeviceId UnreachableDevice(int number);
-// That of the simulator in the lab, which listens on 127.0.0.1, or on x.y.0.1 where a relay stands before x.y.
+// That of the simulator in the lab, which listens on 127.0.0.1, or on x.y.0.1 where a
+// relay stands before x.y.
 ZelDeviceId SimulatedServer();
 std::string HostOf(const ZelDeviceId& device);
 
