@@ -39,6 +39,13 @@ def test_error_carries_code_and_text():
     assert str(error) == "recv message timeout (4104)"
 
 
+@pytest.mark.parametrize(
+    "code, text", [(zel.ErrorCode.RESOURCE, "init resource fail"), (zel.ErrorCode.MEMORY, "no memory")]
+)
+def test_codes_of_failures_inside_have_names(code, text):
+    assert zel.ZelError(code).text == text
+
+
 def test_closed_connection_refuses_everything():
     connection = zel.Connection("127.0.0.9.0.1", timeout=0.1)
     connection.close()

@@ -27,7 +27,9 @@ class ErrorCode(enum.IntEnum):
     INVOKE_ID = 4115
     HANDLE = 8193
     ADAPTER = 8194
+    RESOURCE = 8195
     PARAM = 8196
+    MEMORY = 8200
     FILE_OPEN = 12289
     FILE_READ = 12291
     FILE_HANDLE = 12293

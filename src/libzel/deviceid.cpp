@@ -33,7 +33,8 @@ int32_t AskForIdentifier(const char* host, int32_t timeoutMs, ZelDeviceId& out) 
 }  // namespace
 
 int32_t libzel_makeZelDeviceId(const char* text, ZelDeviceId* out) {
-  return Guard("libzel_makeZelDeviceId", kErrorResource, [&] {
+  return Guard(kTheCode, [&] {
+    if (text == nullptr) return Fail(kTheCode, ZEL_E_PARAM);
     const ZelDeviceId id = ParseDeviceId(text);
     if (out != nullptr) *out = id;
     return ZEL_OK;
@@ -41,7 +42,8 @@ int32_t libzel_makeZelDeviceId(const char* text, ZelDeviceId* out) {
 }
 
 int32_t libzel_makeZelDeviceAddr(const char* text, uint16_t port, ZelDeviceAddr* out) {
-  return Guard("libzel_makeZelDeviceAddr", kErrorResource, [&] {
+  return Guard(kTheCode, [&] {
+    if (text == nullptr) return Fail(kTheCode, ZEL_E_PARAM);
     const ZelDeviceId id = ParseDeviceId(text);
     if (out != nullptr) *out = {id, port};
     return ZEL_OK;
@@ -49,11 +51,8 @@ int32_t libzel_makeZelDeviceAddr(const char* text, uint16_t port, ZelDeviceAddr*
 }
 
 int32_t libzel_getLocalZelDeviceId(ZelDeviceId* out) {
-  return Guard("libzel_getLocalZelDeviceId", kErrorResource, [&]() -> int32_t {
-    if (out == nullptr) {
-      SetErrno(ZEL_E_PARAM);
-      return ZEL_E_PARAM;
-    }
+  return Guard(kTheCode, [&] {
+    if (out == nullptr) return Fail(kTheCode, ZEL_E_PARAM);
     *out = LocalDeviceIdSource().GetLocalDeviceId();
     (void)CRouterTable::Instance().SetHostIp(*out, "127.0.0.1");
     ZEL_LOG_AS("libzel_getLocalZelDeviceId", kDebug, "Get Local DeviceId:%s", DeviceIdText(*out).c_str());
@@ -62,17 +61,15 @@ int32_t libzel_getLocalZelDeviceId(ZelDeviceId* out) {
 }
 
 int32_t libzel_getRemoteZelDeviceId(const char* host, int32_t timeoutMs, ZelDeviceId* out) {
-  return Guard("libzel_getRemoteZelDeviceId", kErrorResource, [&]() -> int32_t {
-    if (out == nullptr) {
-      SetErrno(ZEL_E_PARAM);
-      return ZEL_E_PARAM;
-    }
+  return Guard(kTheCode, [&] {
+    if (host == nullptr || out == nullptr) return Fail(kTheCode, ZEL_E_PARAM);
     return AskForIdentifier(host, timeoutMs, *out);
   });
 }
 
 int32_t libzel_setRemoteZelDeviceId(const char* host, const char* text, int32_t timeoutMs) {
-  return Guard("libzel_setRemoteZelDeviceId", kErrorResource, [&] {
+  return Guard(kTheCode, [&] {
+    if (host == nullptr || text == nullptr) return Fail(kTheCode, ZEL_E_PARAM);
     const ZelDeviceId id = ParseDeviceId(text);
     const uint32_t result =
         UdpSendRecv(host, {kIdentifierPort, kCmdWrite, kWriteAddress, id.bytes}, {}, timeoutMs);

@@ -1,7 +1,7 @@
 // Beyond the letter: why links failed, and what has been counted.
 #include <algorithm>
 
-#include "libzel/BoundedGuard.h"
+#include "libzel/CodeGuard.h"
 #include "libzel/Structures.h"
 #include "libzel/libzelx.h"
 
@@ -52,7 +52,7 @@ libzelx_Stats StatsOf(CTcpclient& connection) {
 }  // namespace
 
 int32_t libzelx_lastFailure(ZelInstance instance, char* text, size_t size) {
-  return WithConnection("libzelx_lastFailure", instance, [&](CTcpclient& connection) -> int32_t {
+  return WithConnection(instance, [&](CTcpclient& connection) -> int32_t {
     if (text == nullptr || size == 0) return ZEL_E_PARAM;
     const std::string failure = connection.notes().Failure();
     const size_t count = std::min(failure.size(), size - 1);
@@ -64,11 +64,11 @@ int32_t libzelx_lastFailure(ZelInstance instance, char* text, size_t size) {
 
 int32_t libzelx_getStats(ZelInstance instance, libzelx_Stats* out) {
   if (instance == 0) {
-    return GuardCode("libzelx_getStats", [&]() -> int32_t {
+    return GuardCode([&]() -> int32_t {
       return FillStructure(StatsOfProcess(), kFirstStatsSize, out) ? ZEL_OK : ZEL_E_PARAM;
     });
   }
-  return WithConnection("libzelx_getStats", instance, [&](CTcpclient& connection) -> int32_t {
+  return WithConnection(instance, [&](CTcpclient& connection) -> int32_t {
     return FillStructure(StatsOf(connection), kFirstStatsSize, out) ? ZEL_OK : ZEL_E_PARAM;
   });
 }

@@ -27,8 +27,7 @@ const char* libzelx_strerror(int32_t code) {
 int32_t libzelx_setLogSink(libzelx_LogSink sink, void* user) {
   // The default by its own name, so that it stays as quick.
   const LogSinkFunction function = sink == libzelx_stdoutSink ? WriteLogLine : sink;
-  return GuardCode("libzelx_setLogSink",
-                   [&] { return SetLogSink(function, user) ? ZEL_OK : LIBZELX_E_WOULD_BLOCK; });
+  return GuardCode([&] { return SetLogSink(function, user) ? ZEL_OK : LIBZELX_E_WOULD_BLOCK; });
 }
 
 void libzelx_stdoutSink(int32_t level, int64_t unixNs, uint32_t thread, const char* file,
@@ -37,7 +36,7 @@ void libzelx_stdoutSink(int32_t level, int64_t unixNs, uint32_t thread, const ch
 }
 
 int32_t libzelx_setLogLevel(int32_t level) {
-  return GuardCode("libzelx_setLogLevel", [&] {
+  return GuardCode([&] {
     ChooseLogLevel(level);
     return ZEL_OK;
   });

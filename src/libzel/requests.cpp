@@ -1,7 +1,7 @@
 // Beyond the letter: requests from any thread, publishing in bounded time.
 #include <vector>
 
-#include "libzel/BoundedGuard.h"
+#include "libzel/CodeGuard.h"
 #include "libzel/Structures.h"
 #include "libzel/libzelx.h"
 #include "zelclient/BoundedCalls.h"
@@ -14,10 +14,8 @@ constexpr size_t kFirstRequestSize = 40;
 constexpr size_t kFirstOutcomeSize = 24;
 constexpr size_t kFirstMessageSize = 40;
 
-bool IsNullWithLength(const void* data, uint32_t length) { return data == nullptr && length != 0; }
-
 bool ReadRequest(const libzelx_Request* given, libzelx_Request& request) {
-  return ReadStructure(given, kFirstRequestSize, request) && !IsNullWithLength(request.data, request.length);
+  return ReadStructure(given, kFirstRequestSize, request) && !IsMissing(request.data, request.length);
 }
 
 bool IsGoodOutcome(const libzelx_Outcome* out) { return out == nullptr || out->size >= kFirstOutcomeSize; }
@@ -61,7 +59,7 @@ bool ReadMessages(const libzelx_Message* messages, size_t count, std::vector<Top
     if (!ReadStructure(reinterpret_cast<const libzelx_Message*>(at), kFirstMessageSize, message))
       return false;
     if (message.size != step || message.topic == nullptr) return false;
-    if (IsNullWithLength(message.data, message.length) || message.reserved != 0) return false;
+    if (IsMissing(message.data, message.length) || message.reserved != 0) return false;
     records.push_back(RecordOf(message));
   }
   return true;
@@ -70,7 +68,7 @@ bool ReadMessages(const libzelx_Message* messages, size_t count, std::vector<Top
 }  // namespace
 
 ZelInstance libzelx_createInstance(const ZelDeviceId* device, ZelConnEventCallback callback, void* user) {
-  return Guard("libzelx_createInstance", ZelInstance{0}, [&]() -> ZelInstance {
+  return Guard(Always(ZelInstance{0}), [&]() -> ZelInstance {
     const auto connection = CPeerConnMgr::Instance().CreateInstance(device, 0);
     if (connection == nullptr) return 0;
     connection->SetEventCallback(callback, user);
@@ -81,11 +79,11 @@ ZelInstance libzelx_createInstance(const ZelDeviceId* device, ZelConnEventCallba
 
 int32_t libzelx_requestEx(ZelInstance instance, const libzelx_Request* request, void* answer, uint32_t size,
                           libzelx_Outcome* out) {
-  return GuardCode("libzelx_requestEx", [&]() -> int32_t {
+  return GuardCode([&]() -> int32_t {
     const auto connection = CPeerConnMgr::Instance().FindInstance(instance);
     if (connection == nullptr) return Refuse(ZEL_E_HANDLE, out);
     libzelx_Request read{};
-    if (!ReadRequest(request, read) || IsNullWithLength(answer, size) || !IsGoodOutcome(out)) {
+    if (!ReadRequest(request, read) || IsMissing(answer, size) || !IsGoodOutcome(out)) {
       return Refuse(ZEL_E_PARAM, out);
     }
     return Ask(static_cast<CTcpclient&>(*connection), read, answer, size, out);
@@ -101,7 +99,7 @@ int32_t libzelx_request(ZelInstance instance, uint16_t port, uint32_t group, uin
 
 int32_t libzelx_requestAsync(ZelInstance instance, const libzelx_Request* request,
                              libzelx_AnswerCallback callback, void* user, uint64_t* ticket) {
-  return WithConnection("libzelx_requestAsync", instance, [&](CTcpclient& connection) -> int32_t {
+  return WithConnection(instance, [&](CTcpclient& connection) -> int32_t {
     libzelx_Request read{};
     if (!ReadRequest(request, read) || callback == nullptr) return ZEL_E_PARAM;
     uint64_t unused = 0;
@@ -112,7 +110,7 @@ int32_t libzelx_requestAsync(ZelInstance instance, const libzelx_Request* reques
 
 int32_t libzelx_cancel(ZelInstance instance, uint64_t ticket) {
   int32_t hasRun = 0;
-  const int32_t result = WithConnection("libzelx_cancel", instance, [&](CTcpclient& connection) -> int32_t {
+  const int32_t result = WithConnection(instance, [&](CTcpclient& connection) -> int32_t {
     if (!RequestTable::WasGiven(ticket)) return ZEL_E_PARAM;
     hasRun = connection.requests().Cancel(ticket);
     return ZEL_OK;
@@ -122,8 +120,8 @@ int32_t libzelx_cancel(ZelInstance instance, uint64_t ticket) {
 
 int32_t libzelx_publish(ZelInstance instance, uint32_t group, uint32_t offset, const char* topic,
                         const void* data, uint32_t length, uint32_t timeoutMs) {
-  return WithConnection("libzelx_publish", instance, [&](CTcpclient& connection) -> int32_t {
-    if (topic == nullptr || IsNullWithLength(data, length)) return ZEL_E_PARAM;
+  return WithConnection(instance, [&](CTcpclient& connection) -> int32_t {
+    if (topic == nullptr || IsMissing(data, length)) return ZEL_E_PARAM;
     const libzelx_Message message{sizeof message, topic, group, offset, data, length, 0};
     return BoundedCalls(connection, timeoutMs).Publish(RecordOf(message));
   });
@@ -132,17 +130,16 @@ int32_t libzelx_publish(ZelInstance instance, uint32_t group, uint32_t offset, c
 int32_t libzelx_publishMany(ZelInstance instance, const libzelx_Message* messages, size_t count,
                             uint32_t timeoutMs, size_t* sent) {
   size_t whole = 0;
-  const int32_t result =
-      WithConnection("libzelx_publishMany", instance, [&](CTcpclient& connection) -> int32_t {
-        std::vector<TopicRecord> records;
-        if (!ReadMessages(messages, count, records)) return ZEL_E_PARAM;
-        return BoundedCalls(connection, timeoutMs).PublishMany(records, whole);
-      });
+  const int32_t result = WithConnection(instance, [&](CTcpclient& connection) -> int32_t {
+    std::vector<TopicRecord> records;
+    if (!ReadMessages(messages, count, records)) return ZEL_E_PARAM;
+    return BoundedCalls(connection, timeoutMs).PublishMany(records, whole);
+  });
   if (sent != nullptr) *sent = whole;
   return result;
 }
 
 int32_t libzelx_flush(ZelInstance instance, uint32_t timeoutMs) {
-  return WithConnection("libzelx_flush", instance,
+  return WithConnection(instance,
                         [&](CTcpclient& connection) { return BoundedCalls(connection, timeoutMs).Flush(); });
 }

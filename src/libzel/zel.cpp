@@ -15,6 +15,7 @@ namespace {
 
 constexpr uint16_t kCmdRead = 2;
 constexpr uint32_t kNotAwaited = 0xFFFFFFFF;
+constexpr uint8_t kStateFailed = 3;
 
 std::atomic<uint32_t> g_nextTransfer{0};
 
@@ -40,11 +41,12 @@ int32_t ZelGetRemoteDeviceId(const char* host, ZelDeviceId* out, int32_t timeout
 
 uint32_t ZelSyncReadReq(const ZelDeviceAddr* target, uint32_t idGroup, uint32_t idOffset, uint32_t reserved,
                         uint8_t* outBuffer, uint32_t* outLength, uint32_t timeoutMs) {
-  return Guard("ZelSyncReadReq", kNotAwaited, [&] {
+  return Guard(Always(kNotAwaited), [&] {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    if (outLength != nullptr) *outLength = 0;
+    if (target == nullptr) return Fail(Always(kNotAwaited), ZEL_E_PARAM);
     ZelRequest request{
         AddressOnly(idGroup, idOffset), target, kCmdRead, reserved, outBuffer, outLength, deadline};
-    if (outLength != nullptr) *outLength = 0;
     const auto connection = CDeviceConnectionCache::Instance().GetConnection(target->id);
     return connection != nullptr ? static_cast<uint32_t>(connection->SyncRequest(request)) : kNotAwaited;
   });
@@ -57,11 +59,19 @@ uint32_t ZelSyncWriteReq(const ZelDeviceAddr* /*target*/, uint32_t /*idGroup*/, 
   return ZEL_OK;
 }
 
+// A transfer that cannot be begun tells its callback so and is over.
 uint32_t ZelFileTransfer(ZelDeviceAddr target, uint64_t /*reserved1*/, uint64_t /*reserved2*/,
                          const char* localPath, const char* remotePath, FileTransferCallback callback,
                          void* user) {
   const uint32_t id = g_nextTransfer.fetch_add(1);
-  return Guard("ZelFileTransfer", id, [&] {
+  const auto refuse = [&](int32_t code) {
+    if (callback != nullptr) {
+      (void)callback(&target.id, id, 0.0F, static_cast<uint32_t>(code), kStateFailed, user);
+    }
+    return id;
+  };
+  return Guard(refuse, [&] {
+    if (localPath == nullptr || remotePath == nullptr) return Fail(refuse, ZEL_E_PARAM);
     auto transfer = std::make_unique<CFileTransfer>(id, target, localPath, remotePath, callback, user);
     transfer->Report();
     CFileThread::Instance().Submit(std::move(transfer));

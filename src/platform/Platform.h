@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <span>
 #include <string>
 #include <vector>
@@ -65,7 +66,9 @@ struct Endpoint {
 int32_t StartSockets();
 void StopSockets();
 
-// A new IPv4 socket, blocking and not inherited by child processes, or kNoSocket. The caller owns it.
+// A new IPv4 socket, blocking and not inherited by child processes, or kNoSocket. The caller owns it. It is never one of
+// the descriptors 0 to 2, also when the process has closed these: what is written to a standard stream must not get
+// into it.
 SocketHandle OpenStreamSocket();
 SocketHandle OpenDatagramSocket();
 // A local (file system) stream socket; kNoSocket where the system has none.
@@ -185,6 +188,9 @@ uint32_t CoreCount();
 void WriteStandardOutput(const char* text, size_t size);
 // Keeps the library in the process until the process ends: its threads may outlive an unload.
 void KeepLoaded();
+// Has the first function called before every fork of this process, on the forking thread, and the others behind it, there
+// and in the child. Does nothing where there is no fork.
+void WatchForks(void (*before)(), void (*inParent)(), void (*inChild)());
 
 // ---- Files (Files.cpp) ------------------------------------------------------------------------------------
 
@@ -197,6 +203,11 @@ struct FileInfo {
 
 // What stands at a path, links followed. A path where nothing can be found leaves its reason in errno.
 FileInfo GetFileInfo(const char* path);
+
+enum class FileKind { kBinary, kText };
+// Opens a file for reading: its stream, which the caller closes with fclose, or null with the reason in errno. The file is
+// not inherited by child processes and never one of the descriptors 0 to 2. kText has line ends as the system wants them.
+std::FILE* OpenForReading(const char* path, FileKind kind);
 
 // ---- Network adapters (Adapters.cpp) ----------------------------------------------------------------------
 

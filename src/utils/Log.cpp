@@ -8,7 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <mutex>
+#include <new>
+#include <thread>
 
 #include "platform/Platform.h"
 #include "utils/Forever.h"
@@ -92,8 +93,8 @@ class TimeStamper {
 };
 
 struct Sink {
-  std::mutex mutex;
-  TimeStamper stamper;
+  Mutex mutex;
+  TimeStamper stamper ZEL_GUARDED_BY(mutex);
 };
 
 Sink& LogSink() {
@@ -158,7 +159,7 @@ void WriteLine(const Site& site, const MessageFormat& format, va_list arguments)
   char* const end = message + FormatMessage(message, kMaxMessage, format, arguments);
 
   Sink& sink = LogSink();
-  const std::lock_guard lock(sink.mutex);
+  const MutexLock lock(sink.mutex);
   const auto now = std::chrono::system_clock::now();
   if (g_receiver.function.load(std::memory_order_relaxed) == WriteLogLine) [[likely]] {
     Print(room, end, sink.stamper, now);
@@ -226,6 +227,31 @@ void log_internal::Write(const CallSite& site, const char* format, ...) {
   va_end(arguments);
 }
 
+// The mutex is taken in one function and given back in another, which the analysis cannot follow.
+#define ZEL_UNANALYSED ZEL_THREAD_ANNOTATION(no_thread_safety_analysis)
+
+namespace {
+// The forking thread's own, from before the fork to behind it.
+thread_local bool t_holdsSink = false;
+}  // namespace
+
+ZEL_UNANALYSED void log_internal::BeforeFork() {
+  constexpr int kPatienceMs = 20;
+  Sink& sink = LogSink();
+  t_holdsSink = sink.mutex.try_lock();
+  for (int i = 0; i < kPatienceMs && !t_holdsSink; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    t_holdsSink = sink.mutex.try_lock();
+  }
+}
+
+ZEL_UNANALYSED void log_internal::AfterForkInParent() {
+  if (t_holdsSink) LogSink().mutex.unlock();
+  t_holdsSink = false;
+}
+
+void log_internal::AfterForkInChild() { ::new (static_cast<void*>(&LogSink())) Sink; }
+
 void LogPrint(int32_t level, const char* file, const char* function, int32_t line, const char* format, ...) {
   if (!IsLogged(static_cast<LogLevel>(level))) return;
   const char* backslash = std::strrchr(file, '\\');
@@ -252,7 +278,7 @@ void WriteLogLine(int32_t level, int64_t unixNs, uint32_t thread, const char* fi
 
 bool SetLogSink(LogSinkFunction function, void* user) {
   if (t_isInSink) return false;
-  const std::lock_guard lock(LogSink().mutex);
+  const MutexLock lock(LogSink().mutex);
   g_receiver.user = user;
   g_receiver.function.store(function, std::memory_order_relaxed);
   return true;

@@ -128,6 +128,12 @@ class CallSite {
 
 // `format` is the call site's own; it stands here for the compiler's checks.
 [[gnu::format(printf, 2, 3)]] void Write(const CallSite& site, const char* format, ...);
+
+// Around a fork: no line is half written in the child, and its log is not locked. A fork waits a short while at most for
+// a line that cannot be written because nobody reads it.
+void BeforeFork();
+void AfterForkInParent();
+void AfterForkInChild();
 }  // namespace log_internal
 
 inline bool IsLogged(LogLevel level) {

@@ -23,6 +23,7 @@ class ZEL_THREAD_ANNOTATION(capability("mutex")) Mutex {
  public:
   void lock() ZEL_THREAD_ANNOTATION(acquire_capability()) { mutex_.lock(); }
   void unlock() ZEL_THREAD_ANNOTATION(release_capability()) { mutex_.unlock(); }
+  bool try_lock() ZEL_THREAD_ANNOTATION(try_acquire_capability(true)) { return mutex_.try_lock(); }
 
  private:
   friend class CondVar;

@@ -59,6 +59,8 @@ TEST(TypesTest, ResultCarriesCodeAndText) {
   EXPECT_EQ(timeout.Code(), 4104);
   EXPECT_STREQ(timeout.Text(), "recv message timeout");
   EXPECT_STREQ(zel::Result(zel::kErrorTooLong).Text(), "packet length too long");
+  EXPECT_STREQ(zel::Result(ZEL_E_RESOURCE).Text(), "init resource fail");
+  EXPECT_STREQ(zel::Result(ZEL_E_MEMORY).Text(), "no memory");
   EXPECT_STREQ(zel::Result(zel::kErrorCancelled).Text(), "transfer cancelled");
   EXPECT_EQ(timeout, zel::Result(4104));
   EXPECT_NE(timeout, zel::Result());

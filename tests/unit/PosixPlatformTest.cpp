@@ -10,8 +10,11 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
+#include <memory>
 #include <thread>
+#include <vector>
 
 #include "platform/Platform.h"
 #include "support/Listener.h"
@@ -48,6 +51,64 @@ TEST(PosixPlatformTest, NothingIsInherited) {
        {SocketHandle{stream}, SocketHandle{datagram}, SocketHandle{local}, waker.handle()}) {
     EXPECT_EQ(fcntl(static_cast<int>(handle), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
   }
+}
+
+// Leaves the standard streams closed while it lives; a test says nothing meanwhile.
+class ClosedStreams {
+ public:
+  ClosedStreams() {
+    (void)fflush(stdout);
+    for (int i = 0; i < 3; ++i) saved_[i] = fcntl(i, F_DUPFD_CLOEXEC, 100);
+    for (int i = 0; i < 3; ++i) close(i);
+  }
+  ~ClosedStreams() {
+    for (int i = 0; i < 3; ++i) {
+      dup2(saved_[i], i);
+      close(saved_[i]);
+    }
+  }
+  ClosedStreams(const ClosedStreams&) = delete;
+  ClosedStreams& operator=(const ClosedStreams&) = delete;
+
+ private:
+  int saved_[3];
+};
+
+bool AreStandardDescriptorsFree() {
+  for (int i = 0; i < 3; ++i) {
+    if (fcntl(i, F_GETFD) >= 0) return false;
+  }
+  return true;
+}
+
+TEST(PosixPlatformTest, NothingTakesTheDescriptorsOfClosedStreams) {
+  std::vector<int> taken;
+  bool areFree = false;
+  {
+    const ClosedStreams closed;
+    const Owned stream(OpenStreamSocket());
+    const Owned datagram(OpenDatagramSocket());
+    const Owned local(OpenLocalStreamSocket());
+    Waker waker;
+    (void)waker.Open();
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
+        OpenForReading("/proc/self/status", FileKind::kBinary), std::fclose);
+    (void)ListAdapters();
+    areFree = AreStandardDescriptorsFree();
+    for (const SocketHandle handle : {SocketHandle{stream}, SocketHandle{datagram}, SocketHandle{local},
+                                      waker.handle(), SocketHandle{fileno(file.get())}}) {
+      taken.push_back(static_cast<int>(handle));
+    }
+  }
+  EXPECT_TRUE(areFree);
+  for (const int descriptor : taken) EXPECT_GT(descriptor, 2);
+}
+
+TEST(PosixPlatformTest, AStreamThatIsOpenedIsNotInherited) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
+      OpenForReading("/proc/self/status", FileKind::kBinary), std::fclose);
+  ASSERT_NE(file, nullptr);
+  EXPECT_EQ(fcntl(fileno(file.get()), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
 }
 
 std::atomic<int> g_signals{0};

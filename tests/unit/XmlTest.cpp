@@ -159,7 +159,7 @@ constexpr Row kTextRows[] = {
     {"<a>x<b/>>y</a>", kTrue, "a'y'(b)", 14},
     {"<a><b/>x</a>", kFalse, "a(b)", 8, "xml element attr is error:x"},
     {"<a>x<!-- c -->y</a>", kFalse, "a'x'", 15, "xml element attr is error:y"},
-    {"<a>x<![CDATA[y]]></a>", kFalse, "a'x'", 4},
+    {"<a>x<![CDATA[y]]></a>", kFalse, "a'x'", 4, kComment},
 };
 
 constexpr Row kChildRows[] = {
@@ -188,12 +188,14 @@ constexpr Row kChildRows[] = {
     {"<a><b/><?xml?><c/></a>", kTrue, "a(b,c)", 22},
     {"<a><b/><?xml?></a>", kTrue, "a(b,%)", 18},
     {"<a><b/><?xml</a>", kFalse, "a(b)", 7, kDeclaration},
-    {"<a><!DOCTYPE x></a>", kFalse, "a(%)", 3},
-    {"<a><b/><!DOCTYPE x></a>", kFalse, "a(b)", 7},
-    {"<a><?php?></a>", kFalse, "a(%)", 3},
-    {"<a><b/><1/></a>", kFalse, "a(b)", 7},
-    {"<a><b/>< c/></a>", kFalse, "a(b)", 7},
-    {"<a><b/><", kFalse, "a(b)", 7},
+    {"<a><!DOCTYPE x></a>", kFalse, "a(%)", 3, kComment},
+    {"<a><b/><!DOCTYPE x></a>", kFalse, "a(b)", 7, kComment},
+    {"<a><b/><!</a>", kFalse, "a(b)", 7, kComment},
+    {"<a><?php?></a>", kFalse, "a(%)", 3, kDeclaration},
+    {"<a><b/><?php?></a>", kFalse, "a(b)", 7, kDeclaration},
+    {"<a><b/><1/></a>", kFalse, "a(b)", 7, "xml element a end tag not found"},
+    {"<a><b/>< c/></a>", kFalse, "a(b)", 7, "xml element a end tag not found"},
+    {"<a><b/><", kFalse, "a(b)", 7, "xml element a end tag not found"},
     {R"(<device><deviceInfo deviceId="10.0.0.5.1.1"/></device>)", kTrue,
      "device(deviceInfo{deviceId=10.0.0.5.1.1})", 54},
 };

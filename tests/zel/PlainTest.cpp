@@ -8,6 +8,8 @@ TEST(PlainTest, ErrorsListsEveryCode) {
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(Lines(result.output).size(), 49U);
   EXPECT_TRUE(Contains(result.output, " 4104  0x1008  ZEL_E_TIMEOUT        recv message timeout\n"));
+  EXPECT_TRUE(Contains(result.output, " 8195  0x2003  ZEL_E_RESOURCE       init resource fail\n"));
+  EXPECT_TRUE(Contains(result.output, " 8200  0x2008  ZEL_E_MEMORY         no memory\n"));
   EXPECT_TRUE(Contains(result.output, "16389  0x4005                       component name is illegal\n"));
 }
 

@@ -14,7 +14,7 @@ namespace {
 
 constexpr int32_t kLastCode = 0x4FFF;
 
-constexpr std::array<std::pair<int32_t, const char*>, 23> kNames = {{
+constexpr std::array<std::pair<int32_t, const char*>, 25> kNames = {{
     {ZEL_OK, "ZEL_OK"},
     {ZEL_EVENT_CONNECTED, "ZEL_EVENT_CONNECTED"},
     {ZEL_EVENT_PENDING, "ZEL_EVENT_PENDING"},
@@ -33,7 +33,9 @@ constexpr std::array<std::pair<int32_t, const char*>, 23> kNames = {{
     {ZEL_E_INVOKE_ID, "ZEL_E_INVOKE_ID"},
     {ZEL_E_HANDLE, "ZEL_E_HANDLE"},
     {ZEL_E_ADAPTER, "ZEL_E_ADAPTER"},
+    {ZEL_E_RESOURCE, "ZEL_E_RESOURCE"},
     {ZEL_E_PARAM, "ZEL_E_PARAM"},
+    {ZEL_E_MEMORY, "ZEL_E_MEMORY"},
     {ZEL_E_FILE_OPEN, "ZEL_E_FILE_OPEN"},
     {ZEL_E_FILE_READ, "ZEL_E_FILE_READ"},
     {ZEL_E_FILE_HANDLE, "ZEL_E_FILE_HANDLE"},

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "platform/Platform.h"
+#include "platform/posix/Descriptors.h"
 
 namespace libzel::platform {
 
@@ -38,11 +39,18 @@ bool IsListed(const std::vector<Adapter>& adapters, std::string_view name) {
   return false;
 }
 
+// The system's call opens a socket of its own for a moment.
+ifaddrs* ReadInterfaces() {
+  const StandardDescriptorsTaken taken;
+  ifaddrs* list = nullptr;
+  return getifaddrs(&list) == 0 ? list : nullptr;
+}
+
 }  // namespace
 
 std::vector<Adapter> ListAdapters() {
-  ifaddrs* list = nullptr;
-  if (getifaddrs(&list) != 0) return {};
+  ifaddrs* const list = ReadInterfaces();
+  if (list == nullptr) return {};
   const std::unique_ptr<ifaddrs, void (*)(ifaddrs*)> owner(list, freeifaddrs);
 
   std::vector<Adapter> adapters;

@@ -1,3 +1,4 @@
+#include <pthread.h>
 #include <sched.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -24,5 +25,10 @@ void WriteStandardOutput(const char* text, size_t size) { (void)!fwrite(text, 1,
 
 // The library is linked so that the loader never unloads it.
 void KeepLoaded() {}
+
+// Without memory for it forks go unwatched.
+void WatchForks(void (*before)(), void (*inParent)(), void (*inChild)()) {
+  (void)pthread_atfork(before, inParent, inChild);
+}
 
 }  // namespace libzel::platform

@@ -17,12 +17,19 @@
 #include <cstring>
 
 #include "platform/Platform.h"
+#include "platform/posix/Descriptors.h"
 
 namespace libzel::platform {
 
 namespace {
 
 int Fd(SocketHandle socket) { return static_cast<int>(socket); }
+
+// The move is for an application that closes one of the standard streams at this very moment.
+SocketHandle Open(int family, int type, int protocol) {
+  const StandardDescriptorsTaken taken;
+  return MoveAboveStandard(::socket(family, type | SOCK_CLOEXEC, protocol));
+}
 
 sockaddr_in Ipv4Address(const char* host, uint16_t port) {
   sockaddr_in address{};
@@ -89,9 +96,9 @@ int Wait(SocketHandle socket, short events, int64_t timeoutMs, const Waker* wake
 int32_t StartSockets() { return 0; }
 void StopSockets() {}
 
-SocketHandle OpenStreamSocket() { return ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0); }
-SocketHandle OpenDatagramSocket() { return ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP); }
-SocketHandle OpenLocalStreamSocket() { return ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0); }
+SocketHandle OpenStreamSocket() { return Open(AF_INET, SOCK_STREAM, 0); }
+SocketHandle OpenDatagramSocket() { return Open(AF_INET, SOCK_DGRAM, IPPROTO_UDP); }
+SocketHandle OpenLocalStreamSocket() { return Open(AF_UNIX, SOCK_STREAM, 0); }
 
 void CloseSocket(SocketHandle socket) { (void)close(Fd(socket)); }
 void ShutdownSocket(SocketHandle socket) { (void)shutdown(Fd(socket), SHUT_RDWR); }
@@ -130,7 +137,9 @@ Waker::~Waker() {
 }
 
 bool Waker::Open() {
-  if (!IsOpen()) handle_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (IsOpen()) return true;
+  const StandardDescriptorsTaken taken;
+  handle_ = MoveAboveStandard(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   return IsOpen();
 }
 

@@ -28,4 +28,6 @@ void KeepLoaded() {
                            reinterpret_cast<const wchar_t*>(&KeepLoaded), &module);
 }
 
+void WatchForks(void (*)(), void (*)(), void (*)()) {}
+
 }  // namespace libzel::platform

@@ -1,12 +1,14 @@
 #include "utils/xml/Document.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
-#include <fstream>
-#include <sstream>
+#include <cstdio>
+#include <memory>
 #include <stdexcept>
 #include <thread>
 
+#include "platform/Platform.h"
 #include "utils/Log.h"
 
 namespace libzel::xml {
@@ -27,12 +29,16 @@ bool IsInName(char c) { return StartsName(c) || (c >= '0' && c <= '9') || c == '
 #define ZEL_LOG_XML_ERROR(...) ZEL_LOG_AS("libzel::xml::Document::parse", kError, __VA_ARGS__)
 
 bool Document::loadFile(const std::string& path) {
-  std::ifstream file(path);
-  if (!file.is_open()) return false;
-  // Into a stream, as that throws nothing when the path opens but cannot be read: a directory on Linux.
-  std::ostringstream text;
-  text << file.rdbuf();
-  load(std::move(text).str());
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
+      platform::OpenForReading(path.c_str(), platform::FileKind::kText), std::fclose);
+  if (file == nullptr) return false;
+  // What opens but cannot be read, a directory on Linux, is empty.
+  std::string text;
+  std::array<char, 4096> piece;
+  while (const size_t count = std::fread(piece.data(), 1, piece.size(), file.get())) {
+    text.append(piece.data(), count);
+  }
+  load(std::move(text));
   return true;
 }
 
@@ -161,9 +167,19 @@ bool Document::StartChild(OpenChildren& open, Element& parent, Step reason) {
     case Start::kElement: open.push_back(std::move(child)); return true;
     case Start::kNothing: break;
   }
-  if (reason == Step::kChild && position_ == before) return false;
+  if (reason == Step::kChild && position_ == before) return RefuseMarkup(parent);
   parent.append(std::move(child));
   return true;
+}
+
+// What begins with "<" and is no part of an element. It is reported as what it was perhaps meant to be.
+bool Document::RefuseMarkup(const Element& parent) {
+  switch (Peek(1)) {
+    case '!': ZEL_LOG_XML_ERROR("xml comment is error"); break;
+    case '?': ZEL_LOG_XML_ERROR("xml declaration is error"); break;
+    default: ZEL_LOG_XML_ERROR("xml element %s end tag not found", parent.name().c_str()); break;
+  }
+  return false;
 }
 
 // ---- Reading ----------------------------------------------------------------------------------------------

@@ -29,9 +29,9 @@ class Document {
   //
   // Kept as they are: an element left open at the end of the text is accepted; an element with nothing
   // between its tags gets one nameless child; of several texts the last one stays; a text that starts with
-  // something other than an element ("<!DOCTYPE", a second comment) succeeds without a root. As a child
-  // inside an element, which it would become again and again without end, such a thing gives false without a
-  // log line. An element whose end tag stands behind another end tag makes the parse run for ever.
+  // something other than an element ("<!DOCTYPE", a second comment) succeeds without a root. Inside an element,
+  // whose child it would become again and again without end, such a thing is a syntax error. An element whose end
+  // tag stands behind another end tag makes the parse run for ever.
   bool parse(Element& root);
 
   size_t position() const { return position_; }
@@ -55,6 +55,7 @@ class Document {
   Step Content(Element& element);
   Step Attribute(Element& element);
   bool StartChild(OpenChildren& open, Element& parent, Step reason);
+  bool RefuseMarkup(const Element& parent);
 
   // The character at the position plus `ahead`, NUL behind the end of the text.
   char Peek(size_t ahead = 0) const;

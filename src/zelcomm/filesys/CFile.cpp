@@ -17,7 +17,7 @@ int32_t CFile::TryOpen() {
   if (!info.exists) return errno;
   if (!info.isRegular) return info.isDirectory ? EISDIR : EINVAL;
   if (info.size > INT32_MAX) return EFBIG;
-  stream_.reset(std::fopen(path_.c_str(), "rb"));
+  stream_.reset(platform::OpenForReading(path_.c_str(), platform::FileKind::kBinary));
   if (stream_ == nullptr) return errno;
   if (std::fseek(stream_.get(), 0, SEEK_END) != 0) return errno;
   const long end = std::ftell(stream_.get());
