@@ -66,6 +66,27 @@ for name, key in (("discovery answer to callback", "HandleAnswer"), ("identifier
 PYTHON
 }
 
+# Hosts and links of their own, inside this network.
+in_lab() { ZELSIM=$build/tools/zelsim/zelsim "$tree/tests/lab/lab.sh" "$@"; }
+
+# slow_links ROUNDS SECONDS
+slow_links() {
+  local rate
+  for rate in 1 10 100; do
+    in_lab --hosts 2 --link "${rate}mbit" --sim "1 --listen 0.0.0.0:9999 --burst load=0:640" -- \
+      "$build/bench/bench_slow_link" "$log" "$rate Mbit/s" "$1" "$2"
+  done
+}
+
+# distances ROUNDS: a relay takes half of the time in each direction.
+distances() {
+  local way
+  for way in "0.2 ms=100us" "1 ms=500us"; do
+    in_lab --hosts 3 --sim "1 --relay 10.77.0.2:9999=10.77.0.3:9999,delay:${way#*=}" \
+      --sim "2 --listen 0.0.0.0:9999" -- "$build/bench/bench_distance" "$log" "${way%=*}" "$1"
+  done
+}
+
 # System calls of the library's side for each request and answer: what a run of many has over a run of few.
 system_calls() {
   command -v strace >/dev/null || { echo "system calls          strace is not here"; return; }
@@ -89,16 +110,19 @@ system_calls() {
 inside() {
   ip link set lo up
   log=$work/library.log
-  local rounds=15 statBefore
+  local rounds=15 slowRounds=6 slowSec=10 statBefore
   statBefore=$(head -n 1 /proc/stat)
-  [ "${1:-}" != --quick ] || rounds=3
+  [ "${1:-}" != --quick ] || rounds=3 slowRounds=1 slowSec=5
   echo "$(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | xargs), $(nproc) cores, Linux $(uname -r), load $(cut -d' ' -f1 /proc/loadavg)"
   "$build/bench/bench_round_trip" "$log" "$rounds"
+  "$build/bench/bench_round_trip" "$log" "$rounds" one-core
+  distances "$rounds"
   start_sim
   "$build/bench/bench_topics" "$log" "$rounds"
   "$build/bench/bench_publish" "$log" "$rounds"
   "$build/bench/bench_direct_request" "$log" "$rounds"
   "$build/bench/bench_file_transfer" "$log" "$work" "$rounds"
+  slow_links "$slowRounds" "$slowSec"
   log_lines "$rounds"
   parsers "$rounds"
   "$build/bench/bench_idle" "$log"
