@@ -31,8 +31,6 @@ struct Count {
 
 class SlowLinkTest : public testing::Test {
  protected:
-  static constexpr size_t kDataSize = 640;  // frames of about 700 bytes
-
   static void SetUpTestSuite() { ASSERT_EQ(StartLibrary().result, 0); }
   SlowLinkTest() {
     EXPECT_EQ(libzel_subscribe(link.instance, "load", Count::Callback, &count), 0);
@@ -41,11 +39,15 @@ class SlowLinkTest : public testing::Test {
   }
   ~SlowLinkTest() override { link.instance.Release(); }
 
-  void SendOne() {
-    Bytes data(kDataSize, 'x');
-    const Bytes number = Le(sent++, 4);
-    std::copy(number.begin(), number.end(), data.begin());
-    EXPECT_TRUE(link.peer.Send(TopicMessage("load", data)));
+  // Frames of about 700 bytes, all sizes among them, so that segments end anywhere in them.
+  void SendFrames(int number) {
+    Bytes frames;
+    for (int i = 0; i < number; ++i, ++sent) {
+      Bytes data = Le(sent, 4);
+      data.resize(590 + sent * 7 % 101, 'x');
+      frames = frames + TopicMessage("load", data);
+    }
+    EXPECT_TRUE(link.peer.Send(frames));
   }
   void ExpectAllDelivered() {
     EXPECT_TRUE(Eventually([&] { return count.messages >= sent; }, 30000));
@@ -64,7 +66,7 @@ TEST_F(SlowLinkTest, FiveFramesEvery100MsForAMinuteAreAllDelivered) {
   const auto start = Clock::now();
   for (int turn = 0; turn < 600 && !HasFailure(); ++turn) {
     std::this_thread::sleep_until(start + std::chrono::milliseconds(100) * turn);
-    for (int i = 0; i < 5; ++i) SendOne();
+    SendFrames(5);
   }
   ExpectAllDelivered();
 }
@@ -72,7 +74,7 @@ TEST_F(SlowLinkTest, FiveFramesEvery100MsForAMinuteAreAllDelivered) {
 TEST_F(SlowLinkTest, ALinkThatIsAlwaysFullLosesNothing) {
   const auto end = Clock::now() + std::chrono::seconds(10);
   while (Clock::now() < end && !HasFailure()) {
-    SendOne();
+    SendFrames(1);
     // So many are always under way, and no more: what the buffers between hold has to be waited for.
     EXPECT_TRUE(Eventually([&] { return sent - count.messages < 500; }));
   }
