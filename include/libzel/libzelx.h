@@ -259,7 +259,7 @@ typedef struct libzelx_Stats {
   uint64_t failedConnects; /**< connects that failed */
   uint64_t losses;         /**< links that were up and were lost */
   uint64_t lateAnswers;    /**< answers that no request waited for any more, or ever */
-  uint64_t shortHeaders;   /**< headers that ended before their 8 bytes */
+  uint64_t shortHeaders;   /**< headers that ended before their 8 bytes, though the link did not */
   uint64_t badLengths;     /**< headers with a length that cannot be */
   uint64_t shortBodies;    /**< bodies that ended before their announced length */
   uint64_t badRecords;     /**< publications whose record could not be read */

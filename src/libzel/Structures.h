@@ -8,11 +8,20 @@
 
 namespace libzel {
 
-// Reads what the program gave: what it leaves out is 0. False when its size is below that of the first release, or when it
-// has something that is not known here.
+// No structure will ever be larger: a size that was never set is found out before anything is read or written by it.
+inline constexpr size_t kLargestStructure = 4096;
+
+// True for a size that the structure can have in some release.
+template <typename Structure>
+bool IsSizeOf(size_t size, size_t firstSize) {
+  return size >= firstSize && size <= kLargestStructure && size % alignof(Structure) == 0;
+}
+
+// Reads what the program gave: what it leaves out is 0. False when its size cannot be, or when it has something that is
+// not known here.
 template <typename Structure>
 bool ReadStructure(const Structure* given, size_t firstSize, Structure& out) {
-  if (given == nullptr || given->size < firstSize) return false;
+  if (given == nullptr || !IsSizeOf<Structure>(given->size, firstSize)) return false;
   const auto* const bytes = reinterpret_cast<const uint8_t*>(given);
   for (size_t i = sizeof out; i < given->size; ++i) {
     if (bytes[i] != 0) return false;
@@ -22,11 +31,11 @@ bool ReadStructure(const Structure* given, size_t firstSize, Structure& out) {
   return true;
 }
 
-// Fills the program's structure, as far as it reaches; `size` stays the program's. False when it is below that of the
-// first release.
+// Fills the program's structure, as far as it reaches; `size` stays the program's. False, and nothing is written, when that
+// cannot be.
 template <typename Structure>
 bool FillStructure(const Structure& value, size_t firstSize, Structure* out) {
-  if (out == nullptr || out->size < firstSize) return false;
+  if (out == nullptr || !IsSizeOf<Structure>(out->size, firstSize)) return false;
   const size_t size = out->size;
   auto* const bytes = reinterpret_cast<uint8_t*>(out);
   std::memset(bytes, 0, size);

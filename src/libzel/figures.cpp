@@ -42,10 +42,11 @@ libzelx_Stats StatsOfProcess() {
 }
 
 libzelx_Stats StatsOf(CTcpclient& connection) {
+  const auto link = connection.PresentLink();
   libzelx_Stats stats = StatsOf(connection.notes().counters());
-  stats.connected = connection.IsConnected() ? 1 : 0;
+  stats.connected = link->connected() ? 1 : 0;
   stats.inFlight = connection.requests().InFlight();
-  stats.connectedMs = connection.ConnectedMs();
+  stats.connectedMs = link->ConnectedMs();
   return stats;
 }
 

@@ -1,4 +1,5 @@
 // Beyond the letter: requests from any thread, publishing in bounded time.
+#include <algorithm>
 #include <vector>
 
 #include "libzel/CodeGuard.h"
@@ -18,25 +19,16 @@ bool ReadRequest(const libzelx_Request* given, libzelx_Request& request) {
   return ReadStructure(given, kFirstRequestSize, request) && !IsMissing(request.data, request.length);
 }
 
-bool IsGoodOutcome(const libzelx_Outcome* out) { return out == nullptr || out->size >= kFirstOutcomeSize; }
-
-void FillOutcome(const libzelx_Outcome& outcome, libzelx_Outcome* out) {
-  if (out != nullptr) (void)FillStructure(outcome, kFirstOutcomeSize, out);
+bool IsGoodOutcome(const libzelx_Outcome* out) {
+  return out == nullptr || IsSizeOf<libzelx_Outcome>(out->size, kFirstOutcomeSize);
 }
 
-int32_t Ask(CTcpclient& connection, const libzelx_Request& request, void* answer, uint32_t size,
-            libzelx_Outcome* out) {
-  libzelx_Outcome outcome{};
-  const int32_t result = BoundedCalls(connection, request.timeoutMs)
-                             .Request(request, {static_cast<uint8_t*>(answer), size}, outcome);
-  FillOutcome(outcome, out);
-  return result;
-}
-
-// The failures that come before an instance is asked.
-int32_t Refuse(int32_t code, libzelx_Outcome* out) {
-  if (IsGoodOutcome(out)) FillOutcome({0, code, 0, 0, 0}, out);
-  return code;
+// True while the callback of a ticket of another instance's has not ended.
+bool IsAnothers(uint64_t ticket, const CTcpclient& connection) {
+  const auto all = CPeerConnMgr::Instance().AllInstances();
+  return std::any_of(all.begin(), all.end(), [&](const auto& one) {
+    return one.get() != &connection && static_cast<CTcpclient&>(*one).requests().Holds(ticket);
+  });
 }
 
 TopicRecord RecordOf(const libzelx_Message& message) {
@@ -79,15 +71,17 @@ ZelInstance libzelx_createInstance(const ZelDeviceId* device, ZelConnEventCallba
 
 int32_t libzelx_requestEx(ZelInstance instance, const libzelx_Request* request, void* answer, uint32_t size,
                           libzelx_Outcome* out) {
-  return GuardCode([&]() -> int32_t {
-    const auto connection = CPeerConnMgr::Instance().FindInstance(instance);
-    if (connection == nullptr) return Refuse(ZEL_E_HANDLE, out);
+  libzelx_Outcome outcome{};
+  outcome.result = WithConnection(instance, [&](CTcpclient& connection) -> int32_t {
     libzelx_Request read{};
     if (!ReadRequest(request, read) || IsMissing(answer, size) || !IsGoodOutcome(out)) {
-      return Refuse(ZEL_E_PARAM, out);
+      return ZEL_E_PARAM;
     }
-    return Ask(static_cast<CTcpclient&>(*connection), read, answer, size, out);
+    return BoundedCalls(connection, read.timeoutMs)
+        .Request(read, {static_cast<uint8_t*>(answer), size}, outcome);
   });
+  (void)FillStructure(outcome, kFirstOutcomeSize, out);
+  return outcome.result;
 }
 
 int32_t libzelx_request(ZelInstance instance, uint16_t port, uint32_t group, uint32_t offset,
@@ -99,13 +93,15 @@ int32_t libzelx_request(ZelInstance instance, uint16_t port, uint32_t group, uin
 
 int32_t libzelx_requestAsync(ZelInstance instance, const libzelx_Request* request,
                              libzelx_AnswerCallback callback, void* user, uint64_t* ticket) {
-  return WithConnection(instance, [&](CTcpclient& connection) -> int32_t {
+  uint64_t unused = 0;
+  const int32_t result = WithConnection(instance, [&](CTcpclient& connection) -> int32_t {
     libzelx_Request read{};
     if (!ReadRequest(request, read) || callback == nullptr) return ZEL_E_PARAM;
-    uint64_t unused = 0;
     return BoundedCalls(connection, read.timeoutMs)
         .RequestAsync(read, callback, user, ticket != nullptr ? *ticket : unused);
   });
+  if (result != ZEL_OK && ticket != nullptr) *ticket = 0;
+  return result;
 }
 
 int32_t libzelx_cancel(ZelInstance instance, uint64_t ticket) {
@@ -113,7 +109,7 @@ int32_t libzelx_cancel(ZelInstance instance, uint64_t ticket) {
   const int32_t result = WithConnection(instance, [&](CTcpclient& connection) -> int32_t {
     if (!RequestTable::WasGiven(ticket)) return ZEL_E_PARAM;
     hasRun = connection.requests().Cancel(ticket);
-    return ZEL_OK;
+    return hasRun != 0 && IsAnothers(ticket, connection) ? ZEL_E_PARAM : ZEL_OK;
   });
   return result == ZEL_OK ? hasRun : result;
 }

@@ -12,7 +12,7 @@ namespace libzel {
 
 namespace {
 
-CondVar::Clock::time_point EndOf(uint32_t timeoutMs) {
+CondVar::Clock::time_point EndOf(int64_t timeoutMs) {
   return CondVar::Clock::now() + std::chrono::milliseconds(timeoutMs);
 }
 
@@ -29,17 +29,24 @@ bool BoundedCalls::IsTooLong(uint64_t payloadSize) {
 
 // ---- Requests ---------------------------------------------------------------------------------------------
 
+// A caller's request in the table, which must not outlive its place on the stack, whatever is thrown.
+class BoundedCalls::Entered {
+ public:
+  Entered(RequestTable& table, PendingRequest& request) : table_(table), request_(request) {}
+  ~Entered() { table_.Leave(request_); }
+  Entered(const Entered&) = delete;
+  Entered& operator=(const Entered&) = delete;
+
+ private:
+  RequestTable& table_;
+  PendingRequest& request_;
+};
+
 int32_t BoundedCalls::Request(const libzelx_Request& request, std::span<uint8_t> answer,
                               libzelx_Outcome& out) {
-  const auto fail = [&](int32_t result, bool maySend = false) {
-    out = {sizeof out, result, 0, 0, maySend ? 1U : 0U};
-    return result;
-  };
-  if (connection_.IsReceiveThread()) return fail(LIBZELX_E_WOULD_BLOCK);
-  if (IsTooLong(request.length)) return fail(LIBZELX_E_TOO_LONG);
-  const Link link = connection_.LinkBefore(end_);
-  if (link == nullptr) return fail(ZEL_E_DISCONNECTED);
-  if (const int32_t result = connection_.loop_start(); result != ZEL_OK) return fail(result);
+  if (connection_.IsReceiveThread()) return LIBZELX_E_WOULD_BLOCK;
+  Link link;
+  if (const int32_t result = Prepare(request, link); result != ZEL_OK) return result;
 
   PendingRequest pending;
   pending.port = request.port;
@@ -48,22 +55,24 @@ int32_t BoundedCalls::Request(const libzelx_Request& request, std::span<uint8_t>
   pending.room = answer;
   RequestTable& table = connection_.requests();
   const uint32_t invokeId = connection_.GenInvokeId();
-  if (!table.Enter(pending, invokeId)) return fail(LIBZELX_E_CANCELLED);
+  if (!table.Enter(pending, invokeId)) return LIBZELX_E_CANCELLED;
+  const Entered entered(table, pending);
   const Written written = SendRequest(link, request, invokeId);
-  if (written.end != Written::End::kWhole && table.Withdraw(invokeId)) {
-    return fail(ResultOf(written), written.bytes != 0);
-  }
+  out.maySent = written.bytes != 0 ? 1 : 0;
+  const bool isOver = written.end != Written::End::kWhole && table.Withdraw(pending);
+  Settle(link, written);
+  if (isOver) return ResultOf(written);
+  ReadInTurn(*link, pending);
   table.Await(pending);
-  out = {sizeof out, pending.result, pending.deviceError, pending.answerLength, written.bytes != 0 ? 1U : 0U};
+  out.deviceError = pending.deviceError;
+  out.answerLength = pending.answerLength;
   return pending.result;
 }
 
 int32_t BoundedCalls::RequestAsync(const libzelx_Request& request, libzelx_AnswerCallback callback,
                                    void* user, uint64_t& ticket) {
-  if (IsTooLong(request.length)) return LIBZELX_E_TOO_LONG;
-  const Link link = connection_.LinkBefore(end_);
-  if (link == nullptr) return ZEL_E_DISCONNECTED;
-  if (const int32_t result = connection_.loop_start(); result != ZEL_OK) return result;
+  Link link;
+  if (const int32_t result = Prepare(request, link); result != ZEL_OK) return result;
 
   auto pending = std::make_unique<PendingRequest>();
   pending->port = request.port;
@@ -71,17 +80,25 @@ int32_t BoundedCalls::RequestAsync(const libzelx_Request& request, libzelx_Answe
   pending->link = link;
   pending->callback = callback;
   pending->user = user;
-  pending->ticket = ticket = RequestTable::NextTicket();
+  const uint64_t mine = pending->ticket = RequestTable::NextTicket();
+  ticket = mine;
   const uint32_t invokeId = connection_.GenInvokeId();
-  bool isNextDue = false;
-  const uint64_t mine = connection_.requests().Enter(std::move(pending), invokeId, isNextDue);
-  if (mine == 0) return LIBZELX_E_CANCELLED;
+  RequestTable& table = connection_.requests();
+  if (!table.Enter(std::move(pending), invokeId)) return LIBZELX_E_CANCELLED;
   const Written written = SendRequest(link, request, invokeId);
-  if (written.end != Written::End::kWhole && connection_.requests().WithdrawTicket(mine)) {
-    return ResultOf(written);
-  }
-  if (isNextDue && !connection_.IsReceiveThread()) connection_.LookAgain();
+  const bool isOver = written.end != Written::End::kWhole && table.WithdrawTicket(mine);
+  Settle(link, written);
+  if (isOver) return ResultOf(written);
+  if (table.NoteSent(mine) && !connection_.IsReceiveThread()) connection_.LookAgain();
   return ZEL_OK;
+}
+
+// What comes before a request is entered: a link, and a receive thread.
+int32_t BoundedCalls::Prepare(const libzelx_Request& request, Link& link) {
+  if (IsTooLong(request.length)) return LIBZELX_E_TOO_LONG;
+  link = connection_.LinkBefore(end_);
+  if (link == nullptr) return connection_.IsLive() ? ZEL_E_DISCONNECTED : LIBZELX_E_CANCELLED;
+  return connection_.loop_start();
 }
 
 SocketLink::Written BoundedCalls::SendRequest(const Link& link, const libzelx_Request& request,
@@ -92,27 +109,55 @@ SocketLink::Written BoundedCalls::SendRequest(const Link& link, const libzelx_Re
   return SendFrame(link, frame);
 }
 
-// A frame that left in part leaves the stream without its framing: the link is dropped.
 SocketLink::Written BoundedCalls::SendFrame(const Link& link, const RequestFrame& frame) {
   const Written written = Send(link, frame.pieces());
-  if (written.end == Written::End::kWhole) {
-    connection_.notes().AddFrames(Count::kFramesOut, Count::kBytesOut, 1, written.bytes);
-  } else if (written.end == Written::End::kStalled && written.bytes != 0) {
-    connection_.DropStalled(*link, timeoutMs_);
-  }
+  const bool isWhole = written.end == Written::End::kWhole;
+  connection_.notes().AddFrames(Count::kFramesOut, Count::kBytesOut, isWhole ? 1 : 0, written.bytes);
   return written;
 }
 
+// A link that was lost before its request was entered has told its requests already.
 SocketLink::Written BoundedCalls::Send(const Link& link, std::span<const platform::ConstBytes> pieces) {
-  // A link that was lost before its request was entered has told its requests already.
-  if (!link->connected()) return {Written::End::kFailed};
-  const Written written = link->writeBefore(pieces, end_);
+  return link->connected() ? link->writeBefore(pieces, end_) : Written{Written::End::kFailed};
+}
+
+// What a write that ended so means to the link. A frame that left in part leaves the stream without its framing: the
+// link is dropped.
+void BoundedCalls::Settle(const Link& link, const Written& written, bool isCut) {
   if (written.end == Written::End::kFailed) connection_.WriteFailed(*link);
-  return written;
+  if (written.end == Written::End::kStalled && isCut) connection_.DropStalled(*link, timeoutMs_);
 }
 
 int32_t BoundedCalls::ResultOf(const Written& written) {
   return written.end == Written::End::kFailed ? ZEL_E_DISCONNECTED : ZEL_E_TIMEOUT;
+}
+
+// Reads in the receive thread's place, if that has lent its turn: up to the answer of this request, up to something that
+// is the receive thread's to read, or for a short while.
+void BoundedCalls::ReadInTurn(SocketLink& link, const PendingRequest& request) {
+  ReadTurn& turn = connection_.readTurn();
+  if (!turn.Borrow()) return;
+  const bool isAllRead = ReadAnswers(link, request);
+  turn.Return();
+  // Whoever entered a request meanwhile could not borrow the turn, and waits for the receive thread.
+  if (isAllRead && connection_.requests().InFlight() == 0) return;
+  turn.Want();
+  connection_.LookAgain();
+}
+
+// True when the answer came and nothing is left that has been read.
+bool BoundedCalls::ReadAnswers(SocketLink& link, const PendingRequest& request) {
+  RequestTable& table = connection_.requests();
+  const auto end = std::min(end_, EndOf(ReadTurn::kBorrowedMs));
+  while (!table.HasEnded(request)) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - CondVar::Clock::now());
+    if (!link.SelectEagerly(std::max<int64_t>(left.count(), 0))) return false;
+    const auto frame = link.PeekWhole(kMaxReceivedBody);
+    if (!frame || table.Take(*frame, RequestTable::Reader::kCaller) == RequestTable::Taken::kNo) return false;
+    connection_.notes().AddFrameIn(*frame);
+    link.SkipWhole(*frame);
+  }
+  return !link.HasReadAhead();
 }
 
 // ---- Publications -----------------------------------------------------------------------------------------
@@ -165,6 +210,7 @@ int32_t BoundedCalls::Publish(const TopicRecord& record) {
   const RequestFrame frame(kTopicPort, connection_.GenInvokeId(), {record.IdGroup, record.IdOffset},
                            pieces.pieces());
   const Written written = SendFrame(link, frame);
+  Settle(link, written);
   return written.end == Written::End::kWhole ? ZEL_OK : ResultOf(written);
 }
 
@@ -182,11 +228,8 @@ int32_t BoundedCalls::PublishMany(std::span<const TopicRecord> records, size_t& 
     const size_t whole = batch.FramesWithin(written.bytes);
     sent += whole;
     connection_.notes().AddFrames(Count::kFramesOut, Count::kBytesOut, whole, written.bytes);
-    if (written.end == Written::End::kWhole) return ZEL_OK;
-    if (written.end == Written::End::kStalled && !batch.EndsAt(written.bytes)) {
-      connection_.DropStalled(*link, timeoutMs_);
-    }
-    return ResultOf(written);
+    Settle(link, written, !batch.EndsAt(written.bytes));
+    return written.end == Written::End::kWhole ? ZEL_OK : ResultOf(written);
   };
   for (const auto& record : records) {
     if (!batch.IsEmpty() && !batch.HasRoomFor(kRequestOverhead + TopicRecordSize(record))) {
@@ -199,15 +242,16 @@ int32_t BoundedCalls::PublishMany(std::span<const TopicRecord> records, size_t& 
 }
 
 int32_t BoundedCalls::Flush() {
-  for (;;) {
-    const Link link = connection_.PresentLink();
-    if (!link->connected()) return ZEL_E_DISCONNECTED;
+  const Link link = connection_.PresentLink();
+  while (link->connected()) {
     const int64_t unsent = platform::UnsentBytes(link->handle());
     if (unsent < 0) return ZEL_E_PROTOCOL;
     if (unsent == 0) return ZEL_OK;
+    if (platform::HasPeerEnded(link->handle())) break;  // maybe nobody else looks
     if (CondVar::Clock::now() >= end_) return ZEL_E_TIMEOUT;
-    (void)link->Pause(1);
+    link->Pause(1);
   }
+  return ZEL_E_DISCONNECTED;
 }
 
 }  // namespace libzel

@@ -20,7 +20,7 @@ class BoundedCalls {
   // For calls that end within `timeoutMs` from now.
   BoundedCalls(CTcpclient& connection, uint32_t timeoutMs);
 
-  // Fills `out` in every case.
+  // Fills what `out` tells of the answer and of whether bytes may have left; the rest of it is the caller's.
   int32_t Request(const libzelx_Request& request, std::span<uint8_t> answer, libzelx_Outcome& out);
   int32_t RequestAsync(const libzelx_Request& request, libzelx_AnswerCallback callback, void* user,
                        uint64_t& ticket);
@@ -34,11 +34,17 @@ class BoundedCalls {
   using Written = SocketLink::Written;
 
   class Batch;
+  class Entered;
 
   bool IsTooLong(uint64_t payloadSize);
+  int32_t Prepare(const libzelx_Request& request, Link& link);
   Written SendRequest(const Link& link, const libzelx_Request& request, uint32_t invokeId);
   Written SendFrame(const Link& link, const RequestFrame& frame);
   Written Send(const Link& link, std::span<const platform::ConstBytes> pieces);
+  void Settle(const Link& link, const Written& written) { Settle(link, written, written.bytes != 0); }
+  void Settle(const Link& link, const Written& written, bool isCut);
+  void ReadInTurn(SocketLink& link, const PendingRequest& request);
+  bool ReadAnswers(SocketLink& link, const PendingRequest& request);
   static int32_t ResultOf(const Written& written);
 
   CTcpclient& connection_;

@@ -1,5 +1,6 @@
 #include "zelclient/ConnectionNotes.h"
 
+#include "platform/Platform.h"
 #include "utils/Forever.h"
 
 namespace libzel {
@@ -7,6 +8,44 @@ namespace libzel {
 Counters& ConnectionNotes::OfProcess() {
   static Forever<Counters> counters;
   return *counters;
+}
+
+void ConnectionNotes::AddFailedRead(const FrameReader& reader, FrameReader::Outcome outcome) {
+  AddFrames(Count::kFramesIn, Count::kBytesIn, 0, uint64_t{reader.headerSize()} + reader.bodySize());
+  if (outcome == FrameReader::Outcome::kClosed) return;
+  if (reader.headerSize() != 0 && reader.headerSize() != kZelHeaderSize) {
+    Add(Count::kShortHeaders);
+  } else if (outcome == FrameReader::Outcome::kBadLength) {
+    Add(Count::kBadLengths);
+  } else if (outcome == FrameReader::Outcome::kShortBody) {
+    Add(Count::kShortBodies);
+  }
+}
+
+void ConnectionNotes::FailedConnect(int32_t error) {
+  Add(Count::kFailedConnects);
+  SetFailure("connect " + peer_ + ": " + (error != 0 ? platform::ReasonText(error) : "timed out"));
+}
+
+void ConnectionNotes::Lost(SocketLink& link, std::string_view doing, std::string_view reason) {
+  if (!link.TakeLoss()) return;
+  Add(Count::kLosses);
+  SetFailure(std::string(doing) + " " + peer_ + ": " + std::string(reason));
+}
+
+void ConnectionNotes::Lost(SocketLink& link, std::string_view doing) {
+  const int32_t error = link.endError();
+  Lost(link, doing, error != 0 ? platform::ReasonText(error) : "closed by the peer");
+}
+
+std::string ConnectionNotes::Failure() {
+  const MutexLock lock(mutex_);
+  return failure_;
+}
+
+void ConnectionNotes::SetFailure(std::string text) {
+  const MutexLock lock(mutex_);
+  failure_ = std::move(text);
 }
 
 }  // namespace libzel

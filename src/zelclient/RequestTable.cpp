@@ -8,6 +8,8 @@
 
 namespace libzel {
 
+using State = PendingRequest::State;
+
 namespace {
 
 libzelx_Outcome OutcomeOf(const PendingRequest& request) {
@@ -19,9 +21,10 @@ libzelx_Outcome OutcomeOf(const PendingRequest& request) {
 // ---- Entering and leaving ---------------------------------------------------------------------------------
 
 void RequestTable::Insert(PendingRequest& request, uint32_t invokeId) {
-  request.invokeId = invokeId;
+  if (gone_.empty()) gone_.resize(kRemembered);
   waiting_.emplace(invokeId, &request);
-  mayTake_.store(true, std::memory_order_release);
+  request.invokeId = invokeId;
+  NoteChange();
 }
 
 bool RequestTable::Enter(PendingRequest& request, uint32_t invokeId) {
@@ -32,54 +35,85 @@ bool RequestTable::Enter(PendingRequest& request, uint32_t invokeId) {
 
 uint64_t RequestTable::NextTicket() { return lastTicket_.fetch_add(1) + 1; }
 
-uint64_t RequestTable::Enter(std::unique_ptr<PendingRequest> request, uint32_t invokeId, bool& isNextDue) {
+bool RequestTable::Enter(std::unique_ptr<PendingRequest> request, uint32_t invokeId) {
   const MutexLock lock(mutex_);
-  if (isClosed_) return 0;
-  const int64_t due = request->end.time_since_epoch().count();
-  const uint64_t ticket = request->ticket;
-  Insert(*request, invokeId);
-  owned_.emplace(ticket, std::move(request));
-  isNextDue = due < nextDue_.load(std::memory_order_relaxed);
+  if (isClosed_) return false;
+  const auto entry = owned_.emplace(request->ticket, nullptr).first;
+  try {
+    Insert(*request, invokeId);
+  } catch (const std::bad_alloc&) {
+    owned_.erase(entry);
+    throw;
+  }
+  entry->second = std::move(request);
+  return true;
+}
+
+bool RequestTable::NoteSent(uint64_t ticket) {
+  const MutexLock lock(mutex_);
+  const auto entry = owned_.find(ticket);
+  if (entry == owned_.end()) return false;
+  entry->second->isWritten = true;
+  const int64_t due = entry->second->end.time_since_epoch().count();
+  const bool isNextDue = due < nextDue_.load(std::memory_order_relaxed);
   if (isNextDue) nextDue_.store(due, std::memory_order_release);
-  return ticket;
+  return isNextDue;
 }
 
 void RequestTable::TakeOut(const PendingRequest& request) {
   const auto entry = waiting_.find(request.invokeId);
   if (entry != waiting_.end() && entry->second == &request) waiting_.erase(entry);
-  if (waiting_.empty() && goneCount_ == 0) mayTake_.store(false, std::memory_order_release);
+  NoteChange();
 }
 
-bool RequestTable::Withdraw(uint32_t invokeId) {
+void RequestTable::NoteChange() {
+  mayTake_.store(!waiting_.empty() || goneCount_ != 0, std::memory_order_release);
+}
+
+bool RequestTable::Withdraw(PendingRequest& request) {
   const MutexLock lock(mutex_);
-  const auto entry = waiting_.find(invokeId);
-  if (entry == waiting_.end()) return false;
-  TakeOut(*entry->second);
+  if (request.state != State::kWaiting) return false;
+  TakeOut(request);
+  request.state = State::kEnded;
   return true;
 }
 
 bool RequestTable::WithdrawTicket(uint64_t ticket) {
   const MutexLock lock(mutex_);
+  return Discard(ticket);
+}
+
+// Takes a request with a callback out wherever it is, and destroys it. False when its callback runs or has run.
+bool RequestTable::Discard(uint64_t ticket) {
   const auto entry = owned_.find(ticket);
   if (entry == owned_.end()) return false;
   TakeOut(*entry->second);
-  std::erase(due_, ticket);
+  TakeOutOfDue(*entry->second);
   owned_.erase(entry);
   return true;
 }
 
 void RequestTable::Await(PendingRequest& request) {
   const MutexLock lock(mutex_);
-  while (request.state == PendingRequest::State::kWaiting) {
-    if (request.ended.WaitUntil(mutex_, request.end) || request.state != PendingRequest::State::kWaiting)
-      continue;
-    Remember(request);
-    TakeOut(request);
-    request.state = PendingRequest::State::kEnded;
-    request.result = ZEL_E_TIMEOUT;
+  while (request.state == State::kWaiting) {
+    if (!request.ended.WaitUntil(mutex_, request.end) && request.state == State::kWaiting) {
+      End(request, ZEL_E_TIMEOUT);
+    }
   }
   // Its answer is being copied, which takes no time to speak of.
-  while (request.state == PendingRequest::State::kClaimed) request.ended.Wait(mutex_);
+  while (request.state == State::kClaimed) request.ended.Wait(mutex_);
+}
+
+bool RequestTable::HasEnded(const PendingRequest& request) {
+  const MutexLock lock(mutex_);
+  return request.state == State::kEnded;
+}
+
+void RequestTable::Leave(PendingRequest& request) {
+  const MutexLock lock(mutex_);
+  if (request.state == State::kWaiting) TakeOut(request);
+  while (request.state == State::kClaimed) request.ended.Wait(mutex_);
+  request.state = State::kEnded;
 }
 
 // ---- Ending without an answer -----------------------------------------------------------------------------
@@ -87,7 +121,7 @@ void RequestTable::Await(PendingRequest& request) {
 void RequestTable::End(PendingRequest& request, int32_t result) {
   Remember(request);
   TakeOut(request);
-  request.state = PendingRequest::State::kEnded;
+  request.state = State::kEnded;
   request.result = result;
   if (request.ticket != 0) {
     MakeDue(request);
@@ -97,18 +131,29 @@ void RequestTable::End(PendingRequest& request, int32_t result) {
 }
 
 void RequestTable::MakeDue(PendingRequest& request) {
-  due_.push_back(request.ticket);
+  (lastDue_ != nullptr ? lastDue_->nextDue : firstDue_) = &request;
+  lastDue_ = &request;
   nextDue_.store(kDueNow, std::memory_order_release);
+}
+
+void RequestTable::TakeOutOfDue(const PendingRequest& request) {
+  PendingRequest* before = nullptr;
+  for (PendingRequest* at = firstDue_; at != nullptr; before = at, at = at->nextDue) {
+    if (at != &request) continue;
+    (before != nullptr ? before->nextDue : firstDue_) = at->nextDue;
+    if (lastDue_ == at) lastDue_ = before;
+    return;
+  }
 }
 
 void RequestTable::FailLost() {
   if (!MayTake()) return;
   const MutexLock lock(mutex_);
-  std::vector<PendingRequest*> lost;
-  for (const auto& [id, request] : waiting_) {
-    if (!request->link->connected()) lost.push_back(request);
+  for (auto entry = waiting_.begin(); entry != waiting_.end();) {
+    PendingRequest& request = *entry->second;
+    ++entry;  // ending it takes its entry away
+    if (!request.link->connected()) End(request, ZEL_E_DISCONNECTED);
   }
-  for (PendingRequest* request : lost) End(*request, ZEL_E_DISCONNECTED);
 }
 
 void RequestTable::Close(int32_t result) {
@@ -125,25 +170,41 @@ void RequestTable::Open() {
 int32_t RequestTable::Cancel(uint64_t ticket) {
   const MutexLock lock(mutex_);
   const auto entry = owned_.find(ticket);
-  if (entry != owned_.end()) {
-    if (entry->second->state == PendingRequest::State::kWaiting) Remember(*entry->second);
-    TakeOut(*entry->second);
-    std::erase(due_, ticket);
-    owned_.erase(entry);
-    return 0;
-  }
+  if (entry != owned_.end() && entry->second->state == State::kWaiting) Remember(*entry->second);
+  if (Discard(ticket)) return 0;
   while (runningTicket_ == ticket && runner_ != std::this_thread::get_id()) callbackEnded_.Wait(mutex_);
   return 1;
 }
 
-void RequestTable::Remember(const PendingRequest& request) {
-  gone_[goneCount_++ % kRemembered] = {request.invokeId, request.port};
+bool RequestTable::Holds(uint64_t ticket) {
+  const MutexLock lock(mutex_);
+  return runningTicket_ == ticket || owned_.contains(ticket);
 }
 
-bool RequestTable::IsGone(uint32_t invokeId, uint16_t port) const {
-  const auto end = gone_.begin() + static_cast<std::ptrdiff_t>(std::min(goneCount_, kRemembered));
-  return std::any_of(gone_.begin(), end,
-                     [&](const Gone& gone) { return gone.invokeId == invokeId && gone.port == port; });
+// Of a lost link no answer can come.
+void RequestTable::Remember(const PendingRequest& request) {
+  if (!request.link->connected()) return;
+  Gone& place = gone_[request.invokeId % kRemembered];
+  goneCount_ += place.invokeId == 0 ? 1 : 0;
+  place = {request.invokeId, request.port};
+}
+
+// A request has one answer: what comes under its identifier after that is a message like others.
+bool RequestTable::TakeGone(uint32_t invokeId, uint16_t port) {
+  if (goneCount_ == 0) return false;
+  Gone& place = gone_[invokeId % kRemembered];
+  if (invokeId == 0 || place.invokeId != invokeId || place.port != port) return false;
+  place = {};
+  --goneCount_;
+  NoteChange();
+  return true;
+}
+
+void RequestTable::ForgetGone() {
+  const MutexLock lock(mutex_);
+  std::fill(gone_.begin(), gone_.end(), Gone{});
+  goneCount_ = 0;
+  NoteChange();
 }
 
 bool RequestTable::Waits(uint32_t invokeId) {
@@ -159,12 +220,13 @@ uint32_t RequestTable::InFlight() {
 
 // ---- Answers ----------------------------------------------------------------------------------------------
 
-RequestTable::Taken RequestTable::Take(const FrameView& frame, bool isReceiveThread) {
+RequestTable::Taken RequestTable::Take(const FrameView& frame, Reader reader) {
   if (!MayTake() || frame.header.version != kVersionZoe) return Taken::kNo;
+  if (frame.body.size() != frame.header.nMsgLen) return Taken::kNo;
   const auto zoe = ZoeHeader::Read(frame.body);
   if (!zoe) return Taken::kNo;
   Claimed claimed;
-  const Taken taken = Claim(frame, *zoe, isReceiveThread, claimed);
+  const Taken taken = Claim(frame, *zoe, reader, claimed);
   const auto payload = frame.body.subspan(kZoeHeaderSize);
   if (claimed.waiting != nullptr) GiveToCaller(*claimed.waiting, payload);
   if (claimed.called != nullptr) RunCallback(*claimed.called, payload.data());
@@ -173,25 +235,32 @@ RequestTable::Taken RequestTable::Take(const FrameView& frame, bool isReceiveThr
 
 // Topics are published on a port of their own, under identifiers of the server's choice: they are no answers, unless it
 // was there that was asked.
-RequestTable::Taken RequestTable::Claim(const FrameView& frame, const ZoeHeader& zoe, bool isReceiveThread,
+RequestTable::Taken RequestTable::Claim(const FrameView& frame, const ZoeHeader& zoe, Reader reader,
                                         Claimed& claimed) {
   const MutexLock lock(mutex_);
   const auto entry = waiting_.find(zoe.invokeId);
   if (entry == waiting_.end() || (frame.header.port == kTopicPort && entry->second->port != kTopicPort)) {
-    return IsGone(zoe.invokeId, frame.header.port) ? Taken::kLate : Taken::kNo;
+    const bool isLate = reader != Reader::kCaller && TakeGone(zoe.invokeId, frame.header.port);
+    return isLate ? Taken::kLate : Taken::kNo;
   }
   PendingRequest& request = *entry->second;
+  if (request.ticket != 0 && reader == Reader::kCaller) return Taken::kNo;
+  const auto payload = frame.body.subspan(kZoeHeaderSize);
+  if (request.ticket != 0 && reader == Reader::kSynchronousReceive) {
+    request.kept.assign(payload.begin(), payload.end());
+  }
   TakeOut(request);
   request.deviceError = zoe.error;
-  request.answerLength = static_cast<uint32_t>(frame.body.size() - kZoeHeaderSize);
+  request.answerLength = static_cast<uint32_t>(payload.size());
   if (request.ticket == 0) {
-    request.state = PendingRequest::State::kClaimed;
+    request.state = State::kClaimed;
     claimed.waiting = &request;
-  } else if (isReceiveThread) {
+    return waiting_.empty() ? Taken::kLastAnswer : Taken::kAnswer;
+  }
+  request.state = State::kEnded;
+  if (reader == Reader::kReceiveThread) {
     claimed.called = BeginCallback(request.ticket);
   } else {
-    request.kept.assign(frame.body.begin() + kZoeHeaderSize, frame.body.end());
-    request.state = PendingRequest::State::kEnded;
     MakeDue(request);
   }
   return Taken::kAnswer;
@@ -201,21 +270,28 @@ void RequestTable::GiveToCaller(PendingRequest& request, std::span<const uint8_t
   const size_t count = std::min(payload.size(), request.room.size());
   if (count != 0) std::memcpy(request.room.data(), payload.data(), count);
   const MutexLock lock(mutex_);
-  request.state = PendingRequest::State::kEnded;
+  request.state = State::kEnded;
   request.ended.NotifyOne();
 }
 
 // ---- Callbacks --------------------------------------------------------------------------------------------
 
-// Null when the request was cancelled meanwhile.
+// From here on the callback counts as running; the request is the caller's.
 std::unique_ptr<PendingRequest> RequestTable::BeginCallback(uint64_t ticket) {
   const auto entry = owned_.find(ticket);
-  if (entry == owned_.end()) return nullptr;
   runningTicket_ = ticket;
   runner_ = std::this_thread::get_id();
   auto request = std::move(entry->second);
   owned_.erase(entry);
   return request;
+}
+
+std::unique_ptr<PendingRequest> RequestTable::BeginDueCallback() {
+  const MutexLock lock(mutex_);
+  if (firstDue_ == nullptr) return nullptr;
+  const uint64_t ticket = firstDue_->ticket;
+  TakeOutOfDue(*firstDue_);
+  return BeginCallback(ticket);
 }
 
 void RequestTable::RunCallback(const PendingRequest& request, const uint8_t* answer) {
@@ -227,30 +303,22 @@ void RequestTable::RunCallback(const PendingRequest& request, const uint8_t* ans
 }
 
 void RequestTable::RunDue() {
+  static constexpr uint8_t kEmptyAnswer = 0;
   if (MsUntilDue() > 0) return;
-  std::vector<uint64_t> due;
   {
     const MutexLock lock(mutex_);
     EndOverdue();
-    due.swap(due_);
   }
-  for (const uint64_t ticket : due) RunCallbackOf(ticket);
-}
-
-void RequestTable::RunCallbackOf(uint64_t ticket) {
-  std::unique_ptr<PendingRequest> request;
-  {
-    const MutexLock lock(mutex_);
-    request = BeginCallback(ticket);
+  while (const auto request = BeginDueCallback()) {
+    RunCallback(*request, request->kept.empty() ? &kEmptyAnswer : request->kept.data());
   }
-  if (request != nullptr) RunCallback(*request, request->kept.data());
 }
 
 void RequestTable::EndOverdue() {
   const auto now = Clock::now();
   int64_t next = kNothingDue;
   for (const auto& [ticket, request] : owned_) {
-    if (request->state != PendingRequest::State::kWaiting) continue;
+    if (request->state != State::kWaiting || !request->isWritten) continue;
     if (request->end <= now) {
       End(*request, ZEL_E_TIMEOUT);
     } else {

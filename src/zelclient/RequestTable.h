@@ -5,7 +5,6 @@
 // or while an answer is copied.
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <cstdint>
 #include <map>
@@ -33,7 +32,8 @@ struct PendingRequest {
   libzelx_AnswerCallback callback = nullptr;
   void* user = nullptr;
 
-  uint64_t ticket = 0;  // of one with a callback
+  uint64_t ticket = 0;     // of one with a callback
+  bool isWritten = false;  // the same
 
   // The table's.
   uint32_t invokeId = 0;
@@ -43,29 +43,38 @@ struct PendingRequest {
   uint32_t deviceError = 0;
   uint32_t answerLength = 0;
   std::vector<uint8_t> kept;  // an answer that another thread than the receive thread has read
+  PendingRequest* nextDue = nullptr;
 };
 
 class RequestTable {
  public:
   using Clock = CondVar::Clock;
 
-  // Enters a request that its caller waits for. False when the table is closed.
+  // Enters a request that its caller waits for, and who calls Leave in the end. False when the table is closed.
   bool Enter(PendingRequest& request, uint32_t invokeId);
   // A ticket of its own for a request with a callback.
   static uint64_t NextTicket();
-  // Enters one with a callback and gives its ticket; 0 when the table is closed. `isNextDue` tells that the receive
-  // thread has to be woken: it would look too late.
-  uint64_t Enter(std::unique_ptr<PendingRequest> request, uint32_t invokeId, bool& isNextDue);
-  // Takes out a request that was not sent. False when it has ended; the callback of one that has not run yet never will.
-  bool Withdraw(uint32_t invokeId);
+  // Enters one with a callback, whose time runs from NoteSent on: as long as it is being written, its end is the
+  // writer's to tell. False when the table is closed.
+  bool Enter(std::unique_ptr<PendingRequest> request, uint32_t invokeId);
+  // True when the receive thread has to be woken: it would look too late.
+  bool NoteSent(uint64_t ticket);
+  // Takes out a request that was not sent whole. False when it has ended; the callback of one that has not run yet never
+  // will.
+  bool Withdraw(PendingRequest& request);
   bool WithdrawTicket(uint64_t ticket);
   // Waits until the request of a caller ends or its time is over (4104). From here on it is out of the table.
   void Await(PendingRequest& request);
+  bool HasEnded(const PendingRequest& request);
+  // Takes the request of a caller out, if it has not ended, and whatever its caller has come to.
+  void Leave(PendingRequest& request);
 
   // True for a ticket that some table has given.
   static bool WasGiven(uint64_t ticket) { return ticket != 0 && ticket <= lastTicket_.load(); }
   // 0: the callback has not run and never will. 1: it ran, or it runs on another thread and was waited for.
   int32_t Cancel(uint64_t ticket);
+  // True until the callback of a ticket of this table's has ended.
+  bool Holds(uint64_t ticket);
   // Ends every request whose link is not connected any more, with 5.
   void FailLost();
   // Ends all with this result; nothing can be entered until the table is opened again.
@@ -77,10 +86,19 @@ class RequestTable {
   bool MayTake() const { return mayTake_.load(std::memory_order_acquire); }
   uint32_t InFlight();
 
-  enum class Taken { kNo, kAnswer, kLate };
-  // Gives the frame to the request whose answer it is. On the receive thread that runs the callback; what another thread
-  // has read is kept for it, and kAnswer means that it has to be woken.
-  Taken Take(const FrameView& frame, bool isReceiveThread);
+  enum class Reader { kReceiveThread, kCaller, kSynchronousReceive };
+  enum class Taken {
+    kNo,
+    kAnswer,
+    kLastAnswer,  // of a caller that waited, and no other request waits
+    kLate,        // to a request that has ended without it
+  };
+  // Gives the frame to the request whose answer it is, whose callback then runs on the receive thread. For a callback a
+  // caller that reads takes nothing, and what a synchronous receive has read is kept: the receive thread has to be woken.
+  // A body that is not held whole is nobody's answer.
+  Taken Take(const FrameView& frame, Reader reader);
+  // Forgets the requests that have ended: what comes from now on is no late answer to one of them.
+  void ForgetGone();
 
   // The receive thread's: runs the callbacks of requests that ended without their answers, or whose answers were kept.
   void RunDue();
@@ -88,10 +106,10 @@ class RequestTable {
   int64_t MsUntilDue() const;
 
  private:
-  // Requests that ended without an answer, which may still come.
-  static constexpr size_t kRemembered = 256;
+  // Requests that ended without an answer, which may still come, by their identifiers' last bits.
+  static constexpr size_t kRemembered = 1024;
   struct Gone {
-    uint32_t invokeId = 0;
+    uint32_t invokeId = 0;  // 0 is nobody's
     uint16_t port = 0;
   };
   // When RunDue has something to do, in the clock's ticks.
@@ -100,10 +118,13 @@ class RequestTable {
 
   void Insert(PendingRequest& request, uint32_t invokeId) ZEL_REQUIRES(mutex_);
   void TakeOut(const PendingRequest& request) ZEL_REQUIRES(mutex_);
+  void NoteChange() ZEL_REQUIRES(mutex_);
   void End(PendingRequest& request, int32_t result) ZEL_REQUIRES(mutex_);
   void MakeDue(PendingRequest& request) ZEL_REQUIRES(mutex_);
+  void TakeOutOfDue(const PendingRequest& request) ZEL_REQUIRES(mutex_);
+  bool Discard(uint64_t ticket) ZEL_REQUIRES(mutex_);
   void EndOverdue() ZEL_REQUIRES(mutex_);
-  bool IsGone(uint32_t invokeId, uint16_t port) const ZEL_REQUIRES(mutex_);
+  bool TakeGone(uint32_t invokeId, uint16_t port) ZEL_REQUIRES(mutex_);
   void Remember(const PendingRequest& request) ZEL_REQUIRES(mutex_);
 
   // A request whose answer has come: its caller waits, or its callback is to be run.
@@ -111,11 +132,11 @@ class RequestTable {
     PendingRequest* waiting = nullptr;
     std::unique_ptr<PendingRequest> called;
   };
-  Taken Claim(const FrameView& frame, const ZoeHeader& zoe, bool isReceiveThread, Claimed& claimed);
+  Taken Claim(const FrameView& frame, const ZoeHeader& zoe, Reader reader, Claimed& claimed);
   void GiveToCaller(PendingRequest& request, std::span<const uint8_t> payload);
   std::unique_ptr<PendingRequest> BeginCallback(uint64_t ticket) ZEL_REQUIRES(mutex_);
+  std::unique_ptr<PendingRequest> BeginDueCallback();
   void RunCallback(const PendingRequest& request, const uint8_t* answer);
-  void RunCallbackOf(uint64_t ticket);
 
   inline static std::atomic<uint64_t> lastTicket_{0};  // of the process
 
@@ -124,10 +145,13 @@ class RequestTable {
   bool isClosed_ ZEL_GUARDED_BY(mutex_) = false;
   std::unordered_map<uint32_t, PendingRequest*> waiting_ ZEL_GUARDED_BY(mutex_);
   std::map<uint64_t, std::unique_ptr<PendingRequest>> owned_ ZEL_GUARDED_BY(mutex_);  // by ticket
-  std::vector<uint64_t> due_ ZEL_GUARDED_BY(mutex_);  // tickets that ended, their callbacks to be run
+  // Those that ended and whose callbacks are to be run, in this order. A list of their own links: ending a request never
+  // fails for want of memory.
+  PendingRequest* firstDue_ ZEL_GUARDED_BY(mutex_) = nullptr;
+  PendingRequest* lastDue_ ZEL_GUARDED_BY(mutex_) = nullptr;
   uint64_t runningTicket_ ZEL_GUARDED_BY(mutex_) = 0;
   std::thread::id runner_ ZEL_GUARDED_BY(mutex_);
-  std::array<Gone, kRemembered> gone_ ZEL_GUARDED_BY(mutex_){};
+  std::vector<Gone> gone_ ZEL_GUARDED_BY(mutex_);  // empty until the first request
   size_t goneCount_ ZEL_GUARDED_BY(mutex_) = 0;
   std::atomic<int64_t> nextDue_{kNothingDue};
   std::atomic<bool> mayTake_{false};  // a request waits, or one has gone whose answer may come

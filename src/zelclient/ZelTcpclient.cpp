@@ -33,6 +33,14 @@ int64_t WholeMs(const Stopwatch& watch) {
   return std::max<int64_t>(static_cast<int64_t>(std::ceil(watch.ElapsedMs())), 1);
 }
 
+int64_t MsBetween(CondVar::Clock::time_point start, CondVar::Clock::time_point end) {
+  return std::chrono::ceil<std::chrono::milliseconds>(end - start).count();
+}
+
+int64_t MsUntil(CondVar::Clock::time_point end) {
+  return end == SocketLink::kNoEnd ? INT64_MAX : MsBetween(CondVar::Clock::now(), end);
+}
+
 int32_t FailDisconnected() {
   SetErrno(ZEL_E_DISCONNECTED);
   return -1;
@@ -46,9 +54,11 @@ CTcpclient::CTcpclient(const ZelDeviceId& remote, const std::string& parameters,
   if (isDomain_) {
     if (hostName_.empty()) hostName_ = kLocalServerPath;
     socket_ = std::make_unique<DomainTcpSocket>(hostName_.c_str(), port_, Socket::kStream, true);
+    notes().SetPeer(hostName_);
     ZEL_LOG(kDebug, "Create Unix Domain TCP Socket,Ready HostName:%s", hostName_.c_str());
   } else {
     socket_ = std::make_unique<TcpSocket>(hostName_.c_str(), port_, Socket::kStream, false);
+    notes().SetPeer(hostName_ + ":" + std::to_string(port_));
     ZEL_LOG(kDebug, "Create  TCP Socket,Ready HostName:%s,port:%d", hostName_.c_str(), port_);
   }
 }
@@ -60,8 +70,8 @@ CTcpclient::~CTcpclient() {
 
 void CTcpclient::Cancel() {
   IZelPeerConnection::Cancel();
+  requests_.Close(LIBZELX_E_CANCELLED);  // first: the end of the link is not their reason
   socket_->Cancel();
-  requests_.Close(LIBZELX_E_CANCELLED);
 }
 
 void CTcpclient::Close() {
@@ -91,7 +101,7 @@ bool CTcpclient::Connect(int64_t timeoutMs) {
   if (attempts_.IsInOne()) return IsConnected();
   ConnectAttempts::Attempt attempt(attempts_);
   attempt.Begin();
-  if (!TryConnect(timeoutMs)) return false;
+  if (!TryConnect({timeoutMs})) return false;
   ZEL_LOG(kInfo, "Connect HostName:%s,port:%d Success,isDomain:%d", hostName_.c_str(), port_, isDomain_);
   return true;
 }
@@ -100,7 +110,7 @@ bool CTcpclient::Reconnect(int64_t timeoutMs) {
   if (attempts_.IsInOne()) return IsConnected();
   ConnectAttempts::Attempt attempt(attempts_);
   attempt.Begin();
-  return TryReconnect(timeoutMs);
+  return TryReconnect({timeoutMs});
 }
 
 void CTcpclient::ConnectInBackground() {
@@ -108,7 +118,9 @@ void CTcpclient::ConnectInBackground() {
   (void)loop_start();
 }
 
-bool CTcpclient::WrapReconnect(int64_t timeoutMs) {
+bool CTcpclient::WrapReconnect(int64_t timeoutMs) { return TryPaced({timeoutMs}); }
+
+bool CTcpclient::TryPaced(const Patience& patience) {
   if (!IsAutoReconnect() || IsCancelled()) return false;
   ConnectAttempts::Attempt attempt(attempts_);
   const auto elapsedSec = attempt.BeginPaced(reconnectIntervalSec());
@@ -116,37 +128,44 @@ bool CTcpclient::WrapReconnect(int64_t timeoutMs) {
   if (IsConnected()) return true;  // another thread brought it up meanwhile
   ZEL_LOG(kDebug, "trigger Reconnect  HostName:%s,port:%d,isDomain:%d,IntercalSec:%.2f sec",
           hostName_.c_str(), port_, isDomain_, *elapsedSec);
-  return TryReconnect(timeoutMs);
+  return TryReconnect(patience);
 }
 
-bool CTcpclient::TryReconnect(int64_t timeoutMs) {
-  if (!TryConnect(timeoutMs)) return false;
+bool CTcpclient::TryReconnect(const Patience& patience) {
+  if (!TryConnect(patience)) return false;
   ZEL_LOG(kInfo, "Reconnect  HostName:%s,port:%d Success,isDomain:%d,timeout:%d ms", hostName_.c_str(), port_,
-          isDomain_, static_cast<int>(timeoutMs));
+          isDomain_, static_cast<int>(patience.connectMs));
   return true;
 }
 
-bool CTcpclient::TryConnect(int64_t timeoutMs) {
+bool CTcpclient::TryConnect(const Patience& patience) {
   const auto before = IsConnected() ? socket_->link() : nullptr;
   FireEvent(ZEL_EVENT_PENDING);
-  const Brought brought = BringUp(timeoutMs, before);
-  if (!IsCancelled()) NoteConnect(brought);
+  const Brought brought = BringUp(patience, before);
+  if (!IsCancelled()) {
+    if (before != nullptr && !before->connected()) notes().Lost(*before, "receive from");
+    NoteConnect(brought);
+  }
   LinkChanged();  // the link of the receive thread and of requests is another one now, or none
   if (IsCancelled()) {
     (void)FailDisconnected();
     return false;
   }
   FireEvent(brought == Brought::kNothing ? ZEL_EVENT_FAILED : ZEL_EVENT_CONNECTED);
-  if (brought == Brought::kOurs) SubscribeAgain();
+  if (brought == Brought::kOurs) SubscribeAgain(patience.end);
   return brought != Brought::kNothing;
 }
 
 // `before` is the link that was up when the attempt began, if one was.
-CTcpclient::Brought CTcpclient::BringUp(int64_t timeoutMs, const std::shared_ptr<SocketLink>& before) {
-  if (!connectMutex_.try_lock_for(timeoutMs)) return IsConnected() ? Brought::kTheirs : Brought::kNothing;
+CTcpclient::Brought CTcpclient::BringUp(const Patience& patience, const std::shared_ptr<SocketLink>& before) {
+  const auto isUp = [&] { return IsConnected() ? Brought::kTheirs : Brought::kNothing; };
+  if (!connectMutex_.try_lock_for(patience.connectMs)) return isUp();
   const AdoptedLock lock(connectMutex_);
   if (IsConnected() && socket_->link() != before) return Brought::kTheirs;
-  return socket_->Connect(timeoutMs) ? Brought::kOurs : Brought::kNothing;
+  const int64_t leftMs = std::min(patience.connectMs, MsUntil(patience.end));
+  if (!socket_->Connect(leftMs)) return Brought::kNothing;
+  requests_.ForgetGone();
+  return Brought::kOurs;
 }
 
 bool CTcpclient::EnsureConnected(int64_t timeoutMs) {
@@ -156,12 +175,12 @@ bool CTcpclient::EnsureConnected(int64_t timeoutMs) {
 }
 
 // Only what is still subscribed when its turn comes is sent again; a send that fails is made good by the next connect.
-void CTcpclient::SubscribeAgain() {
+void CTcpclient::SubscribeAgain(CondVar::Clock::time_point end) {
   for (const auto& [topic, subscriber] : GetSubscribes()) {
     // Another thread may change the table meanwhile: what the server hears last is what the table says.
     bool told = false;
     for (bool wanted = topics().Contains(topic); wanted != told; wanted = topics().Contains(topic)) {
-      (void)SendTopicRecord({wanted ? "sub" : "unsub", topic, {}, 0, 0});
+      (void)SendTopicRecord({wanted ? "sub" : "unsub", topic, {}, 0, 0}, end);
       told = wanted;
     }
   }
@@ -176,7 +195,8 @@ int32_t CTcpclient::Send(uint16_t port, uint32_t idGroup, uint32_t idOffset, con
 }
 
 int32_t CTcpclient::SendPieces(uint16_t port, const AddressBlock& address,
-                               std::span<const platform::ConstBytes> pieces, uint32_t timeoutMs) {
+                               std::span<const platform::ConstBytes> pieces, uint32_t timeoutMs,
+                               CondVar::Clock::time_point end) {
   auto link = socket_->link();
   if (!link->connected()) {
     if (!EnsureConnected(timeoutMs)) return -1;
@@ -185,10 +205,12 @@ int32_t CTcpclient::SendPieces(uint16_t port, const AddressBlock& address,
   }
   const uint32_t invokeId = GenInvokeId();
   lastInvokeId_ = invokeId;
-  return WriteFrame(*link, RequestFrame(port, invokeId, address, pieces).pieces());
+  return WriteFrame(*link, RequestFrame(port, invokeId, address, pieces).pieces(), end);
 }
 
-int32_t CTcpclient::WriteFrame(SocketLink& link, std::span<const platform::ConstBytes> pieces) {
+int32_t CTcpclient::WriteFrame(SocketLink& link, std::span<const platform::ConstBytes> pieces,
+                               CondVar::Clock::time_point end) {
+  if (end != SocketLink::kNoEnd && !SocketLink::IsTooLong(pieces)) return WriteBefore(link, pieces, end);
   const int32_t sent = link.writeFrame(pieces);
   if (sent > 0) {
     notes().AddFrames(Count::kFramesOut, Count::kBytesOut, 1, static_cast<uint64_t>(sent));
@@ -200,9 +222,26 @@ int32_t CTcpclient::WriteFrame(SocketLink& link, std::span<const platform::Const
   return sent;
 }
 
-int32_t CTcpclient::SendTopicRecord(const TopicRecord& record) {
+// What could not be sent in time takes the link with it, so that the next connect makes it good.
+int32_t CTcpclient::WriteBefore(SocketLink& link, std::span<const platform::ConstBytes> pieces,
+                                CondVar::Clock::time_point end) {
+  using End = SocketLink::Written::End;
+  const auto start = CondVar::Clock::now();
+  const auto written = link.writeBefore(pieces, end);
+  const bool isWhole = written.end == End::kWhole;
+  notes().AddFrames(Count::kFramesOut, Count::kBytesOut, isWhole ? 1 : 0, written.bytes);
+  if (isWhole) return static_cast<int32_t>(written.bytes);
+  if (written.end == End::kFailed) {
+    WriteFailed(link);
+  } else {
+    DropStalled(link, MsBetween(start, end));
+  }
+  return FailDisconnected();
+}
+
+int32_t CTcpclient::SendTopicRecord(const TopicRecord& record, CondVar::Clock::time_point end) {
   return SendPieces(kTopicPort, {record.IdGroup, record.IdOffset}, TopicRecordPieces(record).pieces(),
-                    kTopicTimeoutMs);
+                    kTopicTimeoutMs, end);
 }
 
 int32_t CTcpclient::Publish(const char* topic, uint32_t idGroup, uint32_t idOffset, const uint8_t* data,
@@ -243,20 +282,20 @@ void CTcpclient::LinkChanged() {
 }
 
 void CTcpclient::WriteFailed(SocketLink& link) {
-  if (!link.connected()) NoteLoss(link, "send to");
+  if (!link.connected() && !IsCancelled()) notes().Lost(link, "send to");
   LinkChanged();  // the receive thread restores the link
 }
 
-void CTcpclient::DropStalled(SocketLink& link, uint32_t waitedMs) {
+void CTcpclient::DropStalled(SocketLink& link, int64_t waitedMs) {
   notes().Add(Count::kStalledWrites);
-  NoteDrop(link, "send to " + Peer() + ": peer did not read for " + std::to_string(waitedMs) + " ms");
+  notes().Lost(link, "send to", "peer did not read for " + std::to_string(waitedMs) + " ms");
   ShutdownLink(link);
 }
 
 std::shared_ptr<SocketLink> CTcpclient::LinkBefore(CondVar::Clock::time_point end) {
   if (!IsConnected()) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - CondVar::Clock::now());
-    if (!WrapReconnect(std::max<int64_t>(left.count(), 0))) return nullptr;
+    const int64_t leftMs = MsUntil(end);
+    if (leftMs <= 0 || !TryPaced({leftMs, end})) return nullptr;
   }
   auto link = socket_->link();
   return link->connected() ? link : nullptr;
@@ -280,6 +319,10 @@ int32_t CTcpclient::svc() {
       link = std::move(present);
     }
     requests_.RunDue();
+    if (!readTurn_.IsOwn()) {
+      PauseWhileLent();
+      continue;
+    }
     if (link->connected()) {
       ReceiveFrames(*link, reader);
       continue;
@@ -299,13 +342,20 @@ int32_t CTcpclient::svc() {
 }
 
 void CTcpclient::ReceiveFrames(SocketLink& link, FrameReader& reader) {
-  if (DispatchWhole(link) || !AwaitFrame(link, reader)) return;
+  if (DispatchWhole(link)) return;
+  if (loopWaker().IsOpen() && !link.HasReadAhead() && readTurn_.Lend()) return;
+  if (!AwaitFrame(link, reader)) return;
   const Outcome outcome = reader.Read(link, kReceiveThreadTerms);
   if (outcome == Outcome::kFrame) {
     Dispatch(reader.frame());
   } else if (!IsCancelled()) {
     HandleFailure(link, outcome, reader);
   }
+}
+
+void CTcpclient::PauseWhileLent() {
+  PauseUnlessWoken(std::min(ReadTurn::kLentMs, requests_.MsUntilDue()));
+  readTurn_.Reclaim();
 }
 
 // False when nothing came. A link that stays quiet gives its memory back and is then left alone.
@@ -334,10 +384,16 @@ bool CTcpclient::DispatchWhole(SocketLink& link) {
 }
 
 void CTcpclient::Dispatch(const FrameView& frame) {
-  NoteFrameIn(frame);
-  const auto taken = requests_.Take(frame, true);
-  if (taken == RequestTable::Taken::kLate) notes().Add(Count::kLateAnswers);
-  if (taken != RequestTable::Taken::kNo) return;
+  using Taken = RequestTable::Taken;
+  notes().AddFrameIn(frame);
+  const Taken taken = requests_.Take(frame, RequestTable::Reader::kReceiveThread);
+  if (taken == Taken::kLastAnswer) {
+    readTurn_.NoteAnswer();
+  } else {
+    readTurn_.NoteOther();
+  }
+  if (taken == Taken::kLate) notes().Add(Count::kLateAnswers);
+  if (taken != Taken::kNo) return;
   const auto length = static_cast<uint32_t>(frame.body.size());
   if (router().call(frame.header, frame.body.data(), length, this) == ZEL_E_NO_ROUTER)
     notes().Add(Count::kNoPort);
@@ -346,8 +402,10 @@ void CTcpclient::Dispatch(const FrameView& frame) {
 // What a frame that could not be read means to the receive thread.
 void CTcpclient::HandleFailure(SocketLink& link, Outcome outcome, const FrameReader& reader) {
   constexpr std::string_view kSvc = "CTcpclient::svc";
+  const int32_t error = platform::RuntimeError();  // of the read that failed
   const auto length = static_cast<int>(reader.header().nMsgLen);
-  NoteFailedRead(link, outcome, reader);
+  notes().AddFailedRead(reader, outcome);
+  NoteEndedRead(link, outcome, reader, error);
   if (!link.connected()) requests_.FailLost();
   switch (outcome) {
     case Outcome::kClosed:
@@ -358,7 +416,6 @@ void CTcpclient::HandleFailure(SocketLink& link, Outcome outcome, const FrameRea
     case Outcome::kBadLength:
     case Outcome::kFailed:
       ZEL_LOG_AS(kSvc, kError, "zel header len is error,nPacketLen:%d", length);
-      NoteDrop(link, "receive from " + Peer() + ": bad length " + std::to_string(reader.header().nMsgLen));
       ShutdownLink(link);
       ReportEnd(link);
       break;
@@ -385,6 +442,7 @@ void CTcpclient::OnNoMemory() {
   const auto link = socket_->link();
   if (!link->connected() || IsCancelled()) return;
   ZEL_LOG_AS("CTcpclient::svc", kError, "no memory to receive with,connection is closed");
+  if (link->TakeLoss()) notes().Add(Count::kLosses);  // to tell of it takes memory
   ShutdownLink(*link);
   ReportEnd(*link);
 }
@@ -392,52 +450,25 @@ void CTcpclient::OnNoMemory() {
 // ---- Reasons and figures ----------------------------------------------------------------------------------
 
 void CTcpclient::NoteConnect(Brought brought) {
-  using std::chrono::steady_clock;
   if (brought == Brought::kOurs) {
     notes().Add(Count::kConnects);
-    upSinceMs_ =
-        std::chrono::floor<std::chrono::milliseconds>(steady_clock::now().time_since_epoch()).count();
   } else if (brought == Brought::kNothing) {
-    notes().Add(Count::kFailedConnects);
-    const int32_t error = socket_->connectError();
-    notes().SetFailure("connect " + Peer() + ": " + (error != 0 ? platform::ReasonText(error) : "timed out"));
+    notes().FailedConnect(socket_->connectError());
   }
 }
 
-int64_t CTcpclient::ConnectedMs() {
-  using std::chrono::steady_clock;
-  if (!IsConnected()) return 0;
-  return std::chrono::floor<std::chrono::milliseconds>(steady_clock::now().time_since_epoch()).count() -
-         upSinceMs_;
-}
-
-// A link that was up and is lost, counted and told of once.
-void CTcpclient::NoteDrop(SocketLink& link, std::string reason) {
-  if (!link.TakeLoss()) return;
-  notes().Add(Count::kLosses);
-  notes().SetFailure(std::move(reason));
-}
-
-void CTcpclient::NoteLoss(SocketLink& link, std::string_view what) {
-  const int32_t error = link.endError();
-  NoteDrop(link, std::string(what) + " " + Peer() + ": " +
-                     (error != 0 ? platform::ReasonText(error) : "closed by the peer"));
-}
-
-void CTcpclient::NoteFrameIn(const FrameView& frame) {
-  notes().AddFrames(Count::kFramesIn, Count::kBytesIn, 1, kZelHeaderSize + frame.header.nMsgLen);
-}
-
-void CTcpclient::NoteFailedRead(SocketLink& link, Outcome outcome, const FrameReader& reader) {
-  notes().Add(Count::kBytesIn, reader.headerSize() + reader.bodySize());
-  const bool isShortHeader = reader.headerSize() != 0 && reader.headerSize() != kZelHeaderSize;
-  switch (outcome) {
-    case Outcome::kBadLength: notes().Add(isShortHeader ? Count::kShortHeaders : Count::kBadLengths); break;
-    case Outcome::kShortHeader: notes().Add(Count::kShortHeaders); break;
-    case Outcome::kShortBody: notes().Add(Count::kShortBodies); break;
-    default: break;
+// The outcomes after which the receive thread lets go of the link.
+void CTcpclient::NoteEndedRead(SocketLink& link, Outcome outcome, const FrameReader& reader, int32_t error) {
+  constexpr std::string_view kReceive = "receive from";
+  if (outcome == Outcome::kBadLength && reader.headerSize() != kZelHeaderSize) {
+    notes().Lost(link, kReceive, "short header");
+  } else if (outcome == Outcome::kBadLength) {
+    notes().Lost(link, kReceive, "bad length " + std::to_string(reader.header().nMsgLen));
+  } else if (outcome == Outcome::kFailed) {
+    notes().Lost(link, kReceive, platform::ReasonText(error));
+  } else if (!link.connected()) {
+    notes().Lost(link, kReceive);
   }
-  if (!link.connected()) NoteLoss(link, "receive from");
 }
 
 // ---- Synchronous receive ----------------------------------------------------------------------------------
@@ -460,13 +491,15 @@ int32_t CTcpclient::AwaitAnswer(SocketLink& link, std::span<uint8_t> out, uint32
   int64_t remainingMs = int64_t{timeoutMs} - WholeMs(watch);
   FrameReader reader;
   // What the caller has no room for is not held.
-  const auto held =
+  const auto room =
       static_cast<uint32_t>(std::min<uint64_t>(uint64_t{out.size()} + kZoeHeaderSize, UINT32_MAX));
   while (remainingMs >= 1 && link.SelectEagerly(remainingMs)) {
+    // The answer of another thread's request is held whole: the room for it is elsewhere.
+    const uint32_t held = requests_.MayTake() ? std::max(room, kMaxReceivedBody) : room;
     const FrameReader::Terms terms{{.heldBody = held}, remainingMs, remainingMs, kHeaderGapMs, remainingMs};
     const Outcome outcome = ReadOrClose(link, reader, terms);
     if (outcome != Outcome::kFrame) return FailAnswer(link, outcome, reader, timeoutMs);
-    NoteFrameIn(reader.frame());
+    notes().AddFrameIn(reader.frame());
     int32_t result = 0;
     if (TakeAnswer(reader.frame(), out, result)) return result;
     // The stopwatch goes on, so every answer that is skipped costs the whole time so far. Deliberate.
@@ -482,6 +515,7 @@ CTcpclient::Outcome CTcpclient::ReadOrClose(SocketLink& link, FrameReader& reade
   try {
     return reader.Read(link, terms);
   } catch (const std::bad_alloc&) {
+    if (link.TakeLoss()) notes().Add(Count::kLosses);
     ShutdownLink(link);
     throw;
   }
@@ -490,12 +524,13 @@ CTcpclient::Outcome CTcpclient::ReadOrClose(SocketLink& link, FrameReader& reade
 int32_t CTcpclient::FailAnswer(SocketLink& link, Outcome outcome, const FrameReader& reader,
                                uint32_t timeoutMs) {
   if (IsCancelled()) return FailDisconnected();
-  NoteFailedRead(link, outcome, reader);
+  notes().AddFailedRead(reader, outcome);
   constexpr std::string_view kRecv = "CTcpclient::Recv";
   const auto length = static_cast<int>(reader.header().nMsgLen);
   switch (outcome) {
     case Outcome::kClosed:
       ZEL_LOG_AS(kRecv, kError, "connection is close");
+      notes().Lost(link, "receive from");
       ReportEnd(link);
       ShutdownLink(link);
       SetErrno(ZEL_E_DISCONNECTED);
@@ -508,6 +543,11 @@ int32_t CTcpclient::FailAnswer(SocketLink& link, Outcome outcome, const FrameRea
       break;
     case Outcome::kShortBody:
       ZEL_LOG_AS(kRecv, kError, "recv:%d,MsgLen:%d error", static_cast<int>(reader.bodySize()), length);
+      if (link.connected()) {
+        notes().Lost(link, "receive from", "short body");
+      } else {
+        notes().Lost(link, "receive from");
+      }
       ShutdownLink(link);
       SetErrno(ZEL_E_LENGTH);
       break;
@@ -521,6 +561,13 @@ int32_t CTcpclient::FailAnswer(SocketLink& link, Outcome outcome, const FrameRea
   return -1;
 }
 
+bool CTcpclient::IsTakenByRequest(const FrameView& frame) {
+  const auto taken = requests_.Take(frame, RequestTable::Reader::kSynchronousReceive);
+  if (taken == RequestTable::Taken::kLate) notes().Add(Count::kLateAnswers);
+  if (taken == RequestTable::Taken::kAnswer) WakeReceiveThread();
+  return taken != RequestTable::Taken::kNo;
+}
+
 // True when the message is the one that is waited for; `result` is then the call's.
 bool CTcpclient::TakeAnswer(const FrameView& frame, std::span<uint8_t> out, int32_t& result) {
   std::span<const uint8_t> payload = frame.body;
@@ -531,15 +578,13 @@ bool CTcpclient::TakeAnswer(const FrameView& frame, std::span<uint8_t> out, int3
       result = static_cast<int32_t>(payload.size());
       return true;
     }
-    if (zoe->invokeId != lastInvokeId_ && requests_.Take(frame, false) != RequestTable::Taken::kNo) {
-      WakeReceiveThread();
-      return false;
-    }
+    if (zoe->invokeId != lastInvokeId_ && IsTakenByRequest(frame)) return false;
     error = zoe->error;
     SetErrno(static_cast<int32_t>(error));
     if (zoe->invokeId != lastInvokeId_) {
       ZEL_LOG_AS("CTcpclient::Recv", kError, "LastinvokeId:%d !=recv invokeId:%d",
                  static_cast<int>(lastInvokeId_.load()), static_cast<int>(zoe->invokeId));
+      if (frame.header.port != kTopicPort) notes().Add(Count::kLateAnswers);
       return false;
     }
     payload = payload.subspan(kZoeHeaderSize);

@@ -12,6 +12,7 @@
 #include "utils/Mutex.h"
 #include "utils/Stopwatch.h"
 #include "zelclient/ConnectAttempts.h"
+#include "zelclient/ReadTurn.h"
 #include "zelclient/RequestTable.h"
 #include "zelclient/ZelPeerConn.h"
 #include "zelcomm/Frame.h"
@@ -56,18 +57,17 @@ class CTcpclient : public IZelPeerConnection {
 
   // ---- For calls that end in time
 
-  // The link, brought up by one paced attempt if it is down; null when it stays down.
+  // The link, brought up by one paced attempt if it is down; null when it stays down. Without time there is no attempt.
   std::shared_ptr<SocketLink> LinkBefore(CondVar::Clock::time_point end);
   std::shared_ptr<SocketLink> PresentLink() { return socket_->link(); }
   RequestTable& requests() { return requests_; }
   // Lets go of a link whose peer did not read a frame to its end: the stream has lost its framing.
-  void DropStalled(SocketLink& link, uint32_t waitedMs);
+  void DropStalled(SocketLink& link, int64_t waitedMs);
   // Takes in that a write has failed.
   void WriteFailed(SocketLink& link);
-  // For how long the link has been up, in ms; 0 while it is down.
-  int64_t ConnectedMs();
   // Makes the receive thread look for what is due.
   void LookAgain() { WakeReceiveThread(); }
+  ReadTurn& readTurn() { return readTurn_; }
   // As the base's; identifiers of requests that still wait are left out.
   uint32_t GenInvokeId() override;
 
@@ -80,19 +80,29 @@ class CTcpclient : public IZelPeerConnection {
   using Outcome = FrameReader::Outcome;
 
   void ParseParameters(const std::string& parameters);
-  bool TryConnect(int64_t timeoutMs);
-  Brought BringUp(int64_t timeoutMs, const std::shared_ptr<SocketLink>& before);
-  bool TryReconnect(int64_t timeoutMs);
-  void SubscribeAgain();
+  // How long an attempt may take: the connect, and, for calls that end in time, everything.
+  struct Patience {
+    int64_t connectMs;
+    CondVar::Clock::time_point end = SocketLink::kNoEnd;
+  };
+  bool TryConnect(const Patience& patience);
+  Brought BringUp(const Patience& patience, const std::shared_ptr<SocketLink>& before);
+  bool TryReconnect(const Patience& patience);
+  bool TryPaced(const Patience& patience);
+  void SubscribeAgain(CondVar::Clock::time_point end);
   bool EnsureConnected(int64_t timeoutMs);
   bool IsCancelled() const { return socket_->IsCancelled(); }
 
   int32_t SendPieces(uint16_t port, const AddressBlock& address, std::span<const platform::ConstBytes> pieces,
-                     uint32_t timeoutMs);
-  int32_t WriteFrame(SocketLink& link, std::span<const platform::ConstBytes> pieces);
-  int32_t SendTopicRecord(const TopicRecord& record);
+                     uint32_t timeoutMs, CondVar::Clock::time_point end = SocketLink::kNoEnd);
+  int32_t WriteFrame(SocketLink& link, std::span<const platform::ConstBytes> pieces,
+                     CondVar::Clock::time_point end = SocketLink::kNoEnd);
+  int32_t WriteBefore(SocketLink& link, std::span<const platform::ConstBytes> pieces,
+                      CondVar::Clock::time_point end);
+  int32_t SendTopicRecord(const TopicRecord& record, CondVar::Clock::time_point end = SocketLink::kNoEnd);
 
   void ReceiveFrames(SocketLink& link, FrameReader& reader);
+  void PauseWhileLent();
   bool AwaitFrame(SocketLink& link, FrameReader& reader);
   bool DispatchWhole(SocketLink& link);
   void Dispatch(const FrameView& frame);
@@ -100,16 +110,13 @@ class CTcpclient : public IZelPeerConnection {
   void ReportEnd(SocketLink& link);
   void ShutdownLink(const SocketLink& link);
   void LinkChanged();
-  std::string Peer() const { return isDomain_ ? hostName_ : hostName_ + ":" + std::to_string(port_); }
   void NoteConnect(Brought brought);
-  void NoteDrop(SocketLink& link, std::string reason);
-  void NoteLoss(SocketLink& link, std::string_view what);
-  void NoteFailedRead(SocketLink& link, Outcome outcome, const FrameReader& reader);
-  void NoteFrameIn(const FrameView& frame);
+  void NoteEndedRead(SocketLink& link, Outcome outcome, const FrameReader& reader, int32_t error);
 
   int32_t AwaitAnswer(SocketLink& link, std::span<uint8_t> out, uint32_t timeoutMs, const Stopwatch& watch);
   Outcome ReadOrClose(SocketLink& link, FrameReader& reader, const FrameReader::Terms& terms);
   int32_t FailAnswer(SocketLink& link, Outcome outcome, const FrameReader& reader, uint32_t timeoutMs);
+  bool IsTakenByRequest(const FrameView& frame);
   bool TakeAnswer(const FrameView& frame, std::span<uint8_t> out, int32_t& result);
 
   std::string hostName_;
@@ -118,11 +125,11 @@ class CTcpclient : public IZelPeerConnection {
   std::unique_ptr<Socket> socket_;
 
   RequestTable requests_;
+  ReadTurn readTurn_;
   TimedMutex connectMutex_;  // one connect at a time
   ConnectAttempts attempts_;
   std::atomic<bool> connectAtOnce_{false};
-  std::atomic<int64_t> upSinceMs_{0};  // by the steady clock
-  int64_t idleWaitMs_ = 0;             // the receive thread's own
+  int64_t idleWaitMs_ = 0;  // the receive thread's own
 };
 
 }  // namespace libzel

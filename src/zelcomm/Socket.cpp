@@ -153,6 +153,7 @@ TcpSocket::~TcpSocket() { ShutdownBothWays(link()); }
 
 bool TcpSocket::Connect(int64_t timeoutMs) {
   if (IsCancelled()) return false;
+  SetConnectError(0);
   auto current = link();
   bool isUp = IsUp(*current);
   if (isUp && current->AwaitWritable(timeoutMs)) {
@@ -183,7 +184,6 @@ bool TcpSocket::CompleteConnect(SocketLink& link) {
 
 // Everything between the start of a connect and its outcome.
 bool TcpSocket::FinishConnect(SocketLink& link, int64_t timeoutMs) {
-  SetConnectError(0);
   const auto start = platform::StartConnect(link.handle(), host().c_str(), port());
   if (start == platform::ConnectResult::kConnected) return false;
   int32_t error = start == platform::ConnectResult::kFailed ? platform::RuntimeError() : 0;

@@ -16,15 +16,23 @@ namespace libzel {
 
 namespace {
 
-constexpr auto kNoEnd = CondVar::Clock::time_point::max();
-
 int64_t MsUntil(CondVar::Clock::time_point end) {
   return std::chrono::ceil<std::chrono::milliseconds>(end - CondVar::Clock::now()).count();
+}
+
+int64_t NowMs() {
+  return std::chrono::floor<std::chrono::milliseconds>(CondVar::Clock::now().time_since_epoch()).count();
 }
 
 bool IsConnectionEnded(int32_t socketError) {
   return socketError == platform::kSocketAborted || socketError == platform::kSocketReset ||
          socketError == platform::kSocketShutDown;
+}
+
+uint64_t SizeOf(std::span<const platform::ConstBytes> pieces) {
+  uint64_t size = 0;
+  for (const auto& piece : pieces) size += piece.size();
+  return size;
 }
 
 void Advance(std::span<platform::ConstBytes>& pieces, size_t count) {
@@ -46,6 +54,13 @@ bool IsTryAgain(int32_t socketError) {
 SocketLink::~SocketLink() {
   if (handle_ != platform::kNoSocket) platform::CloseSocket(handle_);
 }
+
+void SocketLink::setConnected(bool connected) {
+  if (connected && !this->connected()) upSinceMs_ = NowMs();
+  connected_.store(connected, std::memory_order_release);
+}
+
+int64_t SocketLink::ConnectedMs() const { return connected() ? NowMs() - upSinceMs_ : 0; }
 
 // ---- Waiting ----------------------------------------------------------------------------------------------
 
@@ -127,6 +142,23 @@ std::optional<FrameView> SocketLink::TakeWhole(uint32_t longestBody) {
   const auto frame = FrameDecoder::Whole(ahead_.bytes(), longestBody);
   if (frame) ahead_.Skip(kZelHeaderSize + frame->body.size());
   return frame;
+}
+
+std::optional<FrameView> SocketLink::PeekWhole(uint32_t longestBody) {
+  const MutexLock lock(receiveMutex_);
+  if (readers_ != 1) return std::nullopt;
+  if (ahead_.IsEmpty() && FillReadAhead() <= 0) return std::nullopt;
+  return FrameDecoder::Whole(ahead_.bytes(), longestBody);
+}
+
+void SocketLink::SkipWhole(const FrameView& frame) {
+  const MutexLock lock(receiveMutex_);
+  ahead_.Skip(kZelHeaderSize + frame.body.size());
+}
+
+bool SocketLink::HasReadAhead() {
+  const MutexLock lock(receiveMutex_);
+  return !ahead_.IsEmpty();
 }
 
 void SocketLink::TrimReadAhead() {
@@ -213,12 +245,14 @@ SocketLink::Reader::~Reader() {
 
 // ---- Writing ----------------------------------------------------------------------------------------------
 
+bool SocketLink::IsTooLong(std::span<const platform::ConstBytes> pieces) {
+  return SizeOf(pieces) > kMaxSentFrame;
+}
+
 int32_t SocketLink::writeFrame(std::span<const platform::ConstBytes> pieces) {
-  uint64_t size = 0;
-  for (const auto& piece : pieces) size += piece.size();
-  if (size > kMaxSentFrame) {
+  if (IsTooLong(pieces)) {
     ZEL_LOG_SOCKET("Socket::write", kError, "frame length: %d  exceeds maximum length for sockets",
-                   static_cast<int>(size));
+                   static_cast<int>(SizeOf(pieces)));
     return 0;
   }
   return write(pieces);

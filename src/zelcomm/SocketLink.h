@@ -25,6 +25,9 @@ namespace libzel {
 
 class SocketLink {
  public:
+  // The end of a write that has all the time.
+  static constexpr auto kNoEnd = CondVar::Clock::time_point::max();
+
   // `token` may be null: then nothing cancels the link.
   explicit SocketLink(platform::SocketHandle handle, std::shared_ptr<const CancelToken> token = nullptr)
       : handle_(handle), token_(std::move(token)) {}
@@ -34,7 +37,9 @@ class SocketLink {
 
   platform::SocketHandle handle() const { return handle_; }
   bool connected() const { return connected_.load(std::memory_order_acquire); }
-  void setConnected(bool connected) { connected_.store(connected, std::memory_order_release); }
+  void setConnected(bool connected);
+  // For how long the link has been up, in ms; 0 while it is down.
+  int64_t ConnectedMs() const;
   bool IsCancelled() const { return token_ != nullptr && token_->IsCancelled(); }
 
   // ---- Waiting
@@ -65,6 +70,11 @@ class SocketLink {
   // Takes the next frame if all of it has been read ahead, its length is good and the caller is the sole reader. Its
   // bytes stay where they are until the caller reads again: only a sole reader reads ahead.
   std::optional<FrameView> TakeWhole(uint32_t longestBody);
+  // The same, received first when nothing has been read ahead, and left where it is until SkipWhole; for whoever reads in
+  // the sole reader's place.
+  std::optional<FrameView> PeekWhole(uint32_t longestBody);
+  void SkipWhole(const FrameView& frame);
+  bool HasReadAhead();
 
   // Gives the read-ahead's memory back while it is empty.
   void TrimReadAhead();
@@ -90,6 +100,7 @@ class SocketLink {
   // 10485760 bytes, which are refused; or -1 with the thread's error number 5 (connection ended, or cancelled) or the
   // runtime's own number. A peer that does not read is waited for.
   int32_t writeFrame(std::span<const platform::ConstBytes> pieces);
+  static bool IsTooLong(std::span<const platform::ConstBytes> pieces);
   // The same without a limit.
   int32_t write(std::span<const platform::ConstBytes> pieces);
 
@@ -138,6 +149,7 @@ class SocketLink {
   const platform::SocketHandle handle_;
   const std::shared_ptr<const CancelToken> token_;
   std::atomic<bool> connected_{false};
+  std::atomic<int64_t> upSinceMs_{0};  // by the steady clock
   std::atomic<bool> endReported_{false};
   std::atomic<bool> lossTaken_{false};
   std::atomic<int32_t> endError_{0};

@@ -53,6 +53,8 @@ class ScriptedServer {
   bool IsCalled(int timeoutMs) { return listener_.WaitReadable(timeoutMs); }
   void StopListening() { listener_.Close(); }
   void Listen();
+  // From here on the system takes in little for a connection that nobody reads from.
+  void LimitReceiveBuffer(int bytes) { listener_.SetReceiveBuffer(bytes); }
   // From here on a connect to the server neither succeeds nor fails.
   void Stall();
 
