@@ -117,9 +117,11 @@ inside() {
   "$build/bench/bench_round_trip" "$log" "$rounds"
   "$build/bench/bench_round_trip" "$log" "$rounds" one-core
   distances "$rounds"
+  "$build/bench/bench_requests" "$log" "$rounds"
   start_sim
   "$build/bench/bench_topics" "$log" "$rounds"
   "$build/bench/bench_publish" "$log" "$rounds"
+  "$build/bench/bench_publish_many" "$log" "$rounds"
   "$build/bench/bench_direct_request" "$log" "$rounds"
   "$build/bench/bench_file_transfer" "$log" "$work" "$rounds"
   slow_links "$slowRounds" "$slowSec"

@@ -13,15 +13,15 @@
  *     libzelx_strerror.
  *  4. Handles. An instance that is not live gives ZEL_E_HANDLE (8193), as in libzel.h.
  *  5. Units. Times are in milliseconds, lengths in bytes. A `timeoutMs` bounds the whole call, whatever it
- *     waits for; 0 has run out at once.
+ *     waits for; 0 does what can be done without waiting.
  *  6. Ownership. The library copies what it is given and keeps no pointer after a call returns, but for
  *     callbacks and their user pointers, whose end is said where they are given. What a callback is given is
  *     valid during the call.
  *  7. Structures begin with `size`, the structure's sizeof in the program, and may grow at the end in later
  *     releases. In one that the library reads, what it does not know must be 0; in one that it fills, it sets
  *     what it does not know to 0 and writes nothing behind `size`. A size below that of the structure's first
- *     release gives ZEL_E_PARAM (8196). In one that a callback is given, `size` is the library's. Fields
- *     named `reserved` are 0.
+ *     release, above 4096, or that is no multiple of 8 gives ZEL_E_PARAM (8196), and nothing is read or
+ *     written by it. In one that a callback is given, `size` is the library's. Fields named `reserved` are 0.
  *  8. Texts are NUL-terminated and UTF-8. A text pointer may be null only where that is said; else it gives
  *     ZEL_E_PARAM (8196).
  */
@@ -73,10 +73,11 @@ ZEL_API const char* libzelx_strerror(int32_t code);
  * Any number of requests at the same time on one instance, each with an outcome of its own.
  * @{ */
 
-/** Creates an instance for the server of `device` without connecting it: the receive thread, which is started here,
- * connects and restores the link. The host is found as in libzel_createInstance. `callback` may be null; its calls run on
- * the receive thread, or in a call that restores the link. The program releases the instance (libzel_releaseInstance).
- * Result: the instance, or 0 with error number 4097 (ZEL_E_DEVICE_ID: `device` is null). */
+/** Creates an instance for the server of `device` without connecting it: the receive thread, which is
+ * started here, connects and restores the link. The host is found as in libzel_createInstance. `callback`
+ * may be null; its calls run on the receive thread, or in a call that restores the link. The program
+ * releases the instance (libzel_releaseInstance). Result: the instance, or 0 with error number 4097
+ * (ZEL_E_DEVICE_ID: `device` is null). */
 ZEL_API ZelInstance libzelx_createInstance(const ZelDeviceId* device, ZelConnEventCallback callback,
                                            void* user);
 
@@ -110,17 +111,19 @@ LIBZELX_SIZE(libzelx_Outcome, 24);
 typedef void (*libzelx_AnswerCallback)(uint64_t ticket, const libzelx_Outcome* out, const void* answer,
                                        void* user);
 
-/** Sends a request and waits for its answer, of which at most `size` bytes are copied to `answer` (may be null when `size`
- * is 0). `out` may be null, but then nobody learns the device's error word. Any number of threads may ask at the same time on one
- * instance, beside topics, routed messages and publications. Starts the instance's receive thread if none runs; do not use
- * libzel_sync_recv on the instance meanwhile. When the link is down it is restored first, with one attempt, at most once per
- * reconnect interval. Nothing is ever sent twice: `out->maySent` tells whether bytes may have left.
- * Result: 0 when an answer came, whatever its error word (out->deviceError), or
+/** Sends a request and waits for its answer, of which at most `size` bytes are copied to `answer` (may be
+ * null when `size` is 0). `out` may be null, but then nobody learns the device's error word. Any number of
+ * threads may ask at the same time on one instance, beside topics, routed messages and publications. Starts
+ * the instance's receive thread if none runs; do not use libzel_sync_recv on the instance meanwhile. When the
+ * link is down it is restored first, with one attempt, at most once per reconnect interval. Nothing is ever
+ * sent twice: `out->maySent` tells whether bytes may have left. Result: 0 when an answer came, whatever its
+ * error word (out->deviceError), or
  * - 8193 (ZEL_E_HANDLE): the instance is not live,
  * - 8196 (ZEL_E_PARAM): a null request, null data or answer with a length, a bad size of a structure,
  * - 5 (ZEL_E_DISCONNECTED): the link is down and could not be restored (not sent), or was lost (may be sent),
- * - 4104 (ZEL_E_TIMEOUT): no answer in time; or another thread's write took the time (not sent); or the peer did not read the
- *   whole request in time: the link is dropped then (may be sent),
+ * - 4104 (ZEL_E_TIMEOUT): no answer in time; or another thread's write, or a peer that reads
+ *   nothing, took the time (not sent); or the peer read a part of the request in time: the link is
+ *   dropped then (may be sent),
  * - LIBZELX_E_TOO_LONG: `length` is above 10485731; nothing was sent,
  * - LIBZELX_E_CANCELLED: the receive thread was stopped, or the instance released,
  * - LIBZELX_E_WOULD_BLOCK: called from a callback on the instance's receive thread; nothing was sent. */
@@ -132,17 +135,19 @@ ZEL_API int32_t libzelx_request(ZelInstance instance, uint16_t port, uint32_t gr
                                 const void* data, uint32_t length, void* answer, uint32_t size,
                                 uint32_t timeoutMs, libzelx_Outcome* out);
 
-/** Sends a request and does not wait for its answer: `callback` (not null) gets the outcome, exactly once. The data are
- * copied. `*ticket` (may be null) is set before the callback can run; tickets count from 1 in a process and are never used
- * again. Writing may take up to `timeoutMs`. May be called from a callback.
- * Result: 0 when the callback will run; else a code as in libzelx_requestEx (but for LIBZELX_E_WOULD_BLOCK), and the
- * callback will not run. Whether bytes may have left is not told then: only 4104 and 5 leave it open. */
+/** Sends a request and does not wait for its answer: `callback` (not null) gets the outcome, exactly once.
+ * The data are copied. `*ticket` (may be null) is set before the callback can run, and is 0 when the call
+ * fails; tickets count from 1 in a process and are never used again. Writing may take up to `timeoutMs`. May
+ * be called from a callback. Result: 0 when the callback will run; else a code as in libzelx_requestEx (but
+ * for LIBZELX_E_WOULD_BLOCK), and the callback will not run. Whether bytes may have left is not told then:
+ * only 4104 and 5 leave it open. */
 ZEL_API int32_t libzelx_requestAsync(ZelInstance instance, const libzelx_Request* request,
                                      libzelx_AnswerCallback callback, void* user, uint64_t* ticket);
 
 /** Gives up waiting for the answer of a ticket; what was sent stays sent.
- * Result: 0 when the callback has not run and never will; 1 (no error) when it has run, or runs: then it is waited for, unless
- * this is called from within it; 8193 (ZEL_E_HANDLE); 8196 (ZEL_E_PARAM: no such ticket was ever given). */
+/** Result: 0 when the callback has not run and never will; 1 (no error) when it has run, or runs: then it is
+ * waited for, unless this is called from within it; 8193 (ZEL_E_HANDLE); 8196 (ZEL_E_PARAM: no such ticket
+ * was ever given, or it is another instance's and its callback has not run). */
 ZEL_API int32_t libzelx_cancel(ZelInstance instance, uint64_t ticket);
 
 /** @} */
@@ -163,26 +168,26 @@ typedef struct libzelx_Message {
 } libzelx_Message;
 LIBZELX_SIZE(libzelx_Message, 40);
 
-/** Publishes as libzel_publish does, but in bounded time, and refuses what is too long. `data` may be null when `length` is 0.
- * Result: 0 when the frame was handed to the system whole, or
+/** Publishes as libzel_publish does, but in bounded time, and refuses what is too long. `data` may be null
+ * when `length` is 0. Result: 0 when the frame was handed to the system whole, or
  * - 8193 (ZEL_E_HANDLE), 8196 (ZEL_E_PARAM: null topic, or null data with a length),
  * - 5 (ZEL_E_DISCONNECTED): the link is down and could not be restored, or was lost,
- * - 4104 (ZEL_E_TIMEOUT): another thread's write took the time (not sent), or the peer did not read the whole frame in time: the
- *   link is dropped then,
+ * - 4104 (ZEL_E_TIMEOUT): another thread's write took the time (not sent), or the peer did not read the whole
+ *   frame in time: the link is dropped then,
  * - LIBZELX_E_TOO_LONG: nothing was sent. */
 ZEL_API int32_t libzelx_publish(ZelInstance instance, uint32_t group, uint32_t offset, const char* topic,
                                 const void* data, uint32_t length, uint32_t timeoutMs);
 
-/** Publishes `count` messages in order, packed into writes of about 64 KiB: far quicker than one call for each. All are looked
- * at before the first is sent. The elements' `size` is the array's step. `*sent` (may be null) is how many were handed to the
- * system whole, also on failure.
- * Result: as libzelx_publish; 8196 (ZEL_E_PARAM) also for null messages with a count, and for sizes that differ. With
- * LIBZELX_E_TOO_LONG and 8196 nothing was sent. */
+/** Publishes `count` messages in order, packed into writes of about 64 KiB: far quicker than one call for
+ * each. All are looked at before the first is sent. The elements' `size` is the array's step. `*sent` (may be
+ * null) is how many were handed to the system whole, also on failure. Result: as libzelx_publish; 8196
+ * (ZEL_E_PARAM) also for null messages with a count, and for sizes that differ. With LIBZELX_E_TOO_LONG and
+ * 8196 nothing was sent. */
 ZEL_API int32_t libzelx_publishMany(ZelInstance instance, const libzelx_Message* messages, size_t count,
                                     uint32_t timeoutMs, size_t* sent);
 
-/** Waits until the peer's system has acknowledged all that was written to the link. The peer's program may not have read it.
- * Result: 0, or
+/** Waits until the peer's system has acknowledged all that was written to the link. The peer's program may
+ * not have read it. Result: 0, or
  * - 8193 (ZEL_E_HANDLE),
  * - 5 (ZEL_E_DISCONNECTED): the link is down, or was lost meanwhile,
  * - 4104 (ZEL_E_TIMEOUT): not yet,
@@ -240,9 +245,10 @@ ZEL_API int32_t libzelx_setLogLevel(int32_t level);
  * Why a link failed, and what has been counted.
  * @{ */
 
-/** Why the link last failed, in one sentence: "connect 10.0.0.9:9999: refused", "bad length 20971520", "peer did not read
- * for 5000 ms". Empty when it never did. It stays when the link comes back. Cut to `size` bytes with its NUL.
- * Result: 0, 8193 (ZEL_E_HANDLE), or 8196 (ZEL_E_PARAM: null text, or size 0). */
+/** Why the link last failed, in one sentence: "connect 10.0.0.9:9999: refused", "receive from 10.0.0.9:9999:
+ * bad length 20971520", "send to 10.0.0.9:9999: peer did not read for 5000 ms". Empty when it never did. It
+ * stays when the link comes back. Cut to `size` bytes with its NUL. Result: 0, 8193 (ZEL_E_HANDLE), or 8196
+ * (ZEL_E_PARAM: null text, or size 0). */
 ZEL_API int32_t libzelx_lastFailure(ZelInstance instance, char* text, size_t size);
 
 /** What has been counted: of an instance since it was created, of the process since it began. */
@@ -270,9 +276,9 @@ typedef struct libzelx_Stats {
 } libzelx_Stats;
 LIBZELX_SIZE(libzelx_Stats, 152);
 
-/** What has been counted, of an instance, or with instance 0 of the process, released instances included. The numbers are
- * read one by one while they may change. Set `out->size` before.
- * Result: 0, 8193 (ZEL_E_HANDLE), or 8196 (ZEL_E_PARAM: null, or a bad size). */
+/** What has been counted, of an instance, or with instance 0 of the process, released instances included. The
+ * numbers are read one by one while they may change. Set `out->size` before. Result: 0, 8193 (ZEL_E_HANDLE),
+ * or 8196 (ZEL_E_PARAM: null, or a bad size). */
 ZEL_API int32_t libzelx_getStats(ZelInstance instance, libzelx_Stats* out);
 
 /** @} */

@@ -1,5 +1,5 @@
-// How often the library starts and ends the system's sockets. (Where the system has no such start, these tests show that
-// nothing else ends with the library.)
+// How often the library starts and ends the system's sockets. (Where the system has no such start, these
+// tests show that nothing else ends with the library.)
 #include <gtest/gtest.h>
 #include <libzel/libzel.h>
 

@@ -1,5 +1,5 @@
-// Works with the standard streams closed, as services are often started: the library's sockets and files take none of
-// their descriptors, so that no line of the log gets into one.
+// Works with the standard streams closed, as services are often started: the library's sockets and files take
+// none of their descriptors, so that no line of the log gets into one.
 #include <fcntl.h>
 #include <libzel/libzel.h>
 

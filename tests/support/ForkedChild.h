@@ -6,7 +6,8 @@
 
 namespace zeltest {
 
-// The exit status of a child that runs `body` and ends with its result at once, -1 when it did not within 20 s.
+// The exit status of a child that runs `body` and ends with its result at once, -1 when
+// it did not within 20 s.
 template <typename Body>
 int StatusOfChild(Body body) {
   const pid_t child = fork();

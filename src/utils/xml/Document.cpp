@@ -60,7 +60,7 @@ bool Document::parse(Element& root) {
       if (!StartChild(open, current, step)) return false;
     } else if (step == Step::kEnd) {
       if (open.empty()) return true;
-      Element done = std::move(current);
+      Element done = std::move(open.back());
       open.pop_back();
       (open.empty() ? root : open.back()).append(std::move(done));
     }
