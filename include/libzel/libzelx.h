@@ -145,7 +145,7 @@ ZEL_API int32_t libzelx_requestAsync(ZelInstance instance, const libzelx_Request
                                      libzelx_AnswerCallback callback, void* user, uint64_t* ticket);
 
 /** Gives up waiting for the answer of a ticket; what was sent stays sent.
-/** Result: 0 when the callback has not run and never will; 1 (no error) when it has run, or runs: then it is
+ * Result: 0 when the callback has not run and never will; 1 (no error) when it has run, or runs: then it is
  * waited for, unless this is called from within it; 8193 (ZEL_E_HANDLE); 8196 (ZEL_E_PARAM: no such ticket
  * was ever given, or it is another instance's and its callback has not run). */
 ZEL_API int32_t libzelx_cancel(ZelInstance instance, uint64_t ticket);
