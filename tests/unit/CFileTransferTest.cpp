@@ -11,8 +11,8 @@
 #include "support/ScriptedServer.h"
 #include "support/TemporaryFolder.h"
 #include "utils/Log.h"
-#include "zelclient/CFileThread.h"
 #include "zelclient/ZelCreateFactory.h"
+#include "zelcomm/ErrorCode.h"
 
 namespace libzel {
 namespace {
@@ -207,6 +207,22 @@ TEST_F(CFileTransferTest, AConnectionThatIsNotLiveFailsTheTransfer) {
   EXPECT_TRUE(transfer->IsComplete());
 }
 
+// As an export would: what an earlier call left there is no news.
+TEST_F(CFileTransferTest, AConnectionThatIsNotLiveLeaves8193) {
+  const auto transfer = Make("content");
+  transfer->SetConnection({});
+  SetErrno(ZEL_E_TIMEOUT);
+  transfer->Step();
+  EXPECT_EQ(GetErrno(), ZEL_E_HANDLE);
+}
+
+TEST_F(CFileTransferTest, ATransferWithoutMemoryFails) {
+  const auto transfer = Make("content");
+  transfer->FailOnNoMemory();
+  EXPECT_EQ(reports_, (std::vector<Report>{{7, 0, ZEL_E_FILE_TRANSFER, 3}}));
+  EXPECT_TRUE(transfer->IsComplete());
+}
+
 TEST_F(CFileTransferTest, MinusOneStopsBehindTheStep) {
   const auto transfer = Make(std::string(20000, 'x'));
   verdict_ = -1;
@@ -252,28 +268,6 @@ TEST_F(CFileTransferTest, NoCallbackIsNeeded) {
   EXPECT_EQ(Step(transfer, Answer(1)).at(2), 0);
   (void)Step(transfer, Answer(0x82));
   EXPECT_TRUE(transfer.IsComplete());
-}
-
-TEST(CFileThreadTest, ThreadsThatMeetANewDeviceShareItsConnection) {
-  zeltest::ScriptedServer server;
-  const zeltest::TemporaryFolder folder;
-  const std::string path = folder.Write("file.bin", "content");
-  const zeltest::CapturedLog log;
-  std::vector<std::thread> threads;
-  for (uint32_t id = 0; id < 4; ++id) {
-    threads.emplace_back([&, id] {
-      CFileThread::Instance().Submit(std::make_unique<CFileTransfer>(
-          id, ZelDeviceAddr{server.device(), kPort}, path.c_str(), "r", nullptr, nullptr));
-    });
-  }
-  zeltest::Peer peer = server.Accept();
-  for (int i = 0; i < 4; ++i) {
-    EXPECT_EQ(peer.Serve(Answer(1)).payload.at(0), 1);
-    EXPECT_EQ(peer.Serve(Answer(0x82)).payload.at(0), 130);
-  }
-  for (auto& thread : threads) thread.join();
-  EXPECT_TRUE(log.Await("INFO", "transfer over", 4));
-  EXPECT_FALSE(server.IsCalled(0));
 }
 
 }  // namespace
