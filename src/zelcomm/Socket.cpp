@@ -153,18 +153,26 @@ TcpSocket::~TcpSocket() { ShutdownBothWays(link()); }
 
 bool TcpSocket::Connect(int64_t timeoutMs) {
   if (IsCancelled()) return false;
-  SetConnectError(0);
   auto current = link();
-  bool isUp = IsUp(*current);
-  if (isUp && current->AwaitWritable(timeoutMs)) {
-    isUp = platform::TakePendingError(current->handle()) == 0;  // it may have been lost at this moment
-    if (isUp) return CompleteConnect(*current);
+  if (IsUp(*current)) {
+    const bool isWritable = current->AwaitWritable(timeoutMs) &&
+                            platform::TakePendingError(current->handle()) == 0 && current->connected();
+    if (isWritable) {
+      Welcome();
+      return true;
+    }
+    if (IsUp(*current)) {  // its peer does not read
+      Shutdown();
+      return false;
+    }
+    current = link();  // it was lost at this moment
   }
-  if (!isUp) {
-    if (current->handle() == platform::kNoSocket || tried_) current = SetLink(platform::OpenStreamSocket());
-    tried_ = true;
-    (void)platform::SetNonBlocking(current->handle());
-    if (FinishConnect(*current, timeoutMs) && CompleteConnect(*current)) return true;
+  if (current->handle() == platform::kNoSocket || tried_) current = SetLink(platform::OpenStreamSocket());
+  tried_ = true;
+  (void)platform::SetNonBlocking(current->handle());
+  if (FinishConnect(*current, timeoutMs) && MarkConnected(*current)) {
+    Welcome();
+    return true;
   }
   Shutdown();
   return false;
@@ -175,11 +183,9 @@ bool TcpSocket::IsUp(const SocketLink& link) {
   return tried_ && link.connected() && !platform::HasPeerEnded(link.handle());
 }
 
-bool TcpSocket::CompleteConnect(SocketLink& link) {
-  if (!MarkConnected(link)) return false;
+void TcpSocket::Welcome() {
   ZEL_LOG_AS("TcpSocket::Connect", kInfo, "TcpSocket connect Success");
   setOptions();
-  return true;
 }
 
 // Everything between the start of a connect and its outcome.

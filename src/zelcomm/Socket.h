@@ -101,7 +101,7 @@ class TcpSocket : public Socket {
  private:
   bool IsUp(const SocketLink& link);
   bool FinishConnect(SocketLink& link, int64_t timeoutMs);
-  bool CompleteConnect(SocketLink& link);
+  void Welcome();
   void setLinger();
   bool setKeepAlive();
   void setNoDealy();

@@ -81,7 +81,8 @@ TEST_F(AskAsyncTest, LargeAnswerComesWhole) {
 }
 
 TEST_F(AskAsyncTest, SendsTheCommandThatIsAskedFor) {
-  libzelx_Request request = RequestTo(600, Text("data"));
+  const Bytes data = Text("data");
+  libzelx_Request request = RequestTo(600, data);
   request.command = 77;
   EXPECT_EQ(AskAsync(instance, request, seen), 0);
   EXPECT_EQ(peer.ReadRequest().command, 77);

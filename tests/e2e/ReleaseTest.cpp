@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <functional>
+#include <list>
 #include <memory>
 #include <string>
 #include <thread>
@@ -499,7 +500,10 @@ TEST_F(ReleaseTest, DestroyEndsAReadRequestThatConnects) {
 }
 
 // Lives as long as the process: the transfers that use it are over some time later.
-ProgressRecorder& NewProgress() { return *new ProgressRecorder; }
+ProgressRecorder& NewProgress() {
+  static auto& kept = *new std::list<ProgressRecorder>;
+  return kept.emplace_back();
+}
 
 bool HasFailed(const ProgressRecorder& progress, int timeoutMs = kRecorderPatienceMs) {
   return progress.AwaitThat(
