@@ -115,6 +115,7 @@ struct AfterAFailure {
       return libzel_reconnect(instance, 300);
     });
     EXPECT_TRUE(instance.events.AwaitEvent(ZEL_EVENT_PENDING, 2));
+    (void)first.Await(50);  // nothing tells that its connect has begun
     const OngoingCall second([&] {
       secondThread = std::this_thread::get_id();
       return libzel_reconnect(instance, timeoutMs);
