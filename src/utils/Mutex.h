@@ -2,6 +2,7 @@
 // which lock guards a member and which one a function wants held. They say nothing to other compilers.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -73,41 +74,49 @@ class CondVar {
 //
 //   if (!mutex.try_lock_for(timeoutMs)) return false;
 //   const AdoptedLock lock(mutex);
+//
+// One that nobody waits for costs one change of the state to lock and one to unlock.
 class ZEL_THREAD_ANNOTATION(capability("mutex")) TimedMutex {
  public:
   void lock() ZEL_THREAD_ANNOTATION(acquire_capability()) {
+    if (TryLock()) return;
     const MutexLock lock(mutex_);
-    while (isLocked_) unlocked_.Wait(mutex_);
-    isLocked_ = true;
+    while (!LockOrMark()) unlocked_.Wait(mutex_);
   }
   // False when it was not to be had in `timeoutMs`; 0 and less only look.
   bool try_lock_for(int64_t timeoutMs) ZEL_THREAD_ANNOTATION(try_acquire_capability(true)) {
-    const MutexLock lock(mutex_);
-    if (isLocked_ && !AwaitUnlocked(timeoutMs)) return false;
-    isLocked_ = true;
-    return true;
+    return TryLock() || (timeoutMs > 0 && LockBefore(timeoutMs));
   }
   void unlock() ZEL_THREAD_ANNOTATION(release_capability()) {
-    {
-      const MutexLock lock(mutex_);
-      isLocked_ = false;
-    }
+    if (state_.exchange(State::kUnlocked, std::memory_order_release) != State::kAwaited) return;
+    const MutexLock lock(mutex_);  // whoever marked it waits by now
     unlocked_.NotifyOne();
   }
 
  private:
-  bool AwaitUnlocked(int64_t timeoutMs) ZEL_REQUIRES(mutex_) {
-    if (timeoutMs <= 0) return false;
+  enum class State { kUnlocked, kLocked, kAwaited };  // awaited: locked, and some thread may wait
+
+  bool TryLock() {
+    State unlocked = State::kUnlocked;
+    return state_.compare_exchange_strong(unlocked, State::kLocked, std::memory_order_acquire,
+                                          std::memory_order_relaxed);
+  }
+  // Locks it as one that may be awaited, since others may wait, too; false when it was locked, which is marked.
+  bool LockOrMark() ZEL_REQUIRES(mutex_) {
+    return state_.exchange(State::kAwaited, std::memory_order_acquire) == State::kUnlocked;
+  }
+  bool LockBefore(int64_t timeoutMs) {
     const auto end = CondVar::Clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (isLocked_) {
-      if (!unlocked_.WaitUntil(mutex_, end)) return !isLocked_;
+    const MutexLock lock(mutex_);
+    while (!LockOrMark()) {
+      if (!unlocked_.WaitUntil(mutex_, end)) return LockOrMark();
     }
     return true;
   }
 
+  std::atomic<State> state_{State::kUnlocked};
   Mutex mutex_;
   CondVar unlocked_;
-  bool isLocked_ ZEL_GUARDED_BY(mutex_) = false;
 };
 
 // Unlocks a TimedMutex that the caller has got.

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <thread>
 
 #include "support/Recorders.h"
@@ -69,6 +70,38 @@ TEST(TimedMutexTest, KeepsThreadsApart) {
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(count, 4000);
+}
+
+TEST(TimedMutexTest, IsHandedOnWhenAnotherGaveUpWaiting) {
+  TimedMutex mutex;
+  mutex.lock();
+  std::thread patient([&] {
+    mutex.lock();
+    const AdoptedLock lock(mutex);
+  });
+  std::thread hasty([&] { EXPECT_FALSE(mutex.try_lock_for(20)); });
+  hasty.join();
+  mutex.unlock();
+  patient.join();
+}
+
+TEST(TimedMutexTest, KeepsThreadsApartThatWaitForDifferentTimes) {
+  TimedMutex mutex;
+  int count = 0;
+  std::atomic<int> given{0};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&, i] {
+      for (int k = 0; k < 1000; ++k) {
+        if (!mutex.try_lock_for(i)) continue;
+        const AdoptedLock lock(mutex);
+        ++count;
+        ++given;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(count, given);
 }
 
 TEST(CondVarTest, WakesTheOneThatWaits) {
