@@ -11,29 +11,29 @@ namespace {
 
 constexpr size_t kFirstStatsSize = 152;
 
-libzelx_Stats StatsOf(const Counters& counters) {
+libzelx_Stats StatsOf(const Counts& counts) {
   libzelx_Stats stats{};
-  stats.framesIn = counters.Of(Count::kFramesIn);
-  stats.framesOut = counters.Of(Count::kFramesOut);
-  stats.bytesIn = counters.Of(Count::kBytesIn);
-  stats.bytesOut = counters.Of(Count::kBytesOut);
-  stats.connects = counters.Of(Count::kConnects);
-  stats.failedConnects = counters.Of(Count::kFailedConnects);
-  stats.losses = counters.Of(Count::kLosses);
-  stats.lateAnswers = counters.Of(Count::kLateAnswers);
-  stats.shortHeaders = counters.Of(Count::kShortHeaders);
-  stats.badLengths = counters.Of(Count::kBadLengths);
-  stats.shortBodies = counters.Of(Count::kShortBodies);
-  stats.badRecords = counters.Of(Count::kBadRecords);
-  stats.noPort = counters.Of(Count::kNoPort);
-  stats.noTopic = counters.Of(Count::kNoTopic);
-  stats.tooLong = counters.Of(Count::kTooLong);
-  stats.stalledWrites = counters.Of(Count::kStalledWrites);
+  stats.framesIn = counts.Of(Count::kFramesIn);
+  stats.framesOut = counts.Of(Count::kFramesOut);
+  stats.bytesIn = counts.Of(Count::kBytesIn);
+  stats.bytesOut = counts.Of(Count::kBytesOut);
+  stats.connects = counts.Of(Count::kConnects);
+  stats.failedConnects = counts.Of(Count::kFailedConnects);
+  stats.losses = counts.Of(Count::kLosses);
+  stats.lateAnswers = counts.Of(Count::kLateAnswers);
+  stats.shortHeaders = counts.Of(Count::kShortHeaders);
+  stats.badLengths = counts.Of(Count::kBadLengths);
+  stats.shortBodies = counts.Of(Count::kShortBodies);
+  stats.badRecords = counts.Of(Count::kBadRecords);
+  stats.noPort = counts.Of(Count::kNoPort);
+  stats.noTopic = counts.Of(Count::kNoTopic);
+  stats.tooLong = counts.Of(Count::kTooLong);
+  stats.stalledWrites = counts.Of(Count::kStalledWrites);
   return stats;
 }
 
 libzelx_Stats StatsOfProcess() {
-  libzelx_Stats stats = StatsOf(ConnectionNotes::OfProcess());
+  libzelx_Stats stats = StatsOf(ConnectionNotes::ReadAll());
   for (const auto& connection : CPeerConnMgr::Instance().AllInstances()) {
     stats.connected += connection->IsConnected() ? 1 : 0;
     stats.inFlight += static_cast<CTcpclient&>(*connection).requests().InFlight();
@@ -43,7 +43,7 @@ libzelx_Stats StatsOfProcess() {
 
 libzelx_Stats StatsOf(CTcpclient& connection) {
   const auto link = connection.PresentLink();
-  libzelx_Stats stats = StatsOf(connection.notes().counters());
+  libzelx_Stats stats = StatsOf(connection.notes().Read());
   stats.connected = link->connected() ? 1 : 0;
   stats.inFlight = connection.requests().InFlight();
   stats.connectedMs = link->ConnectedMs();

@@ -1,13 +1,52 @@
 #include "zelclient/ConnectionNotes.h"
 
+#include <set>
+
 #include "platform/Platform.h"
 #include "utils/Forever.h"
 
 namespace libzel {
 
-Counters& ConnectionNotes::OfProcess() {
-  static Forever<Counters> counters;
-  return *counters;
+namespace {
+
+// The notes of all connections there are, and what was counted by those that are gone.
+struct Registry {
+  Mutex mutex;
+  std::set<const ConnectionNotes*> present ZEL_GUARDED_BY(mutex);
+  Counts gone ZEL_GUARDED_BY(mutex);
+};
+
+Registry& AllNotes() {
+  static Forever<Registry> registry;
+  return *registry;
+}
+
+}  // namespace
+
+ConnectionNotes::ConnectionNotes() {
+  Registry& all = AllNotes();
+  const MutexLock lock(all.mutex);
+  all.present.insert(this);
+}
+
+ConnectionNotes::~ConnectionNotes() {
+  Registry& all = AllNotes();
+  const MutexLock lock(all.mutex);
+  all.present.erase(this);
+  all.gone += Read();
+}
+
+Counts ConnectionNotes::Read() const {
+  Counts counts = counters_.Read();
+  return counts += loopCounters_.Read();
+}
+
+Counts ConnectionNotes::ReadAll() {
+  Registry& all = AllNotes();
+  const MutexLock lock(all.mutex);
+  Counts counts = all.gone;
+  for (const auto* notes : all.present) counts += notes->Read();
+  return counts;
 }
 
 void ConnectionNotes::AddFailedRead(const FrameReader& reader, FrameReader::Outcome outcome) {
