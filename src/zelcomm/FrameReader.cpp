@@ -7,6 +7,17 @@
 namespace libzel {
 
 FrameReader::Outcome FrameReader::Read(SocketLink& link, const Terms& terms) {
+  // What a sole reader has whole needs no turn and no clock.
+  if (const auto whole = link.TakeWhole(terms.limits.longestBody)) {
+    frame_ = *whole;
+    return Outcome::kFrame;
+  }
+  const Outcome outcome = ReadInPieces(link, terms);
+  if (outcome == Outcome::kFrame) frame_ = decoder_.frame();
+  return outcome;
+}
+
+FrameReader::Outcome FrameReader::ReadInPieces(SocketLink& link, const Terms& terms) {
   const Stopwatch watch;
   const auto leftMs = [&] { return terms.allMs - static_cast<int64_t>(watch.ElapsedMs()); };
   decoder_.Begin(terms.limits);

@@ -34,7 +34,8 @@ class FrameReader {
   // Reads the next frame of a link that has something to read.
   Outcome Read(SocketLink& link, const Terms& terms);
 
-  FrameView frame() const { return decoder_.frame(); }
+  FrameView frame() const { return frame_; }
+  // Of what was no frame.
   ZelHeader header() const { return decoder_.header(); }         // as far as it came; the rest is 0
   uint32_t headerSize() const { return decoder_.headerSize(); }  // bytes of it that came
   uint32_t bodySize() const { return bodySize_; }  // bytes that came; 0 when the connection ended inside
@@ -43,10 +44,12 @@ class FrameReader {
   void Trim() { decoder_.Trim(); }
 
  private:
+  Outcome ReadInPieces(SocketLink& link, const Terms& terms);
   Outcome ReadHeader(SocketLink& link, int64_t gapMs, int64_t allMs);
   Outcome ReadBody(SocketLink& link, int64_t timeoutMs);
 
   FrameDecoder decoder_;
+  FrameView frame_;
   uint32_t bodySize_ = 0;
 };
 

@@ -71,7 +71,11 @@ bool SocketLink::Select(int64_t timeoutMs, const platform::Waker* waker) {
 bool SocketLink::SelectEagerly(int64_t timeoutMs) {
   return spinChoice_.Wait(
       timeoutMs, [this] { return HasInput(Look::kAlways); },
-      [&] { return SelectHandle(timeoutMs, waker()); });
+      [&] {
+        if (!SelectHandle(timeoutMs, waker())) return false;
+        (void)HasInput(Look::kAlways);
+        return true;
+      });
 }
 
 bool SocketLink::AwaitBytes(int64_t timeoutMs) const {
@@ -113,7 +117,10 @@ bool SocketLink::HasInput(Look look) {
   if (!ahead_.IsEmpty()) return true;
   if (readers_ != 1 || (look == Look::kIfBusy && !ahead_.HasBlock())) return false;
   const int64_t received = FillReadAhead();
-  return received >= 0 || IsConnectionEnded(platform::SocketError());
+  if (received >= 0) return true;
+  const bool isEnded = IsConnectionEnded(platform::SocketError());
+  if (isEnded) seenEndError_ = platform::RuntimeError();
+  return isEnded;
 }
 
 // ---- Reading ----------------------------------------------------------------------------------------------
@@ -228,8 +235,9 @@ int32_t SocketLink::readFull(uint8_t* buffer, int32_t size) {
   return size;
 }
 
+// A socket tells its error once; from then on it says that the stream has ended.
 void SocketLink::NoteEnd(int32_t runtimeError) {
-  endError_ = runtimeError;
+  endError_ = runtimeError != 0 ? runtimeError : seenEndError_.load();
   setConnected(false);
 }
 

@@ -153,6 +153,7 @@ class SocketLink {
   std::atomic<bool> endReported_{false};
   std::atomic<bool> lossTaken_{false};
   std::atomic<int32_t> endError_{0};
+  std::atomic<int32_t> seenEndError_{0};  // by a look ahead
   SpinChoice spinChoice_;
 
   TimedMutex frameMutex_;
