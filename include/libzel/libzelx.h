@@ -69,6 +69,74 @@ ZEL_API const char* libzelx_strerror(int32_t code);
 
 /** @} */
 
+/** @defgroup beyond_options Options
+ * Switches for the dangers of the letter. All are off, that is by the letter, until they are set.
+ * @{ */
+
+/** What can be set. Each says: by the letter (the default) | what libzelx_protect sets. "Before": to be set
+ * before libzel_init, instance 0. "Process": any time, instance 0. "Instance": of one instance, or with
+ * instance 0 the value that instances made later begin with. Values are 0 to 2147483647 unless said. */
+typedef enum libzelx_Option {
+  /** Before: 1 discovery starts in libzel_init | 0 in libzelx_startDiscovery; 0 or 1. */
+  LIBZELX_DISCOVERY = 1,
+  /** Before: 0 | 1 a description file that would be read for ever is refused; 0 or 1. */
+  LIBZELX_CHECK_XML = 2,
+  /** Process: 0 a malformed scan answer ends the process | 1 it is dropped and counted, with one WARNING
+   * a minute that names the sender; 0 or 1. */
+  LIBZELX_DROP_BAD_ANSWERS = 3,
+  /** Process: 0 | 1 a direct request takes its answer from the asked host only; 0 or 1. */
+  LIBZELX_CHECK_SENDER = 4,
+  /** Process: 0 no limit | 100000; routes above the limit are not learned. */
+  LIBZELX_MAX_ROUTES = 5,
+  /** Process: 0 | 1 discovery never changes the route of a pinned or connected identifier; 0 or 1. */
+  LIBZELX_KEEP_ROUTES = 6,
+  /** Process: 0 | 0; 1: also adapters that share a hardware address, or have none; 0 or 1. */
+  LIBZELX_ALL_ADAPTERS = 7,
+  /** Process: 0 never | 5000 after a failure discovery starts again, adapters read anew. */
+  LIBZELX_DISCOVERY_RETRY_MS = 8,
+  /** Process: 0 blocks all later files | 1 is reported and dropped; 0 or 1. */
+  LIBZELX_FILE_DROP_UNOPENED = 9,
+  /** Process: 0 no limit | 3600000 for a transfer. */
+  LIBZELX_FILE_TOTAL_MS = 10,
+  /** Process: 1 | 1 threads that send files for libzelx_sendFile; 1 to 64. */
+  LIBZELX_FILE_WORKERS = 11,
+  /** Instance: 0 a write waits for ever | 5000 without a byte moved: error 5, the link is dropped. */
+  LIBZELX_WRITE_STALL_MS = 32,
+  /** Instance: 0 unsent data are dropped | 1000 to get them out. */
+  LIBZELX_CLOSE_WAIT_MS = 33,
+  /** Instance: 20 | 30000 of silence inside a header; 1 and more. */
+  LIBZELX_HEADER_WAIT_MS = 34,
+  /** Instance: 0 1000 in all | 30000 of silence inside a body. */
+  LIBZELX_BODY_WAIT_MS = 35,
+  /** Instance: 0 | 50 added at random to each pause between reconnects; 0 to 100. */
+  LIBZELX_JITTER_PERCENT = 36,
+  /** Instance: 0 pauses stay as they are | 60 s; they double from the interval up to it. */
+  LIBZELX_RECONNECT_MAX_SEC = 37,
+  /** Instance: 0 10485759 bytes on the receive thread, no limit in libzel_sync_recv | 10485759 in both;
+   * above: closed, event 5; up to 10485759. */
+  LIBZELX_MAX_BODY = 38,
+  /** Instance: 0 after 165 s, and never with data under way | 30000. */
+  LIBZELX_DEAD_PEER_MS = 39,
+  /** Instance: 0 the host is fixed at creation | 1 it is looked up before each reconnect; 0 or 1. */
+  LIBZELX_FOLLOW_ROUTE = 40
+} libzelx_Option;
+
+/** Sets an option, a libzelx_Option. Result: 0, or 8193 (ZEL_E_HANDLE: also an instance other than 0 with an
+ * option of the process), 8196 (ZEL_E_PARAM: no such option, or a value out of range), or
+ * LIBZELX_E_TOO_LATE. */
+ZEL_API int32_t libzelx_setOption(ZelInstance instance, int32_t option, int64_t value);
+
+/** Writes an option's value to `*value`. Result: 0, 8193 (ZEL_E_HANDLE, as above), or 8196 (ZEL_E_PARAM: no
+ * such option, or null). */
+ZEL_API int32_t libzelx_getOption(ZelInstance instance, int32_t option, int64_t* value);
+
+/** Sets all protective values at once, before libzel_init. Options that were set before are overwritten;
+ * those that are set afterwards hold. Result: 0, or LIBZELX_E_TOO_LATE: libzel_init has been called, nothing
+ * was set. */
+ZEL_API int32_t libzelx_protect(void);
+
+/** @} */
+
 /** @defgroup beyond_requests Requests from any thread
  * Any number of requests at the same time on one instance, each with an outcome of its own.
  * @{ */

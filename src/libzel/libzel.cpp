@@ -6,6 +6,7 @@
 
 #include "libzel/Guard.h"
 #include "platform/Platform.h"
+#include "utils/Options.h"
 #include "zelclient/ZelScanClient.h"
 #include "zelcomm/ZelDeviceIdGenerator.h"
 
@@ -64,6 +65,7 @@ void StartDiscovery() noexcept { (void)CZelScanClient::Instance().start(); }
 int32_t libzel_init() {
   return Guard(Always(-1), []() -> int32_t {
     platform::KeepLoaded();
+    OptionsOfProcess().hasStarted = true;
     ZEL_LOG_AS("libzel_init", kNotice, "libzelclient Version %d.%d.%d", static_cast<int>(kMajor),
                static_cast<int>(kMinor), static_cast<int>(kPatch));
     ZEL_LOG_AS("libzel_init", kNotice, "libzelclient Compile Time:%s", GetBuildTimeText().c_str());

@@ -19,6 +19,7 @@
 #include "utils/LookupTable.h"
 #include "utils/Mutex.h"
 #include "utils/ObjectPoolBase.h"
+#include "utils/Options.h"
 #include "utils/Thread.h"
 #include "zelclient/ConnectionNotes.h"
 #include "zelclient/EventTarget.h"
@@ -109,6 +110,7 @@ class IZelPeerConnection {
   bool IsLive() const { return isLive_; }
 
   ConnectionNotes& notes() { return notes_; }
+  InstanceOptions& options() { return *options_; }
   const ZelDeviceId& remoteDeviceId() const { return remoteDeviceId_; }
   const ZelDeviceId& localDeviceId() const { return localDeviceId_; }
   const std::string& parameters() const { return parameters_; }
@@ -133,6 +135,8 @@ class IZelPeerConnection {
   CMsgRouter& router() { return router_; }
 
   LookupTable<std::string, TopicSubscriber>& topics() { return topics_; }
+  // For what may outlive the connection.
+  const std::shared_ptr<InstanceOptions>& sharedOptions() const { return options_; }
 
   std::atomic<uint32_t> lastInvokeId_{0};
 
@@ -146,6 +150,8 @@ class IZelPeerConnection {
   const std::string parameters_;
   const ZelDeviceId remoteDeviceId_;
   const ZelDeviceId localDeviceId_;  // all zero when this machine has none
+  const std::shared_ptr<InstanceOptions> options_ =
+      std::make_shared<InstanceOptions>(OptionsOfNewInstances());
   CMsgRouter router_;
 
   EventTarget events_;
