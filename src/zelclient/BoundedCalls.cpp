@@ -42,6 +42,29 @@ class BoundedCalls::Entered {
   PendingRequest& request_;
 };
 
+// The receive thread's turn, given back in the end, whatever is thrown.
+class BoundedCalls::Borrowed {
+ public:
+  explicit Borrowed(CTcpclient& connection) : connection_(connection) {}
+  ~Borrowed() {
+    ReadTurn& turn = connection_.readTurn();
+    turn.Return();
+    // Whoever entered a request meanwhile could not borrow the turn, and waits for the receive thread.
+    if (isAllRead_ && connection_.requests().InFlight() == 0) return;
+    turn.Want();
+    connection_.LookAgain();
+  }
+  Borrowed(const Borrowed&) = delete;
+  Borrowed& operator=(const Borrowed&) = delete;
+
+  // Nothing is left that has been read.
+  void NoteAllRead() { isAllRead_ = true; }
+
+ private:
+  CTcpclient& connection_;
+  bool isAllRead_ = false;
+};
+
 int32_t BoundedCalls::Request(const libzelx_Request& request, std::span<uint8_t> answer,
                               libzelx_Outcome& out) {
   if (connection_.IsReceiveThread()) return LIBZELX_E_WOULD_BLOCK;
@@ -54,8 +77,8 @@ int32_t BoundedCalls::Request(const libzelx_Request& request, std::span<uint8_t>
   pending.link = link;
   pending.room = answer;
   RequestTable& table = connection_.requests();
-  const uint32_t invokeId = connection_.GenInvokeId();
-  if (!table.Enter(pending, invokeId)) return LIBZELX_E_CANCELLED;
+  uint32_t invokeId = 0;
+  if (!EnterUnderFreeId(table, pending, invokeId)) return LIBZELX_E_CANCELLED;
   const Entered entered(table, pending);
   const Written written = SendRequest(link, request, invokeId);
   out.maySent = written.bytes != 0 ? 1 : 0;
@@ -82,9 +105,9 @@ int32_t BoundedCalls::RequestAsync(const libzelx_Request& request, libzelx_Answe
   pending->user = user;
   const uint64_t mine = pending->ticket = RequestTable::NextTicket();
   ticket = mine;
-  const uint32_t invokeId = connection_.GenInvokeId();
   RequestTable& table = connection_.requests();
-  if (!table.Enter(std::move(pending), invokeId)) return LIBZELX_E_CANCELLED;
+  uint32_t invokeId = 0;
+  if (!EnterUnderFreeId(table, pending, invokeId)) return LIBZELX_E_CANCELLED;
   const Written written = SendRequest(link, request, invokeId);
   const bool isOver = written.end != Written::End::kWhole && table.WithdrawTicket(mine);
   Settle(link, written);
@@ -99,6 +122,17 @@ int32_t BoundedCalls::Prepare(const libzelx_Request& request, Link& link) {
   link = connection_.LinkBefore(end_);
   if (link == nullptr) return connection_.IsLive() ? ZEL_E_DISCONNECTED : LIBZELX_E_CANCELLED;
   return connection_.loop_start();
+}
+
+// False when the table is closed.
+template <typename Pending>
+bool BoundedCalls::EnterUnderFreeId(RequestTable& table, Pending& request, uint32_t& invokeId) {
+  auto entry = RequestTable::Entry::kTaken;
+  while (entry == RequestTable::Entry::kTaken) {
+    invokeId = connection_.NextInvokeId();
+    entry = table.Enter(request, invokeId);
+  }
+  return entry == RequestTable::Entry::kDone;
 }
 
 SocketLink::Written BoundedCalls::SendRequest(const Link& link, const libzelx_Request& request,
@@ -135,14 +169,9 @@ int32_t BoundedCalls::ResultOf(const Written& written) {
 // Reads in the receive thread's place, if that has lent its turn: up to the answer of this request, up to something that
 // is the receive thread's to read, or for a short while.
 void BoundedCalls::ReadInTurn(SocketLink& link, const PendingRequest& request) {
-  ReadTurn& turn = connection_.readTurn();
-  if (!turn.Borrow()) return;
-  const bool isAllRead = ReadAnswers(link, request);
-  turn.Return();
-  // Whoever entered a request meanwhile could not borrow the turn, and waits for the receive thread.
-  if (isAllRead && connection_.requests().InFlight() == 0) return;
-  turn.Want();
-  connection_.LookAgain();
+  if (!connection_.readTurn().Borrow()) return;
+  Borrowed borrowed(connection_);
+  if (ReadAnswers(link, request)) borrowed.NoteAllRead();
 }
 
 // True when the answer came and nothing is left that has been read.
@@ -152,12 +181,40 @@ bool BoundedCalls::ReadAnswers(SocketLink& link, const PendingRequest& request) 
   while (!table.HasEnded(request)) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - CondVar::Clock::now());
     if (!link.SelectEagerly(std::max<int64_t>(left.count(), 0))) return false;
-    const auto frame = link.PeekWhole(kMaxReceivedBody);
-    if (!frame || table.Take(*frame, RequestTable::Reader::kCaller) == RequestTable::Taken::kNo) return false;
+    const auto frame = link.PeekFrame();
+    if (!frame) return false;
+    if (!frame->IsWhole()) {
+      if (!IsLongAnswer(*frame, request) || !ReadLongAnswer(link)) return false;
+      continue;
+    }
+    if (table.Take(*frame, RequestTable::Reader::kCaller) == RequestTable::Taken::kNo) return false;
     connection_.notes().AddFrameIn(*frame);
     link.SkipWhole(*frame);
   }
   return !link.HasReadAhead();
+}
+
+// True when this frame, of which only a part is there, is worth to be waited for here: it is the answer to this very
+// request, and there is time enough, since who begins a frame has to read it to its end.
+bool BoundedCalls::IsLongAnswer(const FrameView& frame, const PendingRequest& request) const {
+  const auto zoe = ZoeHeader::Read(frame.body);
+  return frame.header.version == kVersionZoe && frame.header.nMsgLen <= kMaxReceivedBody && zoe &&
+         zoe->invokeId == request.invokeId && request.MayGetAnswerFrom(frame.header.port) &&
+         CondVar::Clock::now() + std::chrono::milliseconds(CTcpclient::kReceiveThreadTerms.bodyMs) < end_;
+}
+
+// False when the frame could not be read: the receive thread goes on from there.
+bool BoundedCalls::ReadLongAnswer(SocketLink& link) {
+  FrameReader reader;
+  const auto outcome = connection_.ReadOrClose(link, reader, CTcpclient::kReceiveThreadTerms);
+  if (outcome != FrameReader::Outcome::kFrame) {
+    if (!link.IsCancelled()) connection_.HandleFailure(link, outcome, reader);
+    return false;
+  }
+  connection_.notes().AddFrameIn(reader.frame());
+  const auto taken = connection_.requests().Take(reader.frame(), RequestTable::Reader::kCaller);
+  if (taken == RequestTable::Taken::kNo) connection_.notes().Add(Count::kLateAnswers);  // it ended meanwhile
+  return true;
 }
 
 // ---- Publications -----------------------------------------------------------------------------------------

@@ -34,10 +34,13 @@ class BoundedCalls {
   using Written = SocketLink::Written;
 
   class Batch;
+  class Borrowed;
   class Entered;
 
   bool IsTooLong(uint64_t payloadSize);
   int32_t Prepare(const libzelx_Request& request, Link& link);
+  template <typename Pending>
+  bool EnterUnderFreeId(RequestTable& table, Pending& request, uint32_t& invokeId);
   Written SendRequest(const Link& link, const libzelx_Request& request, uint32_t invokeId);
   Written SendFrame(const Link& link, const RequestFrame& frame);
   Written Send(const Link& link, std::span<const platform::ConstBytes> pieces);
@@ -45,6 +48,8 @@ class BoundedCalls {
   void Settle(const Link& link, const Written& written, bool isCut);
   void ReadInTurn(SocketLink& link, const PendingRequest& request);
   bool ReadAnswers(SocketLink& link, const PendingRequest& request);
+  bool IsLongAnswer(const FrameView& frame, const PendingRequest& request) const;
+  bool ReadLongAnswer(SocketLink& link);
   static int32_t ResultOf(const Written& written);
 
   CTcpclient& connection_;

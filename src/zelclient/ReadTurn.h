@@ -5,6 +5,7 @@
 // The receive thread's members are its own; Borrow and Return are for any other thread.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 
@@ -14,9 +15,10 @@ class ReadTurn {
  public:
   // Answers in a row, with nothing else between, after which the turn is lent.
   static constexpr int kAnswersBeforeLending = 8;
-  // How often the receive thread looks whether the turn that it lent is still used, in ms. What comes while nobody reads
-  // waits for that long at most.
-  static constexpr int64_t kLentMs = 2;
+  // How often the receive thread looks whether the turn that it lent is still used, in ms: the more seldom the longer it
+  // has been, since each look disturbs those who read. What comes while nobody reads waits for that long at most.
+  static constexpr int64_t kFirstLentMs = 2;
+  static constexpr int64_t kMostLentMs = 16;
   // How long a caller may keep it: what comes later is worth the switch.
   static constexpr int64_t kBorrowedMs = 20;
 
@@ -29,14 +31,20 @@ class ReadTurn {
   bool Lend() {
     if (answersInARow_ < kAnswersBeforeLending) return false;
     wasUsed_.store(false, std::memory_order_relaxed);
+    lentMs_ = kFirstLentMs;
     state_.store(State::kLent, std::memory_order_release);
     return true;
   }
+  // How long to wait before the next look at a turn that is lent.
+  int64_t LentMs() const { return lentMs_; }
   // Takes the turn back when a caller has found something that is not its own, or when none has used it since the last
   // look; not while a caller has it.
   void Reclaim() {
     const bool isWanted = isWanted_.exchange(false, std::memory_order_acquire);
-    if (wasUsed_.exchange(false, std::memory_order_relaxed) && !isWanted) return;
+    if (wasUsed_.exchange(false, std::memory_order_relaxed) && !isWanted) {
+      lentMs_ = std::min(2 * lentMs_, kMostLentMs);
+      return;
+    }
     State lent = State::kLent;
     const bool isOwn = state_.compare_exchange_strong(lent, State::kOwn, std::memory_order_acquire);
     if (isOwn) answersInARow_ = 0;
@@ -63,6 +71,7 @@ class ReadTurn {
   std::atomic<bool> wasUsed_{false};
   std::atomic<bool> isWanted_{false};
   int answersInARow_ = 0;
+  int64_t lentMs_ = kFirstLentMs;
 };
 
 }  // namespace libzel

@@ -20,33 +20,55 @@ libzelx_Outcome OutcomeOf(const PendingRequest& request) {
 
 // ---- Entering and leaving ---------------------------------------------------------------------------------
 
-void RequestTable::Insert(PendingRequest& request, uint32_t invokeId) {
+RequestTable::Entry RequestTable::Insert(PendingRequest& request, uint32_t invokeId) {
   if (gone_.empty()) gone_.resize(kRemembered);
-  waiting_.emplace(invokeId, &request);
+  if (!waiting_.emplace(invokeId, &request).second) return Entry::kTaken;
   request.invokeId = invokeId;
   NoteChange();
+  return Entry::kDone;
 }
 
-bool RequestTable::Enter(PendingRequest& request, uint32_t invokeId) {
+RequestTable::Entry RequestTable::Enter(PendingRequest& request, uint32_t invokeId) {
   const MutexLock lock(mutex_);
-  if (!isClosed_) Insert(request, invokeId);
-  return !isClosed_;
+  if (isClosed_) return Entry::kClosed;
+  if (spareWaiters_.empty()) AddWaiter();
+  const Entry entry = Insert(request, invokeId);
+  if (entry != Entry::kDone) return entry;
+  request.ended = spareWaiters_.back();
+  spareWaiters_.pop_back();
+  return entry;
+}
+
+void RequestTable::AddWaiter() {
+  spareWaiters_.reserve(waiters_.size() + 1);  // so that each can be returned without memory
+  waiters_.push_back(std::make_unique<CondVar>());
+  spareWaiters_.push_back(waiters_.back().get());
+}
+
+void RequestTable::ReturnWaiter(PendingRequest& request) {
+  spareWaiters_.push_back(request.ended);
+  request.ended = nullptr;
 }
 
 uint64_t RequestTable::NextTicket() { return lastTicket_.fetch_add(1) + 1; }
 
-bool RequestTable::Enter(std::unique_ptr<PendingRequest> request, uint32_t invokeId) {
+RequestTable::Entry RequestTable::Enter(std::unique_ptr<PendingRequest>& request, uint32_t invokeId) {
   const MutexLock lock(mutex_);
-  if (isClosed_) return false;
-  const auto entry = owned_.emplace(request->ticket, nullptr).first;
+  if (isClosed_) return Entry::kClosed;
+  const auto owned = owned_.emplace(request->ticket, nullptr).first;
+  Entry entry = Entry::kTaken;
   try {
-    Insert(*request, invokeId);
+    entry = Insert(*request, invokeId);
   } catch (const std::bad_alloc&) {
-    owned_.erase(entry);
+    owned_.erase(owned);
     throw;
   }
-  entry->second = std::move(request);
-  return true;
+  if (entry == Entry::kDone) {
+    owned->second = std::move(request);
+  } else {
+    owned_.erase(owned);
+  }
+  return entry;
 }
 
 bool RequestTable::NoteSent(uint64_t ticket) {
@@ -96,12 +118,13 @@ bool RequestTable::Discard(uint64_t ticket) {
 void RequestTable::Await(PendingRequest& request) {
   const MutexLock lock(mutex_);
   while (request.state == State::kWaiting) {
-    if (!request.ended.WaitUntil(mutex_, request.end) && request.state == State::kWaiting) {
+    if (!request.ended->WaitUntil(mutex_, request.end) && request.state == State::kWaiting) {
       End(request, ZEL_E_TIMEOUT);
     }
   }
   // Its answer is being copied, which takes no time to speak of.
-  while (request.state == State::kClaimed) request.ended.Wait(mutex_);
+  while (request.state == State::kClaimed) request.ended->Wait(mutex_);
+  ReturnWaiter(request);
 }
 
 bool RequestTable::HasEnded(const PendingRequest& request) {
@@ -110,10 +133,12 @@ bool RequestTable::HasEnded(const PendingRequest& request) {
 }
 
 void RequestTable::Leave(PendingRequest& request) {
+  if (request.ended == nullptr) return;  // it was waited for to its end
   const MutexLock lock(mutex_);
   if (request.state == State::kWaiting) TakeOut(request);
-  while (request.state == State::kClaimed) request.ended.Wait(mutex_);
+  while (request.state == State::kClaimed) request.ended->Wait(mutex_);
   request.state = State::kEnded;
+  ReturnWaiter(request);
 }
 
 // ---- Ending without an answer -----------------------------------------------------------------------------
@@ -126,7 +151,7 @@ void RequestTable::End(PendingRequest& request, int32_t result) {
   if (request.ticket != 0) {
     MakeDue(request);
   } else {
-    request.ended.NotifyOne();
+    request.ended->NotifyOne();
   }
 }
 
@@ -222,24 +247,26 @@ uint32_t RequestTable::InFlight() {
 
 RequestTable::Taken RequestTable::Take(const FrameView& frame, Reader reader) {
   if (!MayTake() || frame.header.version != kVersionZoe) return Taken::kNo;
-  if (frame.body.size() != frame.header.nMsgLen) return Taken::kNo;
+  if (!frame.IsWhole()) return Taken::kNo;
   const auto zoe = ZoeHeader::Read(frame.body);
   if (!zoe) return Taken::kNo;
   Claimed claimed;
   const Taken taken = Claim(frame, *zoe, reader, claimed);
   const auto payload = frame.body.subspan(kZoeHeaderSize);
-  if (claimed.waiting != nullptr) GiveToCaller(*claimed.waiting, payload);
-  if (claimed.called != nullptr) RunCallback(*claimed.called, payload.data());
+  if (claimed.waiting != nullptr) claimed.answered = GiveToCaller(*claimed.waiting, payload);
+  if (claimed.answered != nullptr) WakeCaller(claimed.answered, reader);
+  if (claimed.called != nullptr) {
+    WakeAnswered();
+    RunCallback(*claimed.called, payload.data());
+  }
   return taken;
 }
 
-// Topics are published on a port of their own, under identifiers of the server's choice: they are no answers, unless it
-// was there that was asked.
 RequestTable::Taken RequestTable::Claim(const FrameView& frame, const ZoeHeader& zoe, Reader reader,
                                         Claimed& claimed) {
   const MutexLock lock(mutex_);
   const auto entry = waiting_.find(zoe.invokeId);
-  if (entry == waiting_.end() || (frame.header.port == kTopicPort && entry->second->port != kTopicPort)) {
+  if (entry == waiting_.end() || !entry->second->MayGetAnswerFrom(frame.header.port)) {
     const bool isLate = reader != Reader::kCaller && TakeGone(zoe.invokeId, frame.header.port);
     return isLate ? Taken::kLate : Taken::kNo;
   }
@@ -253,8 +280,14 @@ RequestTable::Taken RequestTable::Claim(const FrameView& frame, const ZoeHeader&
   request.deviceError = zoe.error;
   request.answerLength = static_cast<uint32_t>(payload.size());
   if (request.ticket == 0) {
-    request.state = State::kClaimed;
-    claimed.waiting = &request;
+    if (payload.size() <= kShortAnswer) {
+      Copy(payload, request);
+      request.state = State::kEnded;
+      claimed.answered = request.ended;
+    } else {
+      request.state = State::kClaimed;
+      claimed.waiting = &request;
+    }
     return waiting_.empty() ? Taken::kLastAnswer : Taken::kAnswer;
   }
   request.state = State::kEnded;
@@ -266,12 +299,31 @@ RequestTable::Taken RequestTable::Claim(const FrameView& frame, const ZoeHeader&
   return Taken::kAnswer;
 }
 
-void RequestTable::GiveToCaller(PendingRequest& request, std::span<const uint8_t> payload) {
+void RequestTable::Copy(std::span<const uint8_t> payload, const PendingRequest& request) {
   const size_t count = std::min(payload.size(), request.room.size());
   if (count != 0) std::memcpy(request.room.data(), payload.data(), count);
+}
+
+// Gives what the caller waits on: from here on the request may be gone.
+CondVar* RequestTable::GiveToCaller(PendingRequest& request, std::span<const uint8_t> payload) {
+  Copy(payload, request);
   const MutexLock lock(mutex_);
   request.state = State::kEnded;
-  request.ended.NotifyOne();
+  return request.ended;
+}
+
+void RequestTable::WakeCaller(CondVar* answered, Reader reader) {
+  if (reader != Reader::kReceiveThread) {
+    answered->NotifyOne();
+    return;
+  }
+  if (answeredCount_ == answered_.size()) WakeAnswered();
+  answered_[answeredCount_++] = answered;
+}
+
+void RequestTable::WakeAnswered() {
+  for (size_t i = 0; i < answeredCount_; ++i) answered_[i]->NotifyOne();
+  answeredCount_ = 0;
 }
 
 // ---- Callbacks --------------------------------------------------------------------------------------------

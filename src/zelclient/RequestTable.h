@@ -2,9 +2,10 @@
 // answer, when its time is over, when it is cancelled, or when its link is lost.
 //
 // Any thread enters, cancels and ends requests. Callbacks run on the receive thread alone. No lock is held in a callback
-// or while an answer is copied.
+// or while a long answer is copied, and callers are woken without one.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <map>
@@ -25,6 +26,10 @@ namespace libzel {
 struct PendingRequest {
   enum class State { kWaiting, kClaimed, kEnded };
 
+  // Topics are published on a port of their own, under identifiers of the server's choice: they are no answers, unless
+  // it was there that was asked.
+  bool MayGetAnswerFrom(uint16_t answerPort) const { return answerPort != kTopicPort || port == kTopicPort; }
+
   uint16_t port = 0;
   CondVar::Clock::time_point end;          // of its time
   std::shared_ptr<const SocketLink> link;  // that it leaves on
@@ -38,7 +43,7 @@ struct PendingRequest {
   // The table's.
   uint32_t invokeId = 0;
   State state = State::kWaiting;
-  CondVar ended;
+  CondVar* ended = nullptr;  // of one that its caller waits for
   int32_t result = 0;
   uint32_t deviceError = 0;
   uint32_t answerLength = 0;
@@ -50,13 +55,18 @@ class RequestTable {
  public:
   using Clock = CondVar::Clock;
 
-  // Enters a request that its caller waits for, and who calls Leave in the end. False when the table is closed.
-  bool Enter(PendingRequest& request, uint32_t invokeId);
+  enum class Entry {
+    kDone,
+    kTaken,   // another request waits under this identifier
+    kClosed,  // the table is
+  };
+  // Enters a request that its caller waits for, and who calls Leave in the end.
+  Entry Enter(PendingRequest& request, uint32_t invokeId);
   // A ticket of its own for a request with a callback.
   static uint64_t NextTicket();
   // Enters one with a callback, whose time runs from NoteSent on: as long as it is being written, its end is the
-  // writer's to tell. False when the table is closed.
-  bool Enter(std::unique_ptr<PendingRequest> request, uint32_t invokeId);
+  // writer's to tell. The request is the table's once that is done.
+  Entry Enter(std::unique_ptr<PendingRequest>& request, uint32_t invokeId);
   // True when the receive thread has to be woken: it would look too late.
   bool NoteSent(uint64_t ticket);
   // Takes out a request that was not sent whole. False when it has ended; the callback of one that has not run yet never
@@ -97,6 +107,9 @@ class RequestTable {
   // caller that reads takes nothing, and what a synchronous receive has read is kept: the receive thread has to be woken.
   // A body that is not held whole is nobody's answer.
   Taken Take(const FrameView& frame, Reader reader);
+  // The receive thread's: wakes the callers whose answers it has taken. Many in a row are woken together; before anything
+  // that takes time this has to be called.
+  void WakeAnswered();
   // Forgets the requests that have ended: what comes from now on is no late answer to one of them.
   void ForgetGone();
 
@@ -108,6 +121,8 @@ class RequestTable {
  private:
   // Requests that ended without an answer, which may still come, by their identifiers' last bits.
   static constexpr size_t kRemembered = 1024;
+  // An answer up to here is copied under the lock: that is quicker than to take the lock once more.
+  static constexpr size_t kShortAnswer = 2048;
   struct Gone {
     uint32_t invokeId = 0;  // 0 is nobody's
     uint16_t port = 0;
@@ -116,7 +131,9 @@ class RequestTable {
   static constexpr int64_t kDueNow = INT64_MIN;
   static constexpr int64_t kNothingDue = INT64_MAX;
 
-  void Insert(PendingRequest& request, uint32_t invokeId) ZEL_REQUIRES(mutex_);
+  Entry Insert(PendingRequest& request, uint32_t invokeId) ZEL_REQUIRES(mutex_);
+  void AddWaiter() ZEL_REQUIRES(mutex_);
+  void ReturnWaiter(PendingRequest& request) ZEL_REQUIRES(mutex_);
   void TakeOut(const PendingRequest& request) ZEL_REQUIRES(mutex_);
   void NoteChange() ZEL_REQUIRES(mutex_);
   void End(PendingRequest& request, int32_t result) ZEL_REQUIRES(mutex_);
@@ -127,13 +144,17 @@ class RequestTable {
   bool TakeGone(uint32_t invokeId, uint16_t port) ZEL_REQUIRES(mutex_);
   void Remember(const PendingRequest& request) ZEL_REQUIRES(mutex_);
 
-  // A request whose answer has come: its caller waits, or its callback is to be run.
+  // A request whose answer has come: its caller has it and is to be woken, or waits for a long one; or its callback is
+  // to be run.
   struct Claimed {
+    CondVar* answered = nullptr;
     PendingRequest* waiting = nullptr;
     std::unique_ptr<PendingRequest> called;
   };
   Taken Claim(const FrameView& frame, const ZoeHeader& zoe, Reader reader, Claimed& claimed);
-  void GiveToCaller(PendingRequest& request, std::span<const uint8_t> payload);
+  static void Copy(std::span<const uint8_t> payload, const PendingRequest& request);
+  CondVar* GiveToCaller(PendingRequest& request, std::span<const uint8_t> payload);
+  void WakeCaller(CondVar* answered, Reader reader);
   std::unique_ptr<PendingRequest> BeginCallback(uint64_t ticket) ZEL_REQUIRES(mutex_);
   std::unique_ptr<PendingRequest> BeginDueCallback();
   void RunCallback(const PendingRequest& request, const uint8_t* answer);
@@ -153,6 +174,14 @@ class RequestTable {
   std::thread::id runner_ ZEL_GUARDED_BY(mutex_);
   std::vector<Gone> gone_ ZEL_GUARDED_BY(mutex_);  // empty until the first request
   size_t goneCount_ ZEL_GUARDED_BY(mutex_) = 0;
+  // What callers wait on: theirs from Enter to Leave, and never destroyed before the table is, so that whoever wakes one
+  // needs no lock.
+  std::vector<std::unique_ptr<CondVar>> waiters_ ZEL_GUARDED_BY(mutex_);
+  std::vector<CondVar*> spareWaiters_ ZEL_GUARDED_BY(mutex_);
+  // The receive thread's: whom WakeAnswered wakes.
+  std::array<CondVar*, 64> answered_{};
+  size_t answeredCount_ = 0;
+
   std::atomic<int64_t> nextDue_{kNothingDue};
   std::atomic<bool> mayTake_{false};  // a request waits, or one has gone whose answer may come
 };

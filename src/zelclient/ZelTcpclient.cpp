@@ -25,9 +25,6 @@ constexpr int64_t kReceiveReconnectMs = 1500;
 constexpr int64_t kTurnWaitMs = 50;
 constexpr uint32_t kTopicTimeoutMs = 1000;
 
-constexpr FrameReader::Terms kReceiveThreadTerms{
-    {.longestBody = kMaxReceivedBody}, kTurnWaitMs, INT64_MAX, kHeaderGapMs, kBodyTimeoutMs};
-
 int64_t WholeMs(const Stopwatch& watch) {
   // Some time has always passed, even where the clock is too coarse to show it.
   return std::max<int64_t>(static_cast<int64_t>(std::ceil(watch.ElapsedMs())), 1);
@@ -47,6 +44,9 @@ int32_t FailDisconnected() {
 }
 
 }  // namespace
+
+constexpr FrameReader::Terms CTcpclient::kReceiveThreadTerms{
+    {.longestBody = kMaxReceivedBody}, kTurnWaitMs, INT64_MAX, kHeaderGapMs, kBodyTimeoutMs};
 
 CTcpclient::CTcpclient(const ZelDeviceId& remote, const std::string& parameters, bool isDomain)
     : IZelPeerConnection(remote, parameters), isDomain_(isDomain) {
@@ -348,13 +348,14 @@ void CTcpclient::ReceiveFrames(SocketLink& link, FrameReader& reader) {
   const Outcome outcome = reader.Read(link, kReceiveThreadTerms);
   if (outcome == Outcome::kFrame) {
     Dispatch(reader.frame());
+    requests_.WakeAnswered();
   } else if (!IsCancelled()) {
     HandleFailure(link, outcome, reader);
   }
 }
 
 void CTcpclient::PauseWhileLent() {
-  PauseUnlessWoken(std::min(ReadTurn::kLentMs, requests_.MsUntilDue()));
+  PauseUnlessWoken(std::min(readTurn_.LentMs(), requests_.MsUntilDue()));
   readTurn_.Reclaim();
 }
 
@@ -380,6 +381,7 @@ bool CTcpclient::DispatchWhole(SocketLink& link) {
     Dispatch(*frame);
     any = true;
   }
+  requests_.WakeAnswered();
   return any;
 }
 
@@ -394,12 +396,12 @@ void CTcpclient::Dispatch(const FrameView& frame) {
   }
   if (taken == Taken::kLate) notes().Add(Count::kLateAnswers);
   if (taken != Taken::kNo) return;
+  requests_.WakeAnswered();
   const auto length = static_cast<uint32_t>(frame.body.size());
   if (router().call(frame.header, frame.body.data(), length, this) == ZEL_E_NO_ROUTER)
     notes().Add(Count::kNoPort);
 }
 
-// What a frame that could not be read means to the receive thread.
 void CTcpclient::HandleFailure(SocketLink& link, Outcome outcome, const FrameReader& reader) {
   constexpr std::string_view kSvc = "CTcpclient::svc";
   const int32_t error = platform::RuntimeError();  // of the read that failed
@@ -509,7 +511,6 @@ int32_t CTcpclient::AwaitAnswer(SocketLink& link, std::span<uint8_t> out, uint32
   return -1;
 }
 
-// A frame that there is no memory for leaves the stream without its framing.
 CTcpclient::Outcome CTcpclient::ReadOrClose(SocketLink& link, FrameReader& reader,
                                             const FrameReader::Terms& terms) {
   try {

@@ -70,6 +70,15 @@ class CTcpclient : public IZelPeerConnection {
   ReadTurn& readTurn() { return readTurn_; }
   // As the base's; identifiers of requests that still wait are left out.
   uint32_t GenInvokeId() override;
+  uint32_t NextInvokeId() { return IZelPeerConnection::GenInvokeId(); }
+
+  // ---- For a caller that reads in the receive thread's place
+
+  static const FrameReader::Terms kReceiveThreadTerms;
+  // A frame that there is no memory for leaves the stream without its framing.
+  FrameReader::Outcome ReadOrClose(SocketLink& link, FrameReader& reader, const FrameReader::Terms& terms);
+  // What a frame that could not be read means to the receive thread.
+  void HandleFailure(SocketLink& link, FrameReader::Outcome outcome, const FrameReader& reader);
 
  protected:
   void OnLoopStart() override { requests_.Open(); }
@@ -106,7 +115,6 @@ class CTcpclient : public IZelPeerConnection {
   bool AwaitFrame(SocketLink& link, FrameReader& reader);
   bool DispatchWhole(SocketLink& link);
   void Dispatch(const FrameView& frame);
-  void HandleFailure(SocketLink& link, Outcome outcome, const FrameReader& reader);
   void ReportEnd(SocketLink& link);
   void ShutdownLink(const SocketLink& link);
   void LinkChanged();
@@ -114,7 +122,6 @@ class CTcpclient : public IZelPeerConnection {
   void NoteEndedRead(SocketLink& link, Outcome outcome, const FrameReader& reader, int32_t error);
 
   int32_t AwaitAnswer(SocketLink& link, std::span<uint8_t> out, uint32_t timeoutMs, const Stopwatch& watch);
-  Outcome ReadOrClose(SocketLink& link, FrameReader& reader, const FrameReader::Terms& terms);
   int32_t FailAnswer(SocketLink& link, Outcome outcome, const FrameReader& reader, uint32_t timeoutMs);
   bool IsTakenByRequest(const FrameView& frame);
   bool TakeAnswer(const FrameView& frame, std::span<uint8_t> out, int32_t& result);

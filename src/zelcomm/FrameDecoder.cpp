@@ -15,12 +15,17 @@ bool IsGoodLength(uint32_t length, uint32_t longestBody) { return length != 0 &&
 
 }  // namespace
 
-std::optional<FrameView> FrameDecoder::Whole(std::span<const uint8_t> bytes, uint32_t longestBody) {
+std::optional<FrameView> FrameDecoder::Front(std::span<const uint8_t> bytes) {
   if (bytes.size() < kZelHeaderSize) return std::nullopt;
   const ZelHeader header = ZelHeader::Read(bytes.data());
   const auto rest = bytes.subspan(kZelHeaderSize);
-  if (!IsGoodLength(header.nMsgLen, longestBody) || header.nMsgLen > rest.size()) return std::nullopt;
-  return FrameView{header, rest.first(header.nMsgLen)};
+  return FrameView{header, rest.first(std::min<size_t>(rest.size(), header.nMsgLen))};
+}
+
+std::optional<FrameView> FrameDecoder::Whole(std::span<const uint8_t> bytes, uint32_t longestBody) {
+  const auto front = Front(bytes);
+  const bool isGood = front && front->IsWhole() && IsGoodLength(front->header.nMsgLen, longestBody);
+  return isGood ? front : std::nullopt;
 }
 
 void FrameDecoder::Begin(const Limits& limits) {

@@ -22,6 +22,8 @@ namespace libzel {
 struct FrameView {
   ZelHeader header;
   std::span<const uint8_t> body;
+
+  bool IsWhole() const { return body.size() == header.nMsgLen; }
 };
 
 class FrameDecoder {
@@ -34,6 +36,9 @@ class FrameDecoder {
 
   // The frame at the front of `bytes`, where it lies; nothing unless all of it is there and its length is good.
   static std::optional<FrameView> Whole(std::span<const uint8_t> bytes, uint32_t longestBody);
+
+  // The same, with as much of its body as is there, whatever its length; nothing without a whole header.
+  static std::optional<FrameView> Front(std::span<const uint8_t> bytes);
 
   // Begins with a new frame.
   void Begin(const Limits& limits);

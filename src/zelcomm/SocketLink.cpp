@@ -151,11 +151,11 @@ std::optional<FrameView> SocketLink::TakeWhole(uint32_t longestBody) {
   return frame;
 }
 
-std::optional<FrameView> SocketLink::PeekWhole(uint32_t longestBody) {
+std::optional<FrameView> SocketLink::PeekFrame() {
   const MutexLock lock(receiveMutex_);
   if (readers_ != 1) return std::nullopt;
   if (ahead_.IsEmpty() && FillReadAhead() <= 0) return std::nullopt;
-  return FrameDecoder::Whole(ahead_.bytes(), longestBody);
+  return FrameDecoder::Front(ahead_.bytes());
 }
 
 void SocketLink::SkipWhole(const FrameView& frame) {

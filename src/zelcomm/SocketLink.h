@@ -70,9 +70,9 @@ class SocketLink {
   // Takes the next frame if all of it has been read ahead, its length is good and the caller is the sole reader. Its
   // bytes stay where they are until the caller reads again: only a sole reader reads ahead.
   std::optional<FrameView> TakeWhole(uint32_t longestBody);
-  // The same, received first when nothing has been read ahead, and left where it is until SkipWhole; for whoever reads in
-  // the sole reader's place.
-  std::optional<FrameView> PeekWhole(uint32_t longestBody);
+  // The next frame's header and as much of its body as has been read ahead, received first when nothing has been; for
+  // whoever reads in the sole reader's place. It is left where it is until SkipWhole, if it is whole.
+  std::optional<FrameView> PeekFrame();
   void SkipWhole(const FrameView& frame);
   bool HasReadAhead();
 
