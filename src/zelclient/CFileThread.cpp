@@ -1,12 +1,10 @@
 #include "zelclient/CFileThread.h"
 
 #include <chrono>
-#include <exception>
 
 #include "utils/Forever.h"
 #include "utils/Log.h"
 #include "zelclient/ZelCreateFactory.h"
-#include "zelcomm/DeviceId.h"
 
 namespace libzel {
 
@@ -21,46 +19,12 @@ CFileThread& CFileThread::Instance() {
 }
 
 void CFileThread::Submit(std::unique_ptr<CFileTransfer> transfer) {
-  transfer->SetConnection(ConnectionTo(transfer->device()));
+  transfer->SetConnection(connections_.ConnectionTo(transfer->device(), kCreateTimeoutMs));
   {
     const MutexLock lock(mutex_);
     queue_.push_back(std::move(transfer));
   }
   StartWorker();
-}
-
-std::weak_ptr<IZelPeerConnection> CFileThread::ConnectionTo(const ZelDeviceId& device) {
-  const std::string text = DeviceIdText(device);
-  std::weak_ptr<IZelPeerConnection> known;
-  if (!BeginConnection(text, known)) return known;
-  CPeerConnMgr::Connection connection;
-  try {
-    connection = CPeerConnMgr::Instance().CreateInstance(&device, 0);
-    (void)connection->Connect(kCreateTimeoutMs);  // the first message reconnects, or fails the transfer
-  } catch (const std::exception& fault) {
-    // Whoever waits for the connection must not wait for ever; without one the transfers fail.
-    ZEL_LOG(kError, "cannot connect %s:%s", text.c_str(), fault.what());
-  }
-  EndConnection(text, connection);
-  return connection;
-}
-
-// True when the caller is the one to make the connection; else it is there.
-bool CFileThread::BeginConnection(const std::string& device, std::weak_ptr<IZelPeerConnection>& connection) {
-  const MutexLock lock(mutex_);
-  DeviceConnection& entry = connections_[device];
-  while (entry.isCreating) created_.Wait(mutex_);
-  connection = entry.connection;
-  if (CPeerConnMgr::IfLive(connection) != nullptr) return false;
-  entry.isCreating = true;
-  return true;
-}
-
-void CFileThread::EndConnection(const std::string& device,
-                                const std::weak_ptr<IZelPeerConnection>& connection) {
-  const MutexLock lock(mutex_);
-  connections_[device] = {connection, false};
-  created_.NotifyAll();
 }
 
 // noexcept: files cannot be sent without the thread, and the process ends.

@@ -3,13 +3,12 @@
 #pragma once
 
 #include <list>
-#include <map>
 #include <memory>
-#include <string>
 
 #include "utils/Mutex.h"
 #include "utils/Thread.h"
 #include "zelclient/CFileTransfer.h"
+#include "zelclient/DeviceConnections.h"
 
 namespace libzel {
 
@@ -22,15 +21,6 @@ class CFileThread {
   void Submit(std::unique_ptr<CFileTransfer> transfer);
 
  private:
-  // A device's connection; while `isCreating`, one thread makes it and the others wait.
-  struct DeviceConnection {
-    std::weak_ptr<IZelPeerConnection> connection;
-    bool isCreating = false;
-  };
-
-  std::weak_ptr<IZelPeerConnection> ConnectionTo(const ZelDeviceId& device);
-  bool BeginConnection(const std::string& device, std::weak_ptr<IZelPeerConnection>& connection);
-  void EndConnection(const std::string& device, const std::weak_ptr<IZelPeerConnection>& connection);
   void StartWorker() noexcept;
   CFileTransfer* First();
   void Remove(const CFileTransfer* transfer);
@@ -38,10 +28,9 @@ class CFileThread {
   [[noreturn]] void svc();
 
   Mutex mutex_;
-  CondVar created_;
   Thread worker_;
   std::list<std::unique_ptr<CFileTransfer>> queue_ ZEL_GUARDED_BY(mutex_);
-  std::map<std::string, DeviceConnection> connections_ ZEL_GUARDED_BY(mutex_);
+  DeviceConnections connections_;
 };
 
 }  // namespace libzel

@@ -4,29 +4,14 @@
 #include <cstring>
 
 #include "utils/Log.h"
-#include "zelclient/ZelCreateFactory.h"
-#include "zelcomm/ErrorCode.h"
-#include "zelcomm/Frame.h"
 
 namespace libzel {
 
 namespace {
 
-constexpr uint32_t kIdGroup = 0x1002;
-constexpr uint32_t kIdOffset = 1;
-constexpr uint32_t kTimeoutMs = 1000;
-constexpr size_t kFileInfoHeadSize = 15;
-constexpr size_t kChunkHeadSize = 9;
-
-constexpr uint8_t kTypeFileInfo = 1;
-constexpr uint8_t kTypeChunk = 2;
-constexpr uint8_t kLastFlag = 0x80;
-
 constexpr uint8_t kStateGoingOn = 1;
 constexpr uint8_t kStateFinished = 2;
 constexpr uint8_t kStateFailed = 3;
-
-constexpr size_t kMaxRemotePath = 255;
 
 }  // namespace
 
@@ -35,9 +20,10 @@ CFileTransfer::CFileTransfer(uint32_t id, const ZelDeviceAddr& target, const cha
     : id_(id),
       user_(user),
       target_(target),
+      link_(target.port),
       callback_(callback),
       file_(std::make_shared<CFile>(localPath)),
-      remotePath_(remotePath, std::min(std::strlen(remotePath), kMaxRemotePath)) {
+      remotePath_(remotePath, std::min(std::strlen(remotePath), kMaxFileText)) {
   error_ = static_cast<uint32_t>(file_->OpenFile());
   if (error_ == 0) chunkCount_ = CalcChunkNum(static_cast<uint64_t>(file_->size()));
 }
@@ -60,12 +46,12 @@ void CFileTransfer::Report() {
 
 void CFileTransfer::Step() {
   if (IsIdle()) return;
-  SendBuffer buffer{};
+  FileMessageBuffer buffer{};
   const uint32_t size = firstStepPending_ ? WriteFileInfo(buffer) : WriteChunk(buffer);
   error_ = 0;
-  std::array<uint8_t, kAnswerSize> answer{};
-  if (Exchange(std::span(buffer).first(size), answer)) {
-    TakeAnswer(answer, size);
+  FileAnswerBuffer answer{};
+  if (link_.Exchange(std::span(buffer).first(size), answer, {})) {
+    TakeAnswer(ReadFileAnswer(answer), size);
   } else {
     Fail();
   }
@@ -83,68 +69,30 @@ void CFileTransfer::FailOnNoMemory() {
   Report();
 }
 
-uint32_t CFileTransfer::WriteFileInfo(SendBuffer& buffer) {
+uint32_t CFileTransfer::WriteFileInfo(FileMessageBuffer& buffer) {
   state_ = kStateGoingOn;
   firstStepPending_ = false;
-  const std::string name = file_->GetFileName();
-  const auto nameSize = static_cast<uint8_t>(name.size());
-  const auto pathSize = static_cast<uint8_t>(remotePath_.size());
-  buffer[0] = kTypeFileInfo;
-  buffer[1] = nameSize;
-  buffer[2] = pathSize;
-  PutBe32(&buffer[3], static_cast<uint32_t>(file_->size()));
-  PutBe32(&buffer[7], kChunkSize);
-  PutBe32(&buffer[11], chunkCount_);
-  std::memcpy(&buffer[kFileInfoHeadSize], name.data(), nameSize);
-  std::memcpy(&buffer[kFileInfoHeadSize + nameSize], remotePath_.data(), pathSize);
-  return static_cast<uint32_t>(kFileInfoHeadSize + nameSize + pathSize);
+  const auto size = static_cast<uint32_t>(file_->size());
+  return WriteFileDescription({file_->GetFileName(), remotePath_, size, chunkCount_}, buffer);
 }
 
 // The read behind the last byte of an exact multiple of the chunk size finds nothing and makes an empty message.
-uint32_t CFileTransfer::WriteChunk(SendBuffer& buffer) {
-  const int32_t count = file_->ReadFileToBuffer(&buffer[kChunkHeadSize], kChunkSize);
+uint32_t CFileTransfer::WriteChunk(FileMessageBuffer& buffer) {
+  const int32_t count = file_->ReadFileToBuffer(ChunkPlace(buffer).data(), kFileChunkSize);
   if (count <= 0) return 0;
-  if (file_->isAtEnd()) state_ = kStateFinished;
-  buffer[0] = file_->isAtEnd() ? kTypeChunk | kLastFlag : kTypeChunk;
-  PutBe32(&buffer[1], ++chunksSent_);
-  PutBe32(&buffer[5], deviceHandle_);
-  return static_cast<uint32_t>(kChunkHeadSize) + static_cast<uint32_t>(count);
-}
-
-bool CFileTransfer::Exchange(std::span<const uint8_t> message, std::span<uint8_t> answer) const {
-  return Send(message) > 0 && Receive(answer) > 0;
-}
-
-// Each call is made as an application's would be: with the error number cleared, on a live instance.
-int32_t CFileTransfer::Send(std::span<const uint8_t> message) const {
-  SetErrno(ZEL_OK);
-  if (const auto connection = CPeerConnMgr::IfLive(connection_)) {
-    return connection->Send(target_.port, kIdGroup, kIdOffset, message.data(),
-                            static_cast<uint32_t>(message.size()), kTimeoutMs);
-  }
-  SetErrno(ZEL_E_HANDLE);
-  return -1;
-}
-
-int32_t CFileTransfer::Receive(std::span<uint8_t> answer) const {
-  SetErrno(ZEL_OK);
-  if (const auto connection = CPeerConnMgr::IfLive(connection_)) {
-    return connection->Recv(nullptr, answer.data(), static_cast<uint32_t>(answer.size()), kTimeoutMs);
-  }
-  SetErrno(ZEL_E_HANDLE);
-  return -1;
+  const bool isLast = file_->isAtEnd();
+  if (isLast) state_ = kStateFinished;
+  return WriteChunkHead(++chunksSent_, deviceHandle_, isLast, static_cast<uint32_t>(count), buffer);
 }
 
 // The bounds are those of the message that was sent, not of the answer, whose missing bytes read as zeros. Deliberate.
-void CFileTransfer::TakeAnswer(std::span<const uint8_t> answer, size_t sentSize) {
-  const auto type = static_cast<uint8_t>(answer[0] & ~kLastFlag);
-  const bool isLast = (answer[0] & kLastFlag) != 0;
-  if (type == kTypeFileInfo && sentSize > 1) deviceHandle_ = GetBe32(&answer[1]);
-  if ((type == kTypeFileInfo || type == kTypeChunk) && sentSize > 5) error_ = GetBe32(&answer[5]);
+void CFileTransfer::TakeAnswer(const FileAnswer& answer, size_t sentSize) {
+  if (answer.isToDescription && sentSize > 1) deviceHandle_ = answer.handle;
+  if ((answer.isToDescription || answer.isToChunk) && sentSize > 5) error_ = answer.error;
   if (error_ != 0) {
     state_ = kStateFailed;
   } else {
-    state_ = isLast ? kStateFinished : kStateGoingOn;
+    state_ = answer.isLast ? kStateFinished : kStateGoingOn;
   }
 }
 

@@ -4,22 +4,20 @@
 // device's connection, whose life is checked anew for every step.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <memory>
-#include <span>
 #include <string>
+#include <utility>
 
 #include "libzel/libzel.h"
-#include "zelclient/ZelPeerConn.h"
+#include "zelclient/FileLink.h"
+#include "zelclient/FileMessages.h"
 #include "zelcomm/filesys/CFile.h"
 
 namespace libzel {
 
 class CFileTransfer {
  public:
-  static constexpr int32_t kChunkSize = 8192;
-
   CFileTransfer(uint32_t id, const ZelDeviceAddr& target, const char* localPath, const char* remotePath,
                 FileTransferCallback callback, void* user);
 
@@ -33,7 +31,9 @@ class CFileTransfer {
   // A transfer without an open file can take no step.
   bool IsIdle() const { return !file_->isOpened(); }
 
-  void SetConnection(std::weak_ptr<IZelPeerConnection> connection) { connection_ = std::move(connection); }
+  void SetConnection(std::weak_ptr<IZelPeerConnection> connection) {
+    link_.SetConnection(std::move(connection));
+  }
   const ZelDeviceId& device() const { return target_.id; }
   uint32_t id() const { return id_; }
 
@@ -41,16 +41,9 @@ class CFileTransfer {
   static uint32_t CalcChunkNum(uint64_t size);
 
  private:
-  static constexpr size_t kSendBufferSize = 10240;
-  static constexpr size_t kAnswerSize = 1024;
-  using SendBuffer = std::array<uint8_t, kSendBufferSize>;
-
-  uint32_t WriteFileInfo(SendBuffer& buffer);
-  uint32_t WriteChunk(SendBuffer& buffer);
-  bool Exchange(std::span<const uint8_t> message, std::span<uint8_t> answer) const;
-  int32_t Send(std::span<const uint8_t> message) const;
-  int32_t Receive(std::span<uint8_t> answer) const;
-  void TakeAnswer(std::span<const uint8_t> answer, size_t sentSize);
+  uint32_t WriteFileInfo(FileMessageBuffer& buffer);
+  uint32_t WriteChunk(FileMessageBuffer& buffer);
+  void TakeAnswer(const FileAnswer& answer, size_t sentSize);
   void Fail();
 
   bool firstStepPending_ = true;
@@ -63,7 +56,7 @@ class CFileTransfer {
   uint32_t error_ = 0;
   void* const user_;
   const ZelDeviceAddr target_;
-  std::weak_ptr<IZelPeerConnection> connection_;
+  FileLink link_;
   const FileTransferCallback callback_;
   const std::shared_ptr<CFile> file_;
   const std::string remotePath_;

@@ -476,6 +476,7 @@ void CTcpclient::NoteEndedRead(SocketLink& link, Outcome outcome, const FrameRea
 // ---- Synchronous receive ----------------------------------------------------------------------------------
 
 int32_t CTcpclient::Recv(void* /*context*/, uint8_t* buffer, uint32_t size, uint32_t timeoutMs) {
+  answerError_ = 0;
   if (IsCancelled()) return FailDisconnected();
   if (!IsConnected()) {
     ZEL_LOG(kError, "connection is lost,ready reconnect");
@@ -588,6 +589,7 @@ bool CTcpclient::TakeAnswer(const FrameView& frame, std::span<uint8_t> out, int3
       if (frame.header.port != kTopicPort) notes().Add(Count::kLateAnswers);
       return false;
     }
+    answerError_ = error;
     payload = payload.subspan(kZoeHeaderSize);
   }
   const size_t count = std::min(payload.size(), out.size());

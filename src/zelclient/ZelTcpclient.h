@@ -52,6 +52,14 @@ class CTcpclient : public IZelPeerConnection {
   int32_t UnSubscribe(const char* topic) override;
   int32_t svc() override;
 
+  // As Send. A peer that has not read the message by `end` loses the link.
+  int32_t SendBefore(uint16_t port, const AddressBlock& address, platform::ConstBytes payload,
+                     uint32_t timeoutMs, CondVar::Clock::time_point end) {
+    return SendPieces(port, address, {&payload, 1}, timeoutMs, end);
+  }
+  // The error word of the answer that the last Recv took, for whoever is the only one to receive; 0 when it took none.
+  uint32_t answerError() const { return answerError_; }
+
   // Starts the receive thread, which connects at once.
   void ConnectInBackground();
 
@@ -136,6 +144,7 @@ class CTcpclient : public IZelPeerConnection {
   TimedMutex connectMutex_;  // one connect at a time
   ConnectAttempts attempts_;
   std::atomic<bool> connectAtOnce_{false};
+  std::atomic<uint32_t> answerError_{0};
   int64_t idleWaitMs_ = 0;  // the receive thread's own
 };
 

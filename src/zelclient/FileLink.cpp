@@ -1,0 +1,60 @@
+#include "zelclient/FileLink.h"
+
+#include <algorithm>
+#include <chrono>
+
+#include "zelclient/ZelCreateFactory.h"
+#include "zelclient/ZelTcpclient.h"
+#include "zelcomm/ErrorCode.h"
+
+namespace libzel {
+
+namespace {
+
+constexpr AddressBlock kFileAddress{0x1002, 1};
+constexpr int64_t kMessageTimeoutMs = 1000;
+
+std::shared_ptr<CTcpclient> LiveClient(const std::weak_ptr<IZelPeerConnection>& connection) {
+  return std::static_pointer_cast<CTcpclient>(CPeerConnMgr::IfLive(connection));  // there are no others
+}
+
+uint32_t TimeoutBefore(FileLink::TimePoint end) {
+  if (end == SocketLink::kNoEnd) return kMessageTimeoutMs;
+  const auto leftMs = std::chrono::ceil<std::chrono::milliseconds>(end - CondVar::Clock::now()).count();
+  return static_cast<uint32_t>(std::clamp<int64_t>(leftMs, 0, kMessageTimeoutMs));
+}
+
+FileLink::TimePoint WriteEnd(const FileLink::Bounds& bounds) {
+  if (bounds.writeMs == INT64_MAX) return bounds.end;
+  return std::min(bounds.end, CondVar::Clock::now() + std::chrono::milliseconds(bounds.writeMs));
+}
+
+}  // namespace
+
+bool FileLink::Exchange(std::span<const uint8_t> message, FileAnswerBuffer& answer, const Bounds& bounds) {
+  answerError_ = 0;
+  return Send(message, bounds) > 0 && Receive(answer, bounds) > 0;
+}
+
+// Each call is made as an application's would be: with the error number cleared, on a live instance.
+int32_t FileLink::Send(std::span<const uint8_t> message, const Bounds& bounds) const {
+  SetErrno(ZEL_OK);
+  if (const auto client = LiveClient(connection_))
+    return client->SendBefore(port_, kFileAddress, message, TimeoutBefore(bounds.end), WriteEnd(bounds));
+  SetErrno(ZEL_E_HANDLE);
+  return -1;
+}
+
+int32_t FileLink::Receive(FileAnswerBuffer& answer, const Bounds& bounds) {
+  SetErrno(ZEL_OK);
+  if (const auto client = LiveClient(connection_)) {
+    const int32_t size =
+        client->Recv(nullptr, answer.data(), static_cast<uint32_t>(answer.size()), TimeoutBefore(bounds.end));
+    answerError_ = client->answerError();
+    return size;
+  }
+  SetErrno(ZEL_E_HANDLE);
+  return -1;
+}
+
+}  // namespace libzel
