@@ -209,6 +209,21 @@ enum class FileKind { kBinary, kText };
 // not inherited by child processes and never one of the descriptors 0 to 2. kText has line ends as the system wants them.
 std::FILE* OpenForReading(const char* path, FileKind kind);
 
+// A file that is open for reading.
+using FileHandle = std::intptr_t;
+inline constexpr FileHandle kNoFile = -1;
+
+// Opens whatever stands at a UTF-8 path, links followed, and waits for nobody, as the other end of a pipe would want:
+// kNoFile with the reason in errno. The caller closes the handle, which child processes do not inherit and which is none
+// of the descriptors 0 to 2.
+FileHandle OpenUtf8Path(const char* path);
+void CloseFile(FileHandle file);
+// What is open.
+FileInfo GetOpenFileInfo(FileHandle file);
+// Reads from an offset: the bytes that were read, which are fewer only at the end of the file, or as many as there were
+// before one that cannot be read; -1 with the reason in errno when that is the first.
+int64_t ReadFileAt(FileHandle file, uint64_t offset, std::span<uint8_t> buffer);
+
 // ---- Network adapters (Adapters.cpp) ----------------------------------------------------------------------
 
 struct Adapter {
