@@ -57,6 +57,7 @@ extern "C" {
 #define LIBZELX_E_TOO_LATE 20483     /**< must be set before libzel_init */
 #define LIBZELX_E_TOO_LONG 20484     /**< the frame would be longer than 10485760 bytes; nothing was sent */
 #define LIBZELX_E_FILE_CHANGED 20485 /**< the file became shorter while it was sent */
+#define LIBZELX_E_DEVICE 20486       /**< the device refused; its error word tells why */
 /** @} */
 
 /** Writes the release of the library, the version of its package, to the pointers that are not null.
@@ -348,6 +349,47 @@ LIBZELX_SIZE(libzelx_Stats, 152);
  * numbers are read one by one while they may change. Set `out->size` before. Result: 0, 8193 (ZEL_E_HANDLE),
  * or 8196 (ZEL_E_PARAM: null, or a bad size). */
 ZEL_API int32_t libzelx_getStats(ZelInstance instance, libzelx_Stats* out);
+
+/** @} */
+
+/** @defgroup beyond_files Files
+ * Sending files to several devices at a time, each with exactly one end.
+ * @{ */
+
+/** The progress or the end of a transfer. */
+typedef struct libzelx_FileEvent {
+  size_t size;     /**< sizeof(libzelx_FileEvent) */
+  uint64_t ticket; /**< of libzelx_sendFile */
+  uint64_t sent;   /**< bytes that the device has taken */
+  uint64_t total;  /**< the file's length when it was opened; no more is sent */
+  int32_t ended;   /**< 1 in exactly one event, the last */
+  /** With `ended`: 0 all sent; LIBZELX_E_CANCELLED, LIBZELX_E_FILE_CHANGED, LIBZELX_E_DEVICE, 12291
+   * (ZEL_E_FILE_READ), 12294 (ZEL_E_FILE_TRANSFER: the network), 4104 (ZEL_E_TIMEOUT). Else 0. */
+  int32_t result;
+  uint32_t deviceError; /**< the device's error word; else 0 */
+  uint32_t reserved;    /**< 0 */
+  uint64_t readOffset;  /**< with 12291: where the file could not be read */
+} libzelx_FileEvent;
+LIBZELX_SIZE(libzelx_FileEvent, 56);
+
+/** The progress of a transfer, and its end. Runs on a thread that sends files, one call at a time per ticket.
+ * -1 cancels, every other value lets it go on. `user` is in use until the call with `ended` has returned. */
+typedef int32_t (*libzelx_FileCallback)(const libzelx_FileEvent* event, void* user);
+
+/** Sends a file to a device on a thread of the library, and returns when it is opened. Files to one device
+ * are sent one after the other, in order. `callback` is not null. `*ticket` (may be null) is set before the
+ * callback can run, and is 0 when the call fails; tickets count from 1 in a process and are never used again.
+ * May be called from a callback. libzel_destory ends all transfers as cancelled, and has run their callbacks
+ * when it returns, but for the one that it is called from. Result: 0 when the callback will tell the end;
+ * else the callback will not run:
+ * - 8196 (ZEL_E_PARAM): null target, path or callback, a remote path of 256 bytes or more,
+ * - 12289 (ZEL_E_FILE_OPEN): the file cannot be opened, is no regular file, or has 2 GiB or more. */
+ZEL_API int32_t libzelx_sendFile(const ZelDeviceAddr* target, const char* localPath, const char* remotePath,
+                                 libzelx_FileCallback callback, void* user, uint64_t* ticket);
+
+/** Asks a transfer to end; it is not waited for. Result: 0: the end comes, as LIBZELX_E_CANCELLED unless
+ * another one is on its way; 1 (no error): it has come; 8196 (ZEL_E_PARAM: no such ticket was ever given). */
+ZEL_API int32_t libzelx_cancelFile(uint64_t ticket);
 
 /** @} */
 

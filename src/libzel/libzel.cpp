@@ -7,6 +7,7 @@
 #include "libzel/Guard.h"
 #include "platform/Platform.h"
 #include "utils/Options.h"
+#include "zelclient/FileSender.h"
 #include "zelclient/ZelScanClient.h"
 #include "zelcomm/ZelDeviceIdGenerator.h"
 
@@ -112,7 +113,9 @@ int32_t libzel_releaseInstance(ZelInstance instance) {
 
 int32_t libzel_destory() {
   return Guard(kTheCode, [] {
+    FileSender::Instance().CancelAll();  // first: the end of their links is not their reason
     CPeerConnMgr::Instance().ReleaseAll();
+    FileSender::Instance().AwaitEnds();
     StopSockets();
     return ZEL_OK;
   });

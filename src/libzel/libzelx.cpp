@@ -20,6 +20,7 @@ const char* libzelx_strerror(int32_t code) {
     case LIBZELX_E_TOO_LATE: return "must be set before libzel_init";
     case LIBZELX_E_TOO_LONG: return "frame longer than 10485760 bytes, nothing sent";
     case LIBZELX_E_FILE_CHANGED: return "file became shorter while it was sent";
+    case LIBZELX_E_DEVICE: return "the device refused";
     default: return ErrorCodeText(code);
   }
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 
+#include "utils/Options.h"
 #include "zelclient/ZelCreateFactory.h"
 #include "zelclient/ZelTcpclient.h"
 #include "zelcomm/ErrorCode.h"
@@ -30,6 +31,11 @@ FileLink::TimePoint WriteEnd(const FileLink::Bounds& bounds) {
 }
 
 }  // namespace
+
+FileLink::TimePoint FileLink::EndFromNow() {
+  const int64_t totalMs = OptionsOfProcess().fileTotalMs;
+  return totalMs == 0 ? SocketLink::kNoEnd : CondVar::Clock::now() + std::chrono::milliseconds(totalMs);
+}
 
 bool FileLink::Exchange(std::span<const uint8_t> message, FileAnswerBuffer& answer, const Bounds& bounds) {
   answerError_ = 0;

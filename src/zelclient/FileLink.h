@@ -23,6 +23,9 @@ class FileLink {
     int64_t writeMs = INT64_MAX;
   };
 
+  // When a transfer's time is over whose turn comes now.
+  static TimePoint EndFromNow();
+
   explicit FileLink(uint16_t port) : port_(port) {}
   void SetConnection(std::weak_ptr<IZelPeerConnection> connection) { connection_ = std::move(connection); }
 

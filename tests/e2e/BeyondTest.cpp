@@ -30,6 +30,7 @@ TEST(BeyondTest, NewCodesHaveTexts) {
   EXPECT_STREQ(libzelx_strerror(LIBZELX_E_TOO_LATE), "must be set before libzel_init");
   EXPECT_STREQ(libzelx_strerror(LIBZELX_E_TOO_LONG), "frame longer than 10485760 bytes, nothing sent");
   EXPECT_STREQ(libzelx_strerror(LIBZELX_E_FILE_CHANGED), "file became shorter while it was sent");
+  EXPECT_STREQ(libzelx_strerror(LIBZELX_E_DEVICE), "the device refused");
 }
 
 TEST(BeyondTest, OldTextsAreTheSame) {
@@ -41,13 +42,13 @@ TEST(BeyondTest, OldTextsAreTheSame) {
 }
 
 TEST(BeyondTest, NewCodesAreUnknownToTheOldFunction) {
-  for (int32_t code = LIBZELX_E_CANCELLED; code <= LIBZELX_E_FILE_CHANGED; ++code) {
+  for (int32_t code = LIBZELX_E_CANCELLED; code <= LIBZELX_E_DEVICE; ++code) {
     EXPECT_STREQ(libzel_strerror(code), "Unknown error code") << code;
   }
 }
 
 TEST(BeyondTest, OtherCodesAreUnknown) {
-  for (const int32_t code : {-1, 0x5000, LIBZELX_E_FILE_CHANGED + 1, INT32_MAX, INT32_MIN}) {
+  for (const int32_t code : {-1, 0x5000, LIBZELX_E_DEVICE + 1, INT32_MAX, INT32_MIN}) {
     EXPECT_STREQ(libzelx_strerror(code), "Unknown error code") << code;
   }
 }

@@ -29,9 +29,12 @@ class FileDevice {
   // Gives the answer to message `number`, counted from 0 over all connections; std::nullopt closes the
   // connection, an empty answer is none.
   using Reaction = std::function<std::optional<Bytes>(const Bytes& message, size_t number)>;
+  // The same with whole frames, for answers that no device should give.
+  using FrameReaction = std::function<std::optional<Bytes>(const Request& request, size_t number)>;
 
   FileDevice() : FileDevice([](const Bytes& message, size_t) { return GoodFileAnswer(message); }) {}
-  explicit FileDevice(Reaction reaction) : reaction_(std::move(reaction)), thread_([this] { Run(); }) {}
+  explicit FileDevice(Reaction reaction) : FileDevice(FrameReaction(InFrames{std::move(reaction)})) {}
+  explicit FileDevice(FrameReaction reaction) : reaction_(std::move(reaction)), thread_([this] { Run(); }) {}
   ~FileDevice() {
     ended_ = true;
     thread_.join();
@@ -47,6 +50,15 @@ class FileDevice {
  private:
   static constexpr int kTurnMs = 10;
 
+  struct InFrames {
+    std::optional<Bytes> operator()(const Request& request, size_t number) const {
+      auto answer = reaction(request.payload, number);
+      if (answer && !answer->empty()) answer = Answer(request.port, request.invokeId, *answer);
+      return answer;
+    }
+    Reaction reaction;
+  };
+
   void Run() {
     while (!ended_) {
       Peer peer = server_.Accept(kTurnMs);
@@ -61,13 +73,13 @@ class FileDevice {
       if (!request.whole) return;
       const size_t number = messages.Count();
       messages.Add(request);
-      const auto answer = reaction_(request.payload, number);
+      const auto answer = reaction_(request, number);
       if (!answer) return;
-      if (!answer->empty() && !peer.Send(Answer(request.port, request.invokeId, *answer))) return;
+      if (!answer->empty() && !peer.Send(*answer)) return;
     }
   }
 
-  const Reaction reaction_;
+  const FrameReaction reaction_;
   ScriptedServer server_;
   std::atomic<int> connections_{0};
   std::atomic<bool> ended_{false};
