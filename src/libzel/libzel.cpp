@@ -113,9 +113,10 @@ int32_t libzel_releaseInstance(ZelInstance instance) {
 
 int32_t libzel_destory() {
   return Guard(kTheCode, [] {
-    FileSender::Instance().CancelAll();  // first: the end of their links is not their reason
+    const uint64_t lastFile =
+        FileSender::Instance().CancelAll();  // first: the end of their links is not their reason
     CPeerConnMgr::Instance().ReleaseAll();
-    FileSender::Instance().AwaitEnds();
+    FileSender::Instance().AwaitEnds(lastFile);
     StopSockets();
     return ZEL_OK;
   });

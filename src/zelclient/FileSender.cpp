@@ -96,15 +96,18 @@ bool FileSender::Cancel(uint64_t ticket) {
   return true;
 }
 
-void FileSender::CancelAll() {
+uint64_t FileSender::CancelAll() {
+  uint64_t last = 0;
   {
     const MutexLock lock(mutex_);
+    last = lastTicket_;
     for (auto& [ticket, job] : jobs_) {
       job.sending->Cancel();
       CancelWaiting(job);
     }
   }
   changed_.NotifyAll();
+  return last;
 }
 
 // One that waits for its turn need not wait for it any more.
@@ -226,13 +229,13 @@ void FileSender::BeginSending(FileSending& sending) {
   sending.Begin(connection, end);
 }
 
-// Between two messages: what was cancelled does not wait for a slow device, and more threads come when they are wanted.
+// Between two messages: what was cancelled does not wait for a slow device, and when more threads are wanted than before
+// they take what waits.
 void FileSender::LookRound() {
   EndCancelled();
   {
     const MutexLock lock(mutex_);
-    const size_t wanted = WantedWorkers();
-    if (std::exchange(seenWorkers_, wanted) == wanted) return;
+    if (FirstReady() == nullptr) return;
   }
   changed_.NotifyAll();
   StartHelp();
@@ -268,17 +271,16 @@ void FileSender::Finish(const Job& job) {
 
 // ---- Waiting for all --------------------------------------------------------------------------------------
 
-void FileSender::AwaitEnds() {
+void FileSender::AwaitEnds(uint64_t last) {
   Waiter waiter{std::this_thread::get_id()};
   const MutexLock lock(mutex_);
-  const uint64_t last = lastTicket_;
   waiter.next = waiters_;
   waiters_ = &waiter;
   changed_.NotifyAll();
-  // A thread that sends files may be the only one.
-  const bool mustHelp = HasJob(waiter.thread);
-  while (IsAwaited(last)) {
-    if (mustHelp && !cancelled_.empty()) {
+  // A thread that sends files may be the only one, and two of them would wait for each other.
+  const bool isSender = HasJob(waiter.thread);
+  while (IsAwaited(last, isSender)) {
+    if (isSender && !cancelled_.empty()) {
       mutex_.unlock();
       EndCancelled();
       mutex_.lock();
@@ -300,10 +302,10 @@ bool FileSender::HasJob(std::thread::id thread) const {
                      [&](const auto& entry) { return entry.second.thread == thread; });
 }
 
-bool FileSender::IsAwaited(uint64_t last) const {
+bool FileSender::IsAwaited(uint64_t last, bool bySender) const {
   for (const auto& [ticket, job] : jobs_) {
     if (ticket > last) return false;
-    if (!IsWaiting(job.thread)) return true;
+    if (!bySender || !IsWaiting(job.thread)) return true;
   }
   return false;
 }

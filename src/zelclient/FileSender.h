@@ -34,11 +34,11 @@ class FileSender {
   // False when the end has come. A file that waits ends as soon as a thread is between two messages.
   bool Cancel(uint64_t ticket);
 
-  // Cancels all that there is.
-  void CancelAll();
-  // Waits until the callbacks of all files that were submitted until now have been told the end, but for those in whose
-  // callbacks threads wait here, which would wait for themselves.
-  void AwaitEnds();
+  // Cancels all that there is, and gives the last ticket of it.
+  uint64_t CancelAll();
+  // Waits until the callbacks of all files up to this ticket, which have been cancelled, have been told the end. Called
+  // from a callback it does not wait for that one, nor for callbacks that wait here themselves.
+  void AwaitEnds(uint64_t last);
 
  private:
   struct Job;
@@ -83,7 +83,7 @@ class FileSender {
 
   void Leave(const Waiter& waiter) ZEL_REQUIRES(mutex_);
   bool HasJob(std::thread::id thread) const ZEL_REQUIRES(mutex_);
-  bool IsAwaited(uint64_t last) const ZEL_REQUIRES(mutex_);
+  bool IsAwaited(uint64_t last, bool bySender) const ZEL_REQUIRES(mutex_);
   bool IsWaiting(std::thread::id thread) const ZEL_REQUIRES(mutex_);
 
   Mutex mutex_;
@@ -97,7 +97,6 @@ class FileSender {
   size_t started_ ZEL_GUARDED_BY(mutex_) = 0;
   size_t idle_ ZEL_GUARDED_BY(mutex_) = 0;
   size_t busyDevices_ ZEL_GUARDED_BY(mutex_) = 0;
-  size_t seenWorkers_ ZEL_GUARDED_BY(mutex_) = 1;  // how many were wanted when last looked
 
   Mutex startMutex_;
   std::array<Thread, kMostWorkers> threads_;
