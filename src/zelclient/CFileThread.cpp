@@ -4,6 +4,7 @@
 
 #include "utils/Forever.h"
 #include "utils/Log.h"
+#include "utils/Options.h"
 #include "zelclient/ZelCreateFactory.h"
 
 namespace libzel {
@@ -61,7 +62,7 @@ void CFileThread::svc() {
       continue;
     }
     transfer->Step();
-    if (transfer->IsComplete()) {
+    if (transfer->IsComplete() || (transfer->IsIdle() && OptionsOfProcess().fileDropUnopened != 0)) {
       Finish(*transfer);
     } else if (transfer->IsIdle()) {
       // It stays first for good; only there is no point in asking it as fast as the machine can.

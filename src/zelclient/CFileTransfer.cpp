@@ -45,27 +45,33 @@ void CFileTransfer::Report() {
 }
 
 void CFileTransfer::Step() {
+  if (!end_) end_ = FileLink::EndFromNow();
+  if (CondVar::Clock::now() >= *end_) {
+    Fail(ZEL_E_TIMEOUT);
+    Report();
+    return;
+  }
   if (IsIdle()) return;
   FileMessageBuffer buffer{};
   const uint32_t size = firstStepPending_ ? WriteFileInfo(buffer) : WriteChunk(buffer);
   error_ = 0;
   FileAnswerBuffer answer{};
-  if (link_.Exchange(std::span(buffer).first(size), answer, {})) {
+  if (link_.Exchange(std::span(buffer).first(size), answer, {.end = *end_})) {
     TakeAnswer(ReadFileAnswer(answer), size);
   } else {
-    Fail();
+    Fail(FileLink::IsOver(*end_) ? ZEL_E_TIMEOUT : ZEL_E_FILE_TRANSFER);
   }
   Report();
 }
 
-void CFileTransfer::Fail() {
-  error_ = ZEL_E_FILE_TRANSFER;
+void CFileTransfer::Fail(int32_t code) {
+  error_ = static_cast<uint32_t>(code);
   stop_ = true;
   state_ = kStateFailed;
 }
 
 void CFileTransfer::FailOnNoMemory() {
-  Fail();
+  Fail(ZEL_E_FILE_TRANSFER);
   Report();
 }
 

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -23,7 +24,8 @@ class CFileTransfer {
 
   // Tells the callback how things stand; its -1 stops the transfer.
   void Report();
-  // Sends the file information, then a chunk each time, and takes the answer. Does nothing without an open file.
+  // Sends the file information, then a chunk each time, and takes the answer. Does nothing without an open file. When the
+  // time is over that the application has set, which runs from the first step on, it ends the transfer with 4104 instead.
   void Step();
   // Ends the transfer with 12294 and tells the callback.
   void FailOnNoMemory();
@@ -44,7 +46,7 @@ class CFileTransfer {
   uint32_t WriteFileInfo(FileMessageBuffer& buffer);
   uint32_t WriteChunk(FileMessageBuffer& buffer);
   void TakeAnswer(const FileAnswer& answer, size_t sentSize);
-  void Fail();
+  void Fail(int32_t code);
 
   bool firstStepPending_ = true;
   bool stop_ = false;
@@ -57,6 +59,7 @@ class CFileTransfer {
   void* const user_;
   const ZelDeviceAddr target_;
   FileLink link_;
+  std::optional<FileLink::TimePoint> end_;  // from the first step on
   const FileTransferCallback callback_;
   const std::shared_ptr<CFile> file_;
   const std::string remotePath_;

@@ -14,6 +14,7 @@ namespace {
 
 constexpr AddressBlock kFileAddress{0x1002, 1};
 constexpr int64_t kMessageTimeoutMs = 1000;
+constexpr std::chrono::milliseconds kEarly{20};  // that a wait may end before its time
 
 std::shared_ptr<CTcpclient> LiveClient(const std::weak_ptr<IZelPeerConnection>& connection) {
   return std::static_pointer_cast<CTcpclient>(CPeerConnMgr::IfLive(connection));  // there are no others
@@ -35,6 +36,10 @@ FileLink::TimePoint WriteEnd(const FileLink::Bounds& bounds) {
 FileLink::TimePoint FileLink::EndFromNow() {
   const int64_t totalMs = OptionsOfProcess().fileTotalMs;
   return totalMs == 0 ? SocketLink::kNoEnd : CondVar::Clock::now() + std::chrono::milliseconds(totalMs);
+}
+
+bool FileLink::IsOver(TimePoint end) {
+  return end != SocketLink::kNoEnd && CondVar::Clock::now() + kEarly >= end;
 }
 
 bool FileLink::Exchange(std::span<const uint8_t> message, FileAnswerBuffer& answer, const Bounds& bounds) {

@@ -25,6 +25,8 @@ class FileLink {
 
   // When a transfer's time is over whose turn comes now.
   static TimePoint EndFromNow();
+  // True when an exchange that failed had no time left.
+  static bool IsOver(TimePoint end);
 
   explicit FileLink(uint16_t port) : port_(port) {}
   void SetConnection(std::weak_ptr<IZelPeerConnection> connection) { connection_ = std::move(connection); }

@@ -12,7 +12,6 @@ namespace libzel {
 namespace {
 
 constexpr int64_t kMaxWriteMs = 5000;
-constexpr std::chrono::milliseconds kEarly{20};  // that a wait may end before its time
 
 // As many bytes as a message has room for, and no part of a character.
 std::string CutName(std::string name) {
@@ -27,10 +26,6 @@ std::string CutName(std::string name) {
 
 FileSending::FileSending(FileOrder order, RegularFile file)
     : order_(std::move(order)), file_(std::move(file)), link_(order_.target.port) {}
-
-bool FileSending::IsOverdue(std::chrono::milliseconds early) const {
-  return bounds_.end != SocketLink::kNoEnd && CondVar::Clock::now() + early >= bounds_.end;
-}
 
 void FileSending::Begin(std::weak_ptr<IZelPeerConnection> connection, FileLink::TimePoint end) {
   link_.SetConnection(std::move(connection));
@@ -69,7 +64,7 @@ libzelx_FileEvent FileSending::Progress() const {
 }
 
 int32_t FileSending::SendNext() {
-  if (IsOverdue({})) return ZEL_E_TIMEOUT;
+  if (CondVar::Clock::now() >= bounds_.end) return ZEL_E_TIMEOUT;
   FileMessageBuffer buffer{};
   uint32_t size = 0;
   if (const int32_t result = WriteNext(buffer, size); result != ZEL_OK) return result;
@@ -114,7 +109,7 @@ int32_t FileSending::WriteChunk(FileMessageBuffer& buffer, uint32_t& size) {
 int32_t FileSending::WhyFailed() {
   if (deviceError_ != 0) return LIBZELX_E_DEVICE;
   if (IsCancelled()) return LIBZELX_E_CANCELLED;
-  return IsOverdue(kEarly) ? ZEL_E_TIMEOUT : ZEL_E_FILE_TRANSFER;
+  return FileLink::IsOver(bounds_.end) ? ZEL_E_TIMEOUT : ZEL_E_FILE_TRANSFER;
 }
 
 // An answer of another type says nothing but that it came.

@@ -5,7 +5,6 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -54,7 +53,6 @@ class FileSending {
   int32_t WriteChunk(FileMessageBuffer& buffer, uint32_t& size);
   int32_t WhyFailed();
   int32_t TakeAnswer(const FileAnswer& answer);
-  bool IsOverdue(std::chrono::milliseconds early) const;
   libzelx_FileEvent Progress() const;
 
   const FileOrder order_;
