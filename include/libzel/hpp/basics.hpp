@@ -2,7 +2,7 @@
 /// Results, bytes, and exceptions in callbacks. Included by libzel.hpp.
 #pragma once
 
-#include <libzel/libzel.h>
+#include <libzel/libzelx.h>
 
 #include <chrono>
 #include <cstddef>
@@ -19,7 +19,7 @@
 
 namespace zel {
 
-/// The unit of all time-outs.
+/// The unit of all time-outs. A negative one is refused (ZEL_E_PARAM).
 using Milliseconds = std::chrono::milliseconds;
 
 /// A code that the C++ header adds: the data does not fit into a message; nothing was sent.
@@ -34,18 +34,18 @@ inline constexpr size_t kMaxPayload = 10485760 - 29;
 class [[nodiscard]] Result {
  public:
   constexpr Result() = default;
-  /// The result with a code of libzel.h.
+  /// The result with a code of libzel.h or libzelx.h.
   constexpr explicit Result(int32_t code) : code_(code) {}
 
   /// True when the code is 0.
   constexpr bool IsOk() const { return code_ == ZEL_OK; }
   /// As IsOk.
   constexpr explicit operator bool() const { return IsOk(); }
-  /// A code of libzel.h or of this header, or whatever a server or device answered.
+  /// A code of libzel.h, of libzelx.h or of this header, or whatever a server or device answered.
   constexpr int32_t Code() const { return code_; }
   /// The constant English text of the code.
   const char* Text() const {
-    return code_ == kErrorCancelled ? "transfer cancelled" : libzel_strerror(code_);
+    return code_ == kErrorCancelled ? "transfer cancelled" : libzelx_strerror(code_);
   }
   /// Says on purpose that a result does not matter.
   constexpr void Ignore() const {}
@@ -175,10 +175,13 @@ bool Contain(Function&& function) noexcept {
   }
 }
 
+inline bool IsNegative(Milliseconds time) { return time < Milliseconds::zero(); }
+
+/// Of a time-out that is not negative.
 template <typename Number>
 Number Clamp(Milliseconds time) {
   using Limits = std::numeric_limits<Number>;
-  if (time.count() <= 0) return 0;
+  if (IsNegative(time)) return 0;
   if (static_cast<uint64_t>(time.count()) > static_cast<uint64_t>((Limits::max)())) return (Limits::max)();
   return static_cast<Number>(time.count());
 }

@@ -2,6 +2,7 @@
 /// Connections: requests, topics, routed messages. Included by libzel.hpp.
 #pragma once
 
+#include <libzel/hpp/answer.hpp>
 #include <libzel/hpp/device_id.hpp>
 
 #include <algorithm>
@@ -78,6 +79,7 @@ class Connection {
   /// The same, with options.
   static ValueOf<Connection> Create(const DeviceId& device, Options options) {
     Connection made;
+    if (detail::IsNegative(options.timeout)) return {Result(ZEL_E_PARAM), std::move(made)};
     made.targets_ = std::make_unique<Targets>();
     made.targets_->onEvent = std::move(options.onEvent);
     made.handle_ = libzel_createInstanceEx(&device.Raw(), 0, detail::Clamp<int32_t>(options.timeout),
@@ -98,7 +100,7 @@ class Connection {
   ZelInstance Handle() const { return handle_; }
 
   /// @name The receive thread
-  /// Topics and routed messages come through it, and it restores a lost link.
+  /// Topics, routed messages and answers come through it, and it restores a lost link.
   /// @{
 
   /// Starts it; again while it runs does nothing.
@@ -108,6 +110,7 @@ class Connection {
   /// Connects again, whatever the present state, and subscribes the topics again. ZEL_E_DISCONNECTED when the
   /// server could not be reached.
   Result Reconnect(Milliseconds timeout) {
+    if (detail::IsNegative(timeout)) return Result(ZEL_E_PARAM);
     if (libzel_reconnect(handle_, detail::Clamp<int32_t>(timeout))) return Result();
     const int32_t code = libzel_get_errno();
     return Result(code == ZEL_E_HANDLE ? code : ZEL_E_DISCONNECTED);
@@ -119,39 +122,80 @@ class Connection {
   /// @}
 
   /// @name Requests
-  /// One thread at a time, and not while the receive thread runs: both would read the same stream.
+  /// Any number of threads at the same time, beside topics, routed messages and publications; each gets its
+  /// own answer. They start the receive thread.
+  /// @{
+
+  /// Sends a request and waits for its answer, which is whole, however long it is. The time-out is for all of
+  /// it: connect, write, wait. From a callback on the receive thread it is refused (LIBZELX_E_WOULD_BLOCK).
+  Answer Request(uint16_t port, Address address, Bytes data, Milliseconds timeout) {
+    libzelx_Request request;
+    if (const int32_t code = Fill(request, port, address, data, timeout)) return detail::Unsent(code);
+    detail::AnswerRoom room;
+    libzelx_Outcome outcome{};
+    outcome.size = sizeof outcome;
+    (void)libzelx_requestEx(handle_, &request, room.data(), room.kSize, &outcome);  // the outcome has it
+    const bool isAnswered = outcome.result == ZEL_OK;
+    return Answer(outcome, room.Copy(isAnswered ? (std::min)(outcome.answerLength, room.kSize) : 0),
+                  detail::ReasonOf(handle_, outcome.result));
+  }
+  /// Sends a request and does not wait: the callback gets the answer, once. It may be called from a callback.
+  /// When the code is not 0 the callback will not run.
+  ValueOf<Ticket> RequestAsync(uint16_t port, Address address, Bytes data, Milliseconds timeout,
+                               AnswerCallback callback) {
+    libzelx_Request request;
+    Ticket ticket;
+    if (!callback) return {Result(ZEL_E_PARAM), ticket};
+    if (const int32_t code = Fill(request, port, address, data, timeout)) return {Result(code), ticket};
+    auto& callbacks = detail::AnswerCallbacks::Instance();
+    ticket.key_ = callbacks.Add({handle_, std::move(callback)});
+    const Result result(libzelx_requestAsync(handle_, &request, detail::AnswerCallbacks::Call,
+                                             reinterpret_cast<void*>(ticket.key_), &ticket.number_));
+    if (!result) (void)callbacks.Take(ticket.key_);
+    return {result, ticket};
+  }
+  /// Gives up waiting for an answer; what was sent stays sent. True when the callback has not run and never
+  /// will. False when it has run, after waiting for it if it runs on another thread, and for a ticket that is
+  /// not this connection's.
+  bool Cancel(const Ticket& ticket) {
+    if (libzelx_cancel(handle_, ticket.number_) != ZEL_OK) return false;
+    (void)detail::AnswerCallbacks::Instance().Take(ticket.key_);
+    return true;
+  }
+  /// Why the link last failed, in one sentence; empty when it never did. It stays when the link comes back.
+  std::string LastFailure() const { return detail::LastFailure(handle_); }
+  /// @}
+
+  /// @name Requests by hand
+  /// One thread at a time, and not while the receive thread runs, which every call above starts: both would
+  /// read the same stream.
   /// @{
 
   /// Sends a request. The time-out is for restoring a lost link, not for the write (libzel_sync_send).
   Result Send(uint16_t port, Address address, Bytes data, Milliseconds timeout) {
+    if (detail::IsNegative(timeout)) return Result(ZEL_E_PARAM);
     if (data.size() > kMaxPayload) return Result(kErrorTooLong);
     const int32_t sent =
         libzel_sync_send(handle_, port, address.idGroup, address.idOffset, data.data(),
                          static_cast<uint32_t>(data.size()), detail::Clamp<uint32_t>(timeout));
     return Result(sent > 0 ? ZEL_OK : FailureCode());
   }
-  /// Waits for the answer to the last request and writes at most `size` bytes of it. The value is the number
-  /// of bytes written, also when the server's answer carries an error, which is then the code.
+  /// Waits for the answer to the last request and writes at most `size` bytes of it; the rest of a longer one
+  /// is lost. The value is the number of bytes written, also when the server's answer carries an error, which
+  /// is then the code.
   ValueOf<size_t> Receive(uint8_t* buffer, size_t size, Milliseconds timeout) {
+    if (detail::IsNegative(timeout)) return {Result(ZEL_E_PARAM), 0};
     const auto room = static_cast<uint32_t>((std::min<size_t>)(size, (std::numeric_limits<int32_t>::max)()));
     const int32_t got = libzel_sync_recv(handle_, nullptr, buffer, room, detail::Clamp<uint32_t>(timeout));
     const int32_t code = libzel_get_errno();
     if (got < 0) return {Result(code != ZEL_OK ? code : ZEL_E_DISCONNECTED), 0};
     return {Result(code), (std::min)(static_cast<size_t>(got), size)};
   }
-  /// As above, into memory of its own: at most `maxSize` bytes, and the rest of a longer answer is lost.
-  ValueOf<std::vector<uint8_t>> Receive(Milliseconds timeout, size_t maxSize = kDefaultAnswerSize) {
-    std::vector<uint8_t> answer(maxSize);
-    const ValueOf<size_t> got = Receive(answer.data(), answer.size(), timeout);
-    answer.resize(*got);
-    return {got, std::move(answer)};
-  }
-  /// Sends, and waits for the answer. The time-out is for each of both.
-  ValueOf<std::vector<uint8_t>> Request(uint16_t port, Address address, Bytes data, Milliseconds timeout,
-                                        size_t maxSize = kDefaultAnswerSize) {
-    const Result sent = Send(port, address, data, timeout);
-    if (!sent) return {sent, {}};
-    return Receive(timeout, maxSize);
+  /// As above, into memory of its own, for up to 10485760 bytes.
+  ValueOf<std::vector<uint8_t>> Receive(Milliseconds timeout) {
+    detail::AnswerRoom room;
+    const ValueOf<size_t> got = Receive(room.data(), room.kSize, timeout);
+    return {got, room.Copy(*got)};
   }
   /// @}
 
@@ -204,7 +248,6 @@ class Connection {
   using TopicSlot = detail::Slot<void(const TopicMessage&)>;
   using RouteSlot = detail::Slot<void(uint16_t, Bytes)>;
 
-  static constexpr size_t kDefaultAnswerSize = 65536;
   static constexpr size_t kPublicationOverhead = 38;
   static constexpr uint16_t kLastReservedPort = 500;
 
@@ -243,6 +286,22 @@ class Connection {
       return Result(libzel__unregisterRouterEvent(handle, port));
     }
   };
+
+  /// 0, or why it cannot be sent.
+  static int32_t Fill(libzelx_Request& request, uint16_t port, Address address, Bytes data,
+                      Milliseconds timeout) {
+    if (detail::IsNegative(timeout)) return ZEL_E_PARAM;
+    if (data.size() > kMaxPayload) return kErrorTooLong;
+    request = {};
+    request.size = sizeof request;
+    request.port = port;
+    request.group = address.idGroup;
+    request.offset = address.idOffset;
+    request.data = data.data();
+    request.length = static_cast<uint32_t>(data.size());
+    request.timeoutMs = detail::Clamp<uint32_t>(timeout);
+    return ZEL_OK;
+  }
 
   static int32_t FailureCode() {
     const int32_t code = libzel_get_errno();

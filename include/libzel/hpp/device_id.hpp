@@ -45,11 +45,13 @@ class DeviceId {
   /// Asks the host (dotted IPv4) for its identifier (libzel_getRemoteZelDeviceId).
   static ValueOf<DeviceId> Of(const std::string& host, Milliseconds timeout) {
     DeviceId id;
+    if (detail::IsNegative(timeout)) return {Result(ZEL_E_PARAM), id};
     const Result result(libzel_getRemoteZelDeviceId(host.c_str(), detail::Clamp<int32_t>(timeout), &id.id_));
     return {result, result ? id : DeviceId()};
   }
   /// Gives the host this identifier (libzel_setRemoteZelDeviceId).
   Result AssignTo(const std::string& host, Milliseconds timeout) const {
+    if (detail::IsNegative(timeout)) return Result(ZEL_E_PARAM);
     return Result(
         libzel_setRemoteZelDeviceId(host.c_str(), ToString().c_str(), detail::Clamp<int32_t>(timeout)));
   }

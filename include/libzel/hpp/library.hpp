@@ -3,6 +3,7 @@
 #pragma once
 
 #include <libzel/hpp/device_id.hpp>
+#include <libzel/hpp/options.hpp>
 
 #include <condition_variable>
 #include <cstdint>
@@ -108,8 +109,8 @@ struct Version {
 /// this object.
 class Library {
  public:
-  /// Starts the library; Start says how that went.
-  Library() : start_(libzel_init()) {}
+  /// Starts the library; Start says how that went. The log is set up before, so that no line goes elsewhere.
+  explicit Library(const Options& options = Options()) : log_(options), start_(libzel_init()) {}
   ~Library() {
     StopScan().Ignore();
     OnDevice(nullptr).Ignore();
@@ -140,6 +141,7 @@ class Library {
   Result StopScan() { return Result(libzel_stopZelScan()); }
 
  private:
+  detail::LogChoice log_;
   Result start_;
 };
 

@@ -1,0 +1,161 @@
+/// @file
+/// How the library is set up: its log. Included by libzel.hpp.
+#pragma once
+
+#include <libzel/hpp/basics.hpp>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace zel {
+
+/// The levels of the log. A line is written when its level is not below the set one. Note the order: kNotice
+/// stands above kError.
+enum class LogLevel : int32_t {
+  kTrace = LIBZELX_LOG_TRACE,      ///< every step
+  kDebug = LIBZELX_LOG_DEBUG,      ///< each message
+  kInfo = LIBZELX_LOG_INFO,        ///< connects
+  kWarning = LIBZELX_LOG_WARNING,  ///< what is wrong and was survived
+  kError = LIBZELX_LOG_ERROR,      ///< failures
+  kNotice = LIBZELX_LOG_NOTICE,    ///< the version, at the start
+  kNothing = LIBZELX_LOG_NOTHING,  ///< no line at all, as a level to set
+};
+
+/// The level's name, "WARNING".
+inline const char* NameOf(LogLevel level) {
+  switch (level) {
+    case LogLevel::kTrace: return "TRACE";
+    case LogLevel::kDebug: return "DEBUG";
+    case LogLevel::kInfo: return "INFO";
+    case LogLevel::kWarning: return "WARNING";
+    case LogLevel::kError: return "ERROR";
+    case LogLevel::kNotice: return "NOTICE";
+    default: return "OTHER";
+  }
+}
+
+/// One line of the library's log.
+struct LogLine {
+  LogLevel level = LogLevel::kTrace;           ///< how bad it is
+  std::chrono::system_clock::time_point time;  ///< when
+  uint32_t thread = 0;                         ///< the system's number of the thread that logs
+  std::string_view file;                       ///< the place in the library's sources
+  std::string_view function;                   ///< the function there
+  int32_t line = 0;                            ///< the line there
+  std::string_view message;                    ///< what, without a line end
+};
+
+/// Takes one line. Runs on the thread that logs, one call at a time in the process: all others that log wait
+/// meanwhile. So let it be quick. It must not call the library, and must not wait for a thread that may be in
+/// the library.
+using LogSink = std::function<void(const LogLine&)>;
+
+/// A sink: writes "libzel WARNING CTcpclient::Connect: message" to std::clog, in one piece.
+inline void ClogSink(const LogLine& line) {
+  std::string text = "libzel ";
+  text.append(NameOf(line.level)).append(" ").append(line.function).append(": ").append(line.message);
+  text += '\n';
+  std::clog << text << std::flush;
+}
+
+/// How a Library is set up. By default, warnings and errors go to std::clog, and nothing to standard output.
+///
+///     zel::Library library(zel::Options().Log(mySink, zel::LogLevel::kInfo));
+class Options {
+ public:
+  /// Hands the lines from this level up to the sink; an empty one drops them all. The Library keeps a copy of
+  /// it, and lets go of it when it ends.
+  Options& Log(LogSink sink, LogLevel level = LogLevel::kWarning) {
+    sink_ = std::move(sink);
+    level_ = level;
+    toStdout_ = false;
+    return *this;
+  }
+  /// The log as a C program has it: standard output, in colour, every message. It stays so after the Library.
+  Options& LogToStdout(LogLevel level = LogLevel::kDebug) {
+    sink_ = nullptr;
+    level_ = level;
+    toStdout_ = true;
+    return *this;
+  }
+
+  /// @name What was chosen
+  /// @{
+
+  /// For the Library.
+  const LogSink& Sink() const { return sink_; }
+  LogLevel Level() const { return level_; }
+  bool IsLogToStdout() const { return toStdout_; }
+  /// @}
+
+ private:
+  /// The version, which is no failure, stays out.
+  static void WriteFailures(const LogLine& line) {
+    if (line.level != LogLevel::kNotice) ClogSink(line);
+  }
+
+  LogSink sink_ = WriteFailures;
+  LogLevel level_ = LogLevel::kWarning;
+  bool toStdout_ = false;
+};
+
+namespace detail {
+
+/// The log as one Library wants it, for as long as that lives or until a later one wants it otherwise. Then
+/// it goes nowhere: threads of the library log until the process ends, and the sink may refer to what goes.
+class LogChoice {
+ public:
+  explicit LogChoice(const Options& options) {
+    const std::lock_guard<std::mutex> lock(OwnerMutex());
+    (void)libzelx_setLogLevel(static_cast<int32_t>(options.Level()));
+    if (options.IsLogToStdout()) {
+      (void)libzelx_setLogSink(libzelx_stdoutSink, nullptr);
+      Owner() = nullptr;
+      return;
+    }
+    if (options.Sink()) sink_ = std::make_unique<LogSink>(options.Sink());
+    (void)libzelx_setLogSink(sink_ != nullptr ? Call : nullptr, sink_.get());
+    Owner() = this;
+  }
+  ~LogChoice() {
+    const std::lock_guard<std::mutex> lock(OwnerMutex());
+    if (Owner() != this) return;
+    (void)libzelx_setLogSink(nullptr, nullptr);
+    Owner() = nullptr;
+  }
+  LogChoice(const LogChoice&) = delete;
+  LogChoice& operator=(const LogChoice&) = delete;
+
+ private:
+  static std::mutex& OwnerMutex() {
+    static auto* const mutex = new std::mutex;
+    return *mutex;
+  }
+  static const LogChoice*& Owner() {
+    static const LogChoice* owner = nullptr;
+    return owner;
+  }
+
+  static void Call(int32_t level, int64_t unixNs, uint32_t thread, const char* file, const char* function,
+                   int32_t line, const char* message, void* user) {
+    using Clock = std::chrono::system_clock;
+    const auto sinceEpoch = std::chrono::duration_cast<Clock::duration>(std::chrono::nanoseconds(unixNs));
+    (void)Contain([&] {
+      (*static_cast<const LogSink*>(user))({static_cast<LogLevel>(level), Clock::time_point(sinceEpoch),
+                                            thread, file, function, line, message});
+    });
+  }
+
+  std::unique_ptr<LogSink> sink_;
+};
+
+}  // namespace detail
+
+}  // namespace zel

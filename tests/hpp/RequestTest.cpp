@@ -1,0 +1,252 @@
+// Requests of a zel::Connection: from several threads, their answers, and why there is none.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Device.h"
+#include "Gathered.h"
+
+namespace zeltest {
+namespace {
+
+using zel::Milliseconds;
+constexpr Milliseconds kPlenty{20000};
+constexpr uint16_t kEcho = 600;
+constexpr uint16_t kRefuses = 601;
+constexpr uint16_t kSilent = 602;
+constexpr uint16_t kMegabyte = 603;
+
+// An instance of a device that nobody is.
+zel::Connection ConnectToNobody() {
+  (void)TheLibrary();
+  return *zel::Connection::Create(*zel::DeviceId::Parse("127.0.0.9.0.1"), {Milliseconds(200), nullptr});
+}
+
+// How many of the thread's questions got another answer than what was asked.
+int WrongAnswers(zel::Connection& connection, int thread, int count) {
+  int wrong = 0;
+  for (int i = 0; i < count; ++i) {
+    const std::string question =
+        "thread " + std::to_string(thread) + " question " + std::string(static_cast<size_t>(i % 50), 'x');
+    const zel::Answer answer = connection.Request(kEcho, {}, question, kPlenty);
+    if (!answer || zel::Bytes(*answer).AsText() != question) ++wrong;
+  }
+  return wrong;
+}
+
+int WrongAnswersOfThreads(zel::Connection& connection, int threads, int count) {
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> all;
+  for (int i = 0; i < threads; ++i) {
+    all.emplace_back([&, i] { wrong += WrongAnswers(connection, i, count); });
+  }
+  for (auto& thread : all) thread.join();
+  return wrong;
+}
+
+TEST(RequestTest, ThreeThreadsGetTheirOwnAnswers) {
+  zel::Connection connection = Connect();
+  EXPECT_EQ(WrongAnswersOfThreads(connection, 3, 100), 0);
+}
+
+TEST(RequestTest, EightThreadsGetTheirOwnAnswersBesideEverythingElse) {
+  std::atomic<bool> done{false};
+  Gathered<bool> topics, routed;
+  zel::Connection connection = Connect();
+  ASSERT_TRUE(connection.Subscribe("flood", [&](const zel::TopicMessage&) { topics.Add(true); }));
+  ASSERT_TRUE(connection.Route(700, [&](uint16_t, zel::Bytes) { routed.Add(true); }));
+  std::thread publisher([&] {
+    while (!done) connection.Publish("press/4", "21.5").Ignore();
+  });
+  EXPECT_EQ(WrongAnswersOfThreads(connection, 8, 100), 0);
+  done = true;
+  publisher.join();
+  EXPECT_TRUE(topics.Await(1));
+  EXPECT_TRUE(routed.Await(1));
+}
+
+TEST(RequestTest, AnswerOfAMegabyteIsWhole) {
+  zel::Connection connection = Connect();
+  const zel::Answer answer = connection.Request(kMegabyte, {}, {}, kPlenty);
+  EXPECT_TRUE(answer) << answer.Text();
+  EXPECT_EQ(answer->size(), 1048576U);
+}
+
+TEST(RequestTest, LongestAnswerIsWhole) {
+  std::vector<uint8_t> question(zel::kMaxPayload);
+  for (size_t i = 0; i < question.size(); ++i) question[i] = static_cast<uint8_t>(i * 7 >> 3);
+  zel::Connection connection = Connect();
+  const zel::Answer answer = connection.Request(kEcho, {}, question, kPlenty);
+  EXPECT_TRUE(answer) << answer.Text();
+  EXPECT_TRUE(*answer == question);
+}
+
+TEST(RequestTest, DevicesErrorIsToldFromTheLibrarys) {
+  zel::Connection connection = Connect();
+  const zel::Answer refused = connection.Request(kRefuses, {}, "x", kPlenty);
+  EXPECT_FALSE(refused);
+  EXPECT_TRUE(refused.IsAnswered());
+  EXPECT_EQ(refused.DeviceError(), 5U);
+  EXPECT_EQ(refused.Code(), 5);
+  EXPECT_EQ(refused->size(), 3U);
+  EXPECT_EQ(refused.Reason(), "");
+}
+
+TEST(RequestTest, RefusedConnectIsTheReasonAndNothingWasSent) {
+  zel::Connection connection = ConnectToNobody();
+  ASSERT_TRUE(connection.SetReconnectInterval(std::chrono::seconds(0)));
+  const zel::Answer answer = connection.Request(kEcho, {}, "x", Milliseconds(2000));
+  EXPECT_EQ(answer.Code(), ZEL_E_DISCONNECTED);
+  EXPECT_FALSE(answer.IsAnswered());
+  EXPECT_FALSE(answer.MayBeSent());
+  EXPECT_EQ(answer.DeviceError(), 0U);
+  EXPECT_EQ(answer.Reason(), "connect 127.0.0.9:9999: refused");
+}
+
+TEST(RequestTest, LastFailureTellsForEveryOtherCall) {
+  zel::Connection up = Connect();
+  EXPECT_EQ(up.LastFailure(), "");
+  zel::Connection down = ConnectToNobody();
+  EXPECT_EQ(down.Publish("t", "x").Code(), ZEL_E_DISCONNECTED);
+  EXPECT_EQ(down.LastFailure(), "connect 127.0.0.9:9999: refused");
+}
+
+TEST(RequestTest, SilenceMayHaveBeenSent) {
+  zel::Connection connection = Connect();
+  const zel::Answer answer = connection.Request(kSilent, {}, "x", Milliseconds(100));
+  EXPECT_EQ(answer.Code(), ZEL_E_TIMEOUT);
+  EXPECT_FALSE(answer.IsAnswered());
+  EXPECT_TRUE(answer.MayBeSent());
+  EXPECT_EQ(answer.Reason(), "");
+}
+
+TEST(RequestTest, WhatDoesNotFitIsRefusedUnsent) {
+  zel::Connection connection = Connect();
+  const std::vector<uint8_t> large(zel::kMaxPayload + 1);
+  const zel::Answer answer = connection.Request(kEcho, {}, large, kPlenty);
+  EXPECT_EQ(answer.Code(), zel::kErrorTooLong);
+  EXPECT_FALSE(answer.MayBeSent());
+}
+
+TEST(RequestTest, NegativeTimeoutIsRefused) {
+  constexpr Milliseconds kNegative{-1};
+  zel::Connection connection = Connect();
+  EXPECT_EQ(connection.Request(kEcho, {}, "x", kNegative).Code(), ZEL_E_PARAM);
+  EXPECT_EQ(connection.RequestAsync(kEcho, {}, "x", kNegative, [](const zel::Answer&) {}).Code(),
+            ZEL_E_PARAM);
+  EXPECT_EQ(connection.Send(kEcho, {}, "x", kNegative).Code(), ZEL_E_PARAM);
+  EXPECT_EQ(connection.Receive(kNegative).Code(), ZEL_E_PARAM);
+  EXPECT_EQ(connection.Reconnect(kNegative).Code(), ZEL_E_PARAM);
+  EXPECT_EQ(zel::Connection::Create(TheDevice(), {kNegative, nullptr}).Code(), ZEL_E_PARAM);
+  EXPECT_EQ(zel::DeviceId::Of(kDeviceHost, kNegative).Code(), ZEL_E_PARAM);
+  EXPECT_EQ(TheDevice().AssignTo(kDeviceHost, kNegative).Code(), ZEL_E_PARAM);
+}
+
+TEST(RequestTest, CallbackOnTheReceiveThreadIsToldThatItWouldBlock) {
+  Gathered<zel::Answer> answers;
+  zel::Connection connection = Connect();
+  ASSERT_TRUE(connection.Route(
+      700, [&](uint16_t, zel::Bytes) { answers.Add(connection.Request(kEcho, {}, "x", kPlenty)); }));
+  ASSERT_TRUE(connection.StartLoop());
+  ASSERT_TRUE(answers.Await(1));
+  EXPECT_EQ(answers.All().at(0).Code(), LIBZELX_E_WOULD_BLOCK);
+  EXPECT_FALSE(answers.All().at(0).MayBeSent());
+  EXPECT_STREQ(answers.All().at(0).Text(), "called on the thread that it would wait for");
+  ASSERT_TRUE(connection.StopLoop());
+}
+
+TEST(RequestTest, CallbackMayAskAnotherConnection) {
+  Gathered<std::string> answers;
+  zel::Connection other = Connect();
+  zel::Connection connection = Connect();
+  ASSERT_TRUE(connection.Route(700, [&](uint16_t, zel::Bytes) {
+    answers.Add(std::string(zel::Bytes(*other.Request(kEcho, {}, "from a callback", kPlenty)).AsText()));
+  }));
+  ASSERT_TRUE(connection.StartLoop());
+  ASSERT_TRUE(answers.Await(2));
+  EXPECT_EQ(answers.All().at(0), "from a callback");
+  ASSERT_TRUE(connection.StopLoop());
+}
+
+// ---- Without waiting --------------------------------------------------------------------------------------
+
+TEST(RequestTest, CallbackGetsTheAnswer) {
+  Gathered<zel::Answer> answers;
+  zel::Connection connection = Connect();
+  const auto asked = connection.RequestAsync(kEcho, {1, 2}, "what", kPlenty,
+                                             [&](zel::Answer a) { answers.Add(std::move(a)); });
+  EXPECT_TRUE(asked) << asked.Text();
+  EXPECT_NE(asked->Number(), 0U);
+  ASSERT_TRUE(answers.Await(1));
+  EXPECT_EQ(zel::Bytes(*answers.All().at(0)).AsText(), "what");
+  EXPECT_FALSE(connection.Cancel(*asked));
+}
+
+TEST(RequestTest, CallbackMayAskOn) {
+  Gathered<std::string> answers;
+  zel::Connection connection = Connect();
+  const auto add = [&](const zel::Answer& a) { answers.Add(std::string(zel::Bytes(*a).AsText())); };
+  EXPECT_TRUE(connection.RequestAsync(kEcho, {}, "first", kPlenty, [&](const zel::Answer& a) {
+    add(a);
+    connection.RequestAsync(kEcho, {}, "second", kPlenty, add).Ignore();
+  }));
+  ASSERT_TRUE(answers.Await(2));
+  EXPECT_EQ(answers.All(), (std::vector<std::string>{"first", "second"}));
+}
+
+TEST(RequestTest, CancelledCallbackIsLetGoOfAndNeverRuns) {
+  auto held = std::make_shared<int>(1);
+  const std::weak_ptr<int> seen = held;
+  Gathered<int> calls;
+  zel::Connection connection = Connect();
+  const auto asked =
+      connection.RequestAsync(kSilent, {}, "x", kPlenty, [&, held](const zel::Answer&) { calls.Add(*held); });
+  held.reset();
+  EXPECT_FALSE(seen.expired());
+  EXPECT_TRUE(connection.Cancel(*asked));
+  EXPECT_TRUE(seen.expired());
+  EXPECT_FALSE(connection.Cancel(*asked));
+  connection.Release();
+  EXPECT_TRUE(calls.All().empty());
+}
+
+TEST(RequestTest, ReleaseEndsWhatWaits) {
+  Gathered<int> codes;
+  zel::Connection connection = Connect();
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_TRUE(connection.RequestAsync(kSilent, {}, "x", kPlenty,
+                                        [&](const zel::Answer& answer) { codes.Add(answer.Code()); }));
+  }
+  connection.Release();
+  EXPECT_EQ(codes.All(), std::vector<int>(3, LIBZELX_E_CANCELLED));
+}
+
+TEST(RequestTest, CallbackIsToldThatNoAnswerCame) {
+  Gathered<zel::Answer> answers;
+  zel::Connection connection = Connect();
+  EXPECT_TRUE(connection.RequestAsync(kSilent, {}, "x", Milliseconds(50),
+                                      [&](zel::Answer a) { answers.Add(std::move(a)); }));
+  ASSERT_TRUE(answers.Await(1));
+  EXPECT_EQ(answers.All().at(0).Code(), ZEL_E_TIMEOUT);
+  EXPECT_TRUE(answers.All().at(0).MayBeSent());
+}
+
+TEST(RequestTest, RefusedCallbackIsNotKept) {
+  auto held = std::make_shared<int>(1);
+  const std::weak_ptr<int> seen = held;
+  zel::Connection connection = ConnectToNobody();
+  EXPECT_EQ(connection
+                .RequestAsync(kEcho, {}, "x", Milliseconds(100),
+                              [kept = std::move(held)](const zel::Answer&) { (void)kept; })
+                .Code(),
+            ZEL_E_DISCONNECTED);
+  EXPECT_TRUE(seen.expired());
+  EXPECT_EQ(connection.RequestAsync(kEcho, {}, "x", kPlenty, nullptr).Code(), ZEL_E_PARAM);
+}
+
+}  // namespace
+}  // namespace zeltest
