@@ -10,26 +10,14 @@ import pytest
 import zel
 
 
-def test_request_gives_the_answer(connection):
-    assert connection.request(600, b"what", group=1, offset=2, timeout=5) == b"what"
-    assert connection.request(600, timeout=5) == b""
+def test_answer_by_hand_is_cut_to_the_room_there_is(connection):
+    connection.send(600, b"abcdef")
+    assert connection.receive(timeout=5, max_size=4) == b"abcd"
 
 
-def test_answer_is_cut_to_the_room_there_is(connection):
-    assert connection.request(600, b"abcdef", timeout=5, max_size=4) == b"abcd"
-
-
-def test_servers_error_is_raised_with_its_data(connection):
-    with pytest.raises(zel.ZelError) as raised:
-        connection.request(601, b"x", timeout=5)
-    assert raised.value.code == 5
-    assert len(raised.value.data) == 3
-
-
-def test_silence_is_a_timeout(connection):
-    with pytest.raises(zel.ZelTimeout) as raised:
-        connection.request(602, b"x", timeout=0.1)
-    assert isinstance(raised.value, TimeoutError)
+def test_answer_by_hand_is_whole_otherwise(connection):
+    connection.send(603)
+    assert len(connection.receive(timeout=20)) == 1048576
 
 
 def test_what_does_not_fit_is_refused(connection):

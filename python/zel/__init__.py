@@ -11,9 +11,11 @@
 
 The library is loaded and set up by the first call that needs it, and discovery's thread then runs until the process
 ends: it multicasts a request every ten seconds. ZEL_LIBRARY names the library's file; without it libzel.so.0 or
-libzel.dll is looked for as the system does. The library's log goes to standard output.
+libzel.dll is looked for as the system does. The library's log goes to logging.getLogger("zel"), unless init() says
+otherwise.
 
-Time-outs are in seconds. A failed call raises ZelError, with the library's code and text. Callbacks run on the library's
+Time-outs are in seconds; a negative one raises ValueError. A failed call raises ZelError, with the library's code and text,
+and the reason when the link failed; a device's own error raises ZelDeviceError. Callbacks run on the library's
 threads, one at a time per connection; an exception that leaves one goes to sys.unraisablehook, but for that of a file
 transfer's, which stops the transfer and is raised by FileTransfer.wait(). A connection can be closed or its receive
 thread stopped from every thread, but not from a callback (RuntimeError).
@@ -21,9 +23,11 @@ thread stopped from every thread, but not from a callback (RuntimeError).
 
 from ._connection import Connection, Event, Message, Subscription
 from ._device import DeviceId
-from ._errors import ErrorCode, ZelDisconnected, ZelError, ZelTimeout, error_text
+from ._errors import ErrorCode, ZelDeviceError, ZelDisconnected, ZelError, ZelTimeout, error_text
 from ._files import FileProgress, FileState, FileTransfer, send_file
 from ._library import version
+from ._log import STDOUT, init
+from ._requests import Request
 from ._scan import Device, Scan, scan
 from ._version import __version__
 
@@ -37,13 +41,17 @@ __all__ = [
     "FileState",
     "FileTransfer",
     "Message",
+    "Request",
+    "STDOUT",
     "Scan",
     "Subscription",
+    "ZelDeviceError",
     "ZelDisconnected",
     "ZelError",
     "ZelTimeout",
     "__version__",
     "error_text",
+    "init",
     "scan",
     "send_file",
     "version",

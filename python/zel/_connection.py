@@ -12,7 +12,7 @@ from types import TracebackType
 from typing import Any, Callable, Dict, Iterator, List, Optional, Sequence, Type
 
 from ._device import DeviceId, DeviceLike, from_raw, to_raw
-from ._errors import ErrorCode, check, error
+from ._errors import ErrorCode, ZelDeviceError, ZelError, check, error
 from ._library import (
     EventFunction,
     RouteFunction,
@@ -24,6 +24,7 @@ from ._library import (
     refuse_in_callback,
     started,
 )
+from ._requests import BytesLike, Request, ask, fill, last_failure, payload, reason_of, receive, submit
 
 _MAX_FRAME = 10485760
 _REQUEST_OVERHEAD = 29
@@ -88,8 +89,8 @@ class Connection:
     """One connection to the server of a device. Use it in a `with`, or close it.
 
     A server that is not there is no failure: sends and the receive thread connect later, and `on_event` tells. Topics
-    and routed messages come through the receive thread (start_loop). Requests do not work while it runs: both would read
-    the same stream; use a second connection for them.
+    and routed messages come through the receive thread (start_loop); the first request starts it, too. Any number of threads
+    may use one connection.
     """
 
     def __init__(
@@ -144,7 +145,12 @@ class Connection:
     def reconnect(self, timeout: float = 1.5) -> None:
         """Connects again, whatever the present state, and subscribes the topics again."""
         if not self._library.libzel_reconnect(self._handle, milliseconds(timeout)):
-            raise error(self._library.libzel_get_errno() or ErrorCode.DISCONNECTED)
+            raise self._error(self._library.libzel_get_errno() or ErrorCode.DISCONNECTED)
+
+    @property
+    def last_failure(self) -> str:
+        """Why the link last failed, in one sentence; "" when it never did. It stays when the link comes back."""
+        return last_failure(self._handle)
 
     def set_reconnect_interval(self, seconds: int) -> None:
         """The least time between two automatic reconnects."""
@@ -152,48 +158,57 @@ class Connection:
 
     # ---- Requests
 
-    def send(self, port: int, data: bytes = b"", *, group: int = 0, offset: int = 0, timeout: float = 1.0) -> None:
+    def request(
+        self, port: int, data: BytesLike = b"", *, group: int = 0, offset: int = 0, timeout: float = 1.0
+    ) -> bytes:
+        """Sends a request and waits for its answer, which is whole, however long it is.
+
+        The time-out is for all of it: connect, write, wait. Any number of threads may ask at the same time, beside topics,
+        routed messages and publications. Raises ZelDeviceError when the device answers with an error.
+        """
+        return ask(self._handle, fill(port, data, group, offset, timeout))
+
+    def submit(
+        self, port: int, data: BytesLike = b"", *, group: int = 0, offset: int = 0, timeout: float = 1.0
+    ) -> Request:
+        """Sends a request and gives a concurrent.futures.Future of its answer, which can be cancelled.
+
+        May be called from a callback. What is added to the future with add_done_callback runs on the receive thread.
+        """
+        return submit(self._handle, fill(port, data, group, offset, timeout))
+
+    # ---- Requests by hand: one thread at a time, and not while the receive thread runs, which request() starts
+
+    def send(
+        self, port: int, data: BytesLike = b"", *, group: int = 0, offset: int = 0, timeout: float = 1.0
+    ) -> None:
         """Sends a request without waiting for its answer."""
-        _check_port(port)
-        if len(data) > _MAX_FRAME - _REQUEST_OVERHEAD:
-            raise error(ErrorCode.TOO_LONG)
+        raw = fill(port, data, group, offset, timeout)
         sent = self._library.libzel_sync_send(
-            self._handle, port, group, offset, bytes(data), len(data), milliseconds(timeout)
+            self._handle, port, group, offset, raw.data, raw.length, raw.timeoutMs
         )
         if sent <= 0:
-            raise error(self._library.libzel_get_errno() or ErrorCode.DISCONNECTED)
+            raise self._error(self._library.libzel_get_errno() or ErrorCode.DISCONNECTED)
 
-    def receive(self, timeout: float = 1.0, max_size: int = 65536) -> bytes:
-        """The answer to the last request, cut to `max_size`. A server's error is raised, with the data it sent."""
-        buffer = ctypes.create_string_buffer(max(max_size, 1))
-        got = self._library.libzel_sync_recv(self._handle, None, buffer, max_size, milliseconds(timeout))
-        code = self._library.libzel_get_errno()
-        data = buffer.raw[: max(0, min(got, max_size))]
-        if got < 0 or code != 0:
-            raise error(code or ErrorCode.DISCONNECTED, data)
+    def receive(self, timeout: float = 1.0, max_size: int = _MAX_FRAME) -> bytes:
+        """The answer to the last send(); the rest of one that is longer than `max_size` is lost.
+
+        A server's error is raised, with the data it sent.
+        """
+        got, code, data = receive(self._handle, timeout, max_size)
+        if got < 0:
+            raise self._error(code or ErrorCode.DISCONNECTED)
+        if code != 0:
+            raise ZelDeviceError(code, data)
         return data
-
-    def request(
-        self,
-        port: int,
-        data: bytes = b"",
-        *,
-        group: int = 0,
-        offset: int = 0,
-        timeout: float = 1.0,
-        max_size: int = 65536,
-    ) -> bytes:
-        """Sends a request and waits for its answer; the time-out is for each of both."""
-        self.send(port, data, group=group, offset=offset, timeout=timeout)
-        return self.receive(timeout, max_size)
 
     # ---- Topics
 
-    def publish(self, topic: str, data: bytes, *, group: int = 0, offset: int = 0) -> None:
-        name = _topic_bytes(topic)
-        if len(name) + len(data) + _PUBLICATION_OVERHEAD > _MAX_FRAME - _REQUEST_OVERHEAD:
+    def publish(self, topic: str, data: BytesLike, *, group: int = 0, offset: int = 0) -> None:
+        name, given = _topic_bytes(topic), payload(data)
+        if len(name) + len(given) + _PUBLICATION_OVERHEAD > _MAX_FRAME - _REQUEST_OVERHEAD:
             raise error(ErrorCode.TOO_LONG)
-        check(self._library.libzel_publish(self._handle, group, offset, name, bytes(data), len(data)))
+        self._check(self._library.libzel_publish(self._handle, group, offset, name, given, len(given)))
 
     def subscribe(self, topic: str, callback: TopicCallback) -> None:
         """Subscribes, or gives a subscribed topic another callback.
@@ -208,7 +223,7 @@ class Connection:
         code = self._library.libzel_subscribe(self._handle, name, _TOPIC, number)
         if earlier is not None:
             _targets.remove(earlier)
-        check(code)
+        self._check(code)
 
     def unsubscribe(self, topic: str) -> None:
         """Ends a subscription; a callback that runs at this moment is not waited for."""
@@ -217,7 +232,7 @@ class Connection:
         number = self._topics.pop(topic, None)
         if number is not None:
             _targets.remove(number)
-        check(self._library.libzel_unsubscribe(self._handle, name))
+        self._check(self._library.libzel_unsubscribe(self._handle, name))
 
     def messages(self, *topics: str, timeout: Optional[float] = None) -> Subscription:
         """Subscribes topics and gives an iterator over what is published, ending after `timeout` without any.
@@ -248,6 +263,13 @@ class Connection:
         if number is not None:
             _targets.remove(number)
         check(self._library.libzel__unregisterRouterEvent(self._handle, port))
+
+    def _error(self, code: int) -> ZelError:
+        return error(code, reason=reason_of(self._handle, code))
+
+    def _check(self, code: int) -> None:
+        if code != 0:
+            raise self._error(code)
 
     def _refuse_closed(self) -> None:
         if self._handle == 0:

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import enum
+from typing import Any, Dict, Optional, Tuple, Type
 
 from ._library import load
 
@@ -34,23 +35,42 @@ class ErrorCode(enum.IntEnum):
     FILE_READ = 12291
     FILE_HANDLE = 12293
     FILE_TRANSFER = 12294
+    ENDED = 20481
+    """A request ended early: the connection was closed, or its receive thread stopped."""
+    WOULD_BLOCK = 20482
+    TOO_LATE = 20483
+    FRAME_TOO_LONG = 20484
+    FILE_CHANGED = 20485
 
 
 def error_text(code: int) -> str:
     """The English text of a code."""
     if code == ErrorCode.CANCELLED:
         return "transfer cancelled"
-    return str(load().libzel_strerror(code).decode("ascii"))
+    return str(load().libzelx_strerror(code).decode("ascii"))
 
 
 class ZelError(Exception):
-    """A failed call: `code`, `text`, and `data`, what a server sent along with its error."""
+    """A failed call: `code`, `text`, and
 
-    def __init__(self, code: int, data: bytes = b"") -> None:
+    - `data`: what a device sent along with its error;
+    - `reason`: why the link failed, "connect 10.0.0.9:9999: refused", when that is the cause, else "";
+    - `may_be_sent`: of a request, False when nothing of it has left, so that asking again is safe; True when it may have
+      reached the device. None when that is not known, or no request failed. Nothing is ever sent twice by itself.
+    """
+
+    def __init__(
+        self, code: int, data: bytes = b"", *, reason: str = "", may_be_sent: Optional[bool] = None
+    ) -> None:
         self.code = code
         self.text = error_text(code)
         self.data = data
-        super().__init__(f"{self.text} ({code})")
+        self.reason = reason
+        self.may_be_sent = may_be_sent
+        super().__init__(f"{self.text} ({code})" + (f": {reason}" if reason else ""))
+
+    def __reduce__(self) -> Tuple[Any, ...]:
+        return _rebuild, (type(self), self.code, self.data, self.reason, self.may_be_sent)
 
 
 class ZelTimeout(ZelError, TimeoutError):
@@ -61,13 +81,18 @@ class ZelDisconnected(ZelError, ConnectionError):
     """The connection is down and could not be restored."""
 
 
-def error(code: int, data: bytes = b"") -> ZelError:
-    """The exception for a code."""
-    if code == ErrorCode.TIMEOUT:
-        return ZelTimeout(code, data)
-    if code == ErrorCode.DISCONNECTED:
-        return ZelDisconnected(code, data)
-    return ZelError(code, data)
+class ZelDeviceError(ZelError):
+    """The device answered with an error of its own: `code` is its error word, which may be any number."""
+
+
+def _rebuild(kind: Type[ZelError], code: int, data: bytes, reason: str, may_be_sent: Optional[bool]) -> ZelError:
+    return kind(code, data, reason=reason, may_be_sent=may_be_sent)
+
+
+def error(code: int, data: bytes = b"", *, reason: str = "", may_be_sent: Optional[bool] = None) -> ZelError:
+    """The exception for a code of the library's."""
+    kinds: Dict[int, Type[ZelError]] = {ErrorCode.TIMEOUT: ZelTimeout, ErrorCode.DISCONNECTED: ZelDisconnected}
+    return kinds.get(code, ZelError)(code, data, reason=reason, may_be_sent=may_be_sent)
 
 
 def check(code: int) -> None:

@@ -8,8 +8,8 @@ import itertools
 import os
 import sys
 import threading
-from contextlib import contextmanager
-from ctypes import POINTER, c_bool, c_char, c_char_p, c_float, c_int32, c_size_t, c_uint8, c_uint16, c_uint32
+from contextlib import ExitStack, contextmanager
+from ctypes import POINTER, c_bool, c_char, c_char_p, c_float, c_int32, c_int64, c_size_t, c_uint8, c_uint16, c_uint32
 from ctypes import c_uint64, c_void_p
 from typing import Any, Callable, Dict, Iterator, List, Optional, Tuple
 
@@ -37,9 +37,44 @@ class RawScanResult(ctypes.Structure):
     ]
 
 
+class RawRequest(ctypes.Structure):
+    _fields_ = [
+        ("size", c_size_t),
+        ("port", c_uint16),
+        ("command", c_uint16),
+        ("group", c_uint32),
+        ("offset", c_uint32),
+        ("data", c_char_p),
+        ("length", c_uint32),
+        ("timeoutMs", c_uint32),
+    ]
+
+
+class RawOutcome(ctypes.Structure):
+    _fields_ = [
+        ("size", c_size_t),
+        ("result", c_int32),
+        ("deviceError", c_uint32),
+        ("answerLength", c_uint32),
+        ("maySent", c_uint32),
+    ]
+
+
+class RawStats(ctypes.Structure):
+    _fields_ = [
+        ("size", c_size_t),
+        ("connected", c_int32),
+        ("inFlight", c_uint32),
+        ("connectedMs", c_int64),
+        ("counts", c_uint64 * 16),
+    ]
+
+
 EventFunction = ctypes.CFUNCTYPE(None, POINTER(RawDeviceId), c_void_p, c_int32)
 TopicFunction = ctypes.CFUNCTYPE(None, c_uint32, c_uint32, c_char_p, c_void_p, c_uint32, c_void_p)
 RouteFunction = ctypes.CFUNCTYPE(None, c_uint16, c_void_p, c_uint32, c_void_p)
+AnswerFunction = ctypes.CFUNCTYPE(None, c_uint64, POINTER(RawOutcome), c_void_p, c_void_p)
+LogFunction = ctypes.CFUNCTYPE(None, c_int32, c_int64, c_uint32, c_char_p, c_char_p, c_int32, c_char_p, c_void_p)
 ScanFunction = ctypes.CFUNCTYPE(None, RawScanResult, c_void_p)
 FileFunction = ctypes.CFUNCTYPE(c_int32, POINTER(RawDeviceId), c_uint32, c_float, c_uint32, c_uint8, c_void_p)
 
@@ -47,7 +82,6 @@ _PROTOTYPES: Dict[str, Tuple[Any, List[Any]]] = {
     "libzel_init": (c_int32, []),
     "libzel_version": (c_int32, [POINTER(c_uint32), POINTER(c_uint32), POINTER(c_uint32)]),
     "libzel_get_errno": (c_int32, []),
-    "libzel_strerror": (c_char_p, [c_int32]),
     "libzel_destory": (c_int32, []),
     "libzel_createInstanceEx": (c_size_t, [POINTER(RawDeviceId), c_uint32, c_int32, EventFunction, c_void_p]),
     "libzel_releaseInstance": (c_int32, [c_size_t]),
@@ -72,12 +106,25 @@ _PROTOTYPES: Dict[str, Tuple[Any, List[Any]]] = {
         c_uint32,
         [RawDeviceAddress, c_uint64, c_uint64, c_char_p, c_char_p, FileFunction, c_void_p],
     ),
+    "libzelx_strerror": (c_char_p, [c_int32]),
+    "libzelx_requestEx": (c_int32, [c_size_t, POINTER(RawRequest), c_void_p, c_uint32, POINTER(RawOutcome)]),
+    "libzelx_requestAsync": (
+        c_int32,
+        [c_size_t, POINTER(RawRequest), AnswerFunction, c_void_p, POINTER(c_uint64)],
+    ),
+    "libzelx_cancel": (c_int32, [c_size_t, c_uint64]),
+    "libzelx_lastFailure": (c_int32, [c_size_t, c_char_p, c_size_t]),
+    "libzelx_getStats": (c_int32, [c_size_t, POINTER(RawStats)]),
+    "libzelx_setLogSink": (c_int32, [LogFunction, c_void_p]),
+    "libzelx_setLogLevel": (c_int32, [c_int32]),
 }
 
 _lock = threading.RLock()
 _loaded: Optional[ctypes.CDLL] = None
 _is_started = False
+_before_start: List[Callable[[], None]] = []
 _at_exit: List[Callable[[], None]] = []
+_at_end: List[Callable[[], None]] = []
 
 
 def load() -> ctypes.CDLL:
@@ -100,6 +147,8 @@ def started() -> ctypes.CDLL:
     library = load()
     with _lock:
         if not _is_started:
+            for function in _before_start:
+                function()
             code = library.libzel_init()
             if code != 0:
                 raise OSError(code, "the system's socket library did not start")
@@ -108,16 +157,31 @@ def started() -> ctypes.CDLL:
     return library
 
 
+def stdout_sink() -> Any:
+    """The library's own log sink."""
+    return ctypes.cast(load().libzelx_stdoutSink, LogFunction)
+
+
+def before_start(function: Callable[[], None]) -> None:
+    """Has a function called before the library is set up."""
+    _before_start.append(function)
+
+
 def at_exit(function: Callable[[], None]) -> None:
     """Has a function called before the library is shut down."""
     _at_exit.append(function)
 
 
+def at_end(function: Callable[[], None]) -> None:
+    """Has a function called when the library has been shut down."""
+    _at_end.append(function)
+
+
 def _finish() -> None:
-    # The library's threads must not call into an interpreter that is going away.
-    for function in _at_exit:
-        function()
-    load().libzel_destory()
+    # The library's threads must not call into an interpreter that is going away. Each is done whatever another raises.
+    with ExitStack() as last_to_first:
+        for function in [*_at_exit, load().libzel_destory, *_at_end][::-1]:
+            last_to_first.callback(function)
 
 
 def version() -> str:
@@ -128,7 +192,9 @@ def version() -> str:
 
 
 def milliseconds(seconds: float) -> int:
-    return max(0, min(int(seconds * 1000), 0x7FFFFFFF))
+    if not seconds >= 0:
+        raise ValueError(f"not a time-out: {seconds}")
+    return int(min(seconds * 1000, 0x7FFFFFFF))
 
 
 class Targets:

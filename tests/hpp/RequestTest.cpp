@@ -55,18 +55,18 @@ TEST(RequestTest, ThreeThreadsGetTheirOwnAnswers) {
 
 TEST(RequestTest, EightThreadsGetTheirOwnAnswersBesideEverythingElse) {
   std::atomic<bool> done{false};
-  Gathered<bool> topics, routed;
+  std::atomic<int> topics{0}, routed{0};
   zel::Connection connection = Connect();
-  ASSERT_TRUE(connection.Subscribe("flood", [&](const zel::TopicMessage&) { topics.Add(true); }));
-  ASSERT_TRUE(connection.Route(700, [&](uint16_t, zel::Bytes) { routed.Add(true); }));
+  ASSERT_TRUE(connection.Subscribe("flood", [&](const zel::TopicMessage&) { ++topics; }));
+  ASSERT_TRUE(connection.Route(700, [&](uint16_t, zel::Bytes) { ++routed; }));
   std::thread publisher([&] {
     while (!done) connection.Publish("press/4", "21.5").Ignore();
   });
   EXPECT_EQ(WrongAnswersOfThreads(connection, 8, 100), 0);
   done = true;
   publisher.join();
-  EXPECT_TRUE(topics.Await(1));
-  EXPECT_TRUE(routed.Await(1));
+  EXPECT_GT(topics, 0);
+  EXPECT_GT(routed, 0);
 }
 
 TEST(RequestTest, AnswerOfAMegabyteIsWhole) {

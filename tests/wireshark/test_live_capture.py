@@ -29,7 +29,7 @@ def run_traffic(lab):
     zel.DeviceId.of(HOST, timeout=5)
     with zel.Connection(DEVICE, timeout=5) as connection:
         connection.request(600, b"hello", group=0x11, offset=0x22, timeout=5)
-        connection.request(600, LARGE, timeout=5, max_size=len(LARGE))
+        connection.request(600, LARGE, timeout=5)
         connection.request(602, b"late", timeout=5)
         with pytest.raises(zel.ZelError):
             connection.request(601, b"x", timeout=5)
