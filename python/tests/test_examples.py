@@ -20,6 +20,17 @@ def test_request():
     assert run("request.py", DEVICE, 601, "what") == (1, "alaready disconnect (5)\n")
 
 
+def test_request_tells_why_nobody_answers():
+    refused = "alaready disconnect (5): connect 127.0.0.9:9999: refused\n"
+    assert run("request.py", "127.0.0.9.0.1", 600, "what") == (1, refused)
+
+
+def test_ask_many():
+    right = "400 of 400 answers were right\n"
+    assert run("ask_many.py", DEVICE, 600, 602) == (0, "the slow one was given up\n" + right)
+    assert run("ask_many.py", DEVICE, 600, 600) == (0, "the slow one answered 4 bytes\n" + right)
+
+
 def test_discover():
     assert run("discover.py", 3) == (0, "10.77.0.2.0.1 10.77.0.2 press-4 1.5\n")
 
@@ -39,7 +50,7 @@ def test_subscribe():
     assert lines == [b"PENDING", b"CONNECTED", b"flood"]
 
 
-@pytest.mark.parametrize("example", ["request", "subscribe", "send_file"])
+@pytest.mark.parametrize("example", ["ask_many", "request", "subscribe", "send_file"])
 def test_usage_is_told(example):
     code, text = run(f"{example}.py")
     assert code == 1 and f"{example}.py DEVICE" in text

@@ -6,7 +6,7 @@ import logging
 import queue
 import threading
 import traceback
-from typing import Any, Optional, Tuple, Union
+from typing import Optional, Tuple, Union
 
 from ._library import LogFunction, at_end, before_start, callback_scope, load, started, stdout_sink
 
@@ -101,6 +101,11 @@ class _Pump:
         self.logger.handle(record)
 
 
+# As of any library: a program that sets up no logging hears nothing. Some lines come with each message, of a port that
+# nobody asked for, say.
+_default = logging.getLogger("zel")
+_default.addHandler(logging.NullHandler())
+
 _lock = threading.RLock()
 _pump: Optional[_Pump] = None
 _is_chosen = False
@@ -120,7 +125,7 @@ _LINE = LogFunction(_on_line)
 _NOBODY = LogFunction()
 
 
-def init(*, log: Any = logging.getLogger("zel"), level: Optional[int] = None) -> None:
+def init(*, log: LogTarget = _default, level: Optional[int] = None) -> None:
     """Sets the library up; without this call the first one that needs the library does, with the defaults.
 
     `log` is where the library's log goes: a logging.Logger, STDOUT, or None for nowhere. `level` is one of logging's:
@@ -161,7 +166,7 @@ def _library_level(level: int) -> int:
 
 def _choose_default() -> None:
     if not _is_chosen:
-        _choose(logging.getLogger("zel"), None)
+        _choose(_default, None)
 
 
 def _detach() -> None:

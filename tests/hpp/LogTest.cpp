@@ -92,6 +92,31 @@ TEST(LogTest, NothingElseGoesThere) {
   EXPECT_EQ(clog.Get(), "");
 }
 
+// A device that sends what nobody asked for makes a line of each.
+TEST(LogTest, RepeatedFailuresGoThereOnce) {
+  const ClogText clog;
+  {
+    const zel::Library library;
+    for (int i = 0; i < 100; ++i) LogAnError("topic" + std::to_string(i));
+  }
+  EXPECT_TRUE(Has(clog.Get(), "topic:topic0 no subscribe\n")) << clog.Get();
+  EXPECT_FALSE(Has(clog.Get(), "topic:topic1 no subscribe\n")) << clog.Get();
+}
+
+TEST(LogTest, HeldBackFailuresAreCountedWithTheNext) {
+  const ClogText clog;
+  zel::LogSink sink = Options().Sink();
+  zel::LogLine line{LogLevel::kError, {}, 1, "File.cpp", "Class::Function", 7, "again"};
+  for (int i = 0; i < 4; ++i) sink(line);
+  line.time += std::chrono::seconds(10);
+  sink(line);
+  line.line = 8;
+  sink(line);
+  const std::string written = "libzel ERROR Class::Function: again\n";
+  EXPECT_EQ(clog.Get(),
+            written + "libzel ERROR Class::Function: 3 more like the next one\n" + written + written);
+}
+
 TEST(LogTest, NothingGoesToStandardOutputByDefault) {
   const ClogText clog;
   EXPECT_EQ(StdoutOf([] {

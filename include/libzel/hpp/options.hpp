@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -65,7 +66,42 @@ inline void ClogSink(const LogLine& line) {
   std::clog << text << std::flush;
 }
 
-/// How a Library is set up. By default, warnings and errors go to std::clog, and nothing to standard output.
+namespace detail {
+
+/// The sink of those who choose none: failures on std::clog. Some come with each message, of a port that
+/// nobody asked for, say. So of those from one place in the library only one is written in a while.
+class FailureSink {
+ public:
+  void operator()(const LogLine& line) {
+    if (line.level == LogLevel::kNotice) return;  // the version is no failure
+    Place& place = places_[{std::string(line.file), line.line}];
+    const bool isRepeated = place.wasWritten && line.time - place.written < kPause;
+    place.heldBack = isRepeated ? place.heldBack + 1 : place.heldBack;
+    if (isRepeated) return;
+    if (place.heldBack != 0) {
+      LogLine more = line;
+      const std::string text = std::to_string(place.heldBack) + " more like the next one";
+      more.message = text;
+      ClogSink(more);
+    }
+    ClogSink(line);
+    place = {true, line.time, 0};
+  }
+
+ private:
+  static constexpr std::chrono::seconds kPause{10};
+  struct Place {
+    bool wasWritten = false;
+    std::chrono::system_clock::time_point written;
+    uint64_t heldBack = 0;
+  };
+  std::map<std::pair<std::string, int32_t>, Place> places_;
+};
+
+}  // namespace detail
+
+/// How a Library is set up. By default, warnings and errors go to std::clog, repeated ones now and then, and
+/// nothing to standard output.
 ///
 ///     zel::Library library(zel::Options().Log(mySink, zel::LogLevel::kInfo));
 class Options {
@@ -96,12 +132,7 @@ class Options {
   /// @}
 
  private:
-  /// The version, which is no failure, stays out.
-  static void WriteFailures(const LogLine& line) {
-    if (line.level != LogLevel::kNotice) ClogSink(line);
-  }
-
-  LogSink sink_ = WriteFailures;
+  LogSink sink_ = detail::FailureSink();
   LogLevel level_ = LogLevel::kWarning;
   bool toStdout_ = false;
 };
