@@ -2,8 +2,8 @@
 //
 //   discover [SECONDS]
 //
-// Looks for 5 seconds or as told and prints each device once, on standard error; the library's own log goes
-// to standard output. Exit status: 0 found some, 1 none or an error.
+// Looks for 5 seconds or as told and prints each device once, on standard error. Exit status: 0 found some, 1
+// none or an error.
 #include <cstdlib>
 #include <iostream>
 #include <libzel/libzel.hpp>

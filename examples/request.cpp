@@ -2,9 +2,8 @@
 //
 //   request DEVICE PORT TEXT
 //
-// DEVICE is an identifier (192.168.1.20.0.1), PORT the router port of whoever answers there. The library's
-// own log goes to standard output, the answer to standard error. Exit status: 0 answered, 1 an error, 2
-// usage.
+// DEVICE is an identifier (192.168.1.20.0.1), PORT the router port of whoever answers there. Prints on
+// standard error, where the library's failures go, too. Exit status: 0 answered, 1 an error, 2 usage.
 #include <cstdlib>
 #include <iostream>
 #include <libzel/libzel.hpp>
@@ -25,6 +24,7 @@ int main(int argc, char** argv) {
   const auto answer = connection->Request(port, {1, 2}, argv[3], std::chrono::seconds(2));
   if (!answer) {
     std::cerr << answer.Code() << ": " << answer.Text() << "\n";
+    if (!answer.Reason().empty()) std::cerr << answer.Reason() << "\n";
     return 1;
   }
   std::cerr << zel::Bytes(*answer).AsText() << "\n";

@@ -3,7 +3,7 @@
 //   send_file DEVICE PORT FILE REMOTE
 //
 // PORT is the device's port for files, REMOTE the name that the file gets there. Progress goes to standard
-// error, the library's own log to standard output. Exit status: 0 sent, 1 an error, 2 usage.
+// error. Exit status: 0 sent, 1 an error, 2 usage.
 #include <cstdlib>
 #include <iostream>
 #include <libzel/libzel.hpp>

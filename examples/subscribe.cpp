@@ -2,8 +2,8 @@
 //
 //   subscribe DEVICE TOPIC [COUNT]
 //
-// Ends after COUNT publications (default 10), each of which it prints on standard error; the library's own
-// log goes to standard output. Exit status: 0 all seen, 1 an error, 2 usage.
+// Ends after COUNT publications (default 10), each of which it prints on standard error. Exit status: 0 all
+// seen, 1 an error, 2 usage.
 #include <cstdlib>
 #include <future>
 #include <iostream>
