@@ -25,10 +25,10 @@ def test_request_tells_why_nobody_answers():
     assert run("request.py", "127.0.0.9.0.1", 600, "what") == (1, refused)
 
 
-def test_ask_many():
+def test_many_requests():
     right = "400 of 400 answers were right\n"
-    assert run("ask_many.py", DEVICE, 600, 602) == (0, "the slow one was given up\n" + right)
-    assert run("ask_many.py", DEVICE, 600, 600) == (0, "the slow one answered 4 bytes\n" + right)
+    assert run("many_requests.py", DEVICE, 600, 602) == (0, "the slow one was given up\n" + right)
+    assert run("many_requests.py", DEVICE, 600, 600) == (0, "the slow one answered 4 bytes\n" + right)
 
 
 def test_discover():
@@ -50,7 +50,7 @@ def test_subscribe():
     assert lines == [b"PENDING", b"CONNECTED", b"flood"]
 
 
-@pytest.mark.parametrize("example", ["ask_many", "request", "subscribe", "send_file"])
+@pytest.mark.parametrize("example", ["many_requests", "request", "subscribe", "send_file"])
 def test_usage_is_told(example):
     code, text = run(f"{example}.py")
     assert code == 1 and f"{example}.py DEVICE" in text

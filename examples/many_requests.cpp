@@ -1,6 +1,6 @@
 // Several threads ask a device on one connection, while one more request is not waited for.
 //
-//   ask_many DEVICE PORT SLOW_PORT
+//   many_requests DEVICE PORT SLOW_PORT
 //
 // Each thread asks PORT, where a device answers with what it was sent, and counts the answers that are right.
 // SLOW_PORT is asked without waiting, and given up when the threads are done. Exit status: 0 all were right,
@@ -48,7 +48,7 @@ int AskAll(zel::Connection& connection, uint16_t port) {
 int main(int argc, char** argv) {
   const auto device = argc == 4 ? zel::DeviceId::Parse(argv[1]) : std::nullopt;
   if (!device) {
-    std::cerr << "usage: ask_many DEVICE PORT SLOW_PORT\n";
+    std::cerr << "usage: many_requests DEVICE PORT SLOW_PORT\n";
     return 2;
   }
   zel::Library library;

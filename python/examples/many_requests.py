@@ -1,6 +1,6 @@
 """Several threads ask a device on one connection, while one more request is not waited for:
 
-ask_many.py DEVICE PORT SLOW_PORT
+many_requests.py DEVICE PORT SLOW_PORT
 
 Each thread asks PORT, where a device answers with what it was sent. SLOW_PORT is asked without waiting, and given up when
 the threads are done.
