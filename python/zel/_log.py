@@ -176,7 +176,8 @@ def _detach() -> None:
         earlier, _pump = _pump, None
         if earlier is not None:
             load().libzelx_setLogSink(_NOBODY, None)
-            earlier.stop()
+    if earlier is not None:
+        earlier.stop()
 
 
 before_start(_choose_default)

@@ -144,6 +144,7 @@ TEST(RequestTest, NegativeTimeoutIsRefused) {
   EXPECT_EQ(connection.Send(kEcho, {}, "x", kNegative).Code(), ZEL_E_PARAM);
   EXPECT_EQ(connection.Receive(kNegative).Code(), ZEL_E_PARAM);
   EXPECT_EQ(connection.Reconnect(kNegative).Code(), ZEL_E_PARAM);
+  EXPECT_EQ(connection.SetReconnectInterval(std::chrono::seconds(-1)).Code(), ZEL_E_PARAM);
   EXPECT_EQ(zel::Connection::Create(TheDevice(), {kNegative, nullptr}).Code(), ZEL_E_PARAM);
   EXPECT_EQ(zel::DeviceId::Of(kDeviceHost, kNegative).Code(), ZEL_E_PARAM);
   EXPECT_EQ(TheDevice().AssignTo(kDeviceHost, kNegative).Code(), ZEL_E_PARAM);
@@ -173,6 +174,17 @@ TEST(RequestTest, CallbackMayAskAnotherConnection) {
   ASSERT_TRUE(answers.Await(2));
   EXPECT_EQ(answers.All().at(0), "from a callback");
   ASSERT_TRUE(connection.StopLoop());
+}
+
+// As when a request restores its link, and the event callback asks another connection.
+TEST(RequestTest, RequestInsideARequestHasRoomOfItsOwn) {
+  const uint8_t* kept = nullptr;
+  {
+    zel::detail::AnswerRoom outer, inner;
+    EXPECT_NE(outer.data(), inner.data());
+    kept = outer.data();
+  }
+  EXPECT_EQ(zel::detail::AnswerRoom().data(), kept);
 }
 
 // ---- Without waiting --------------------------------------------------------------------------------------

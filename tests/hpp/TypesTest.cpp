@@ -85,6 +85,29 @@ TEST(TypesTest, BytesViewWhateverHoldsBytes) {
 #endif
 }
 
+TEST(TypesTest, BytesTakeAllOfAnArrayOfBytes) {
+  const uint8_t bytes[] = {0, 1, 2, 0};
+  std::byte plain[] = {std::byte{7}, std::byte{0}};
+  const char texts[] = {0, 1, 2, 3};
+  EXPECT_EQ(zel::Bytes(bytes).Copy(), (std::vector<uint8_t>{0, 1, 2, 0}));
+  EXPECT_EQ(zel::Bytes(plain).Copy(), (std::vector<uint8_t>{7, 0}));
+  EXPECT_EQ(zel::Bytes(texts).Copy(), (std::vector<uint8_t>{0, 1, 2, 3}));
+}
+
+TEST(TypesTest, BytesOfALiteralHaveItsNulsButTheLast) {
+  EXPECT_EQ(zel::Bytes("a\0b").AsText(), std::string_view("a\0b", 3));
+  EXPECT_TRUE(zel::Bytes("").empty());
+}
+
+TEST(TypesTest, BytesOfAPointerEndAtTheNul) {
+  char buffer[] = "ab\0c";
+  char* const text = buffer;
+  const char* const none = nullptr;
+  EXPECT_EQ(zel::Bytes(text).AsText(), "ab");
+  EXPECT_EQ(zel::Bytes(buffer, 4).AsText(), std::string_view("ab\0c", 4));
+  EXPECT_TRUE(zel::Bytes(none).empty());
+}
+
 TEST(TypesTest, LibraryTellsItsVersion) {
   const zel::Version version = zel::Library::GetVersion();
   std::ostringstream text;

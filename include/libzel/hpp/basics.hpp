@@ -12,6 +12,7 @@
 #include <limits>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -29,6 +30,16 @@ inline constexpr int32_t kErrorCancelled = -2;
 
 /// The most payload bytes that a request carries.
 inline constexpr size_t kMaxPayload = 10485760 - 29;
+
+namespace detail {
+
+template <typename Item>
+inline constexpr bool kIsByte =
+    std::is_same_v<Item, uint8_t> || std::is_same_v<Item, int8_t> || std::is_same_v<Item, std::byte>;
+template <typename Text>
+inline constexpr bool kIsText = std::is_same_v<Text, const char*> || std::is_same_v<Text, char*>;
+
+}  // namespace detail
 
 /// A code and its text. Small: pass it by value.
 class [[nodiscard]] Result {
@@ -83,7 +94,7 @@ class [[nodiscard]] ValueOf : public Result {
 
 /// A view of bytes that somebody else owns (a std::span takes one as it is), made from anything that holds
 /// bytes or characters in a row: a string, a literal (without its NUL), a std::vector<uint8_t>, a std::array,
-/// a std::span, or a pointer and a size.
+/// a std::span, an array of bytes, or a pointer and a size. What could be meant in two ways does not compile.
 class Bytes {
  public:
   constexpr Bytes() = default;
@@ -92,8 +103,22 @@ class Bytes {
 
   /// The view holds no copy: what it is made from must live as long as the view is used.
   constexpr Bytes(const uint8_t* data, size_t size) : data_(data), size_(size) {}
-  Bytes(const char* text) : Bytes(std::string_view(text)) {}
-  Bytes(std::string_view text) : data_(reinterpret_cast<const uint8_t*>(text.data())), size_(text.size()) {}
+  Bytes(const char* data, size_t size) : Bytes(reinterpret_cast<const uint8_t*>(data), size) {}
+  /// No bytes are Bytes().
+  Bytes(std::nullptr_t, size_t) = delete;
+  /// A literal, with the NULs inside it.
+  template <size_t kSize>
+  Bytes(const char (&literal)[kSize]) : Bytes(literal, literal[kSize - 1] == '\0' ? kSize - 1 : kSize) {}
+  /// A text up to its NUL, or all of it? Say std::string_view(buffer), or {buffer, size}.
+  template <size_t kSize>
+  Bytes(char (&)[kSize]) = delete;
+  /// All of the array.
+  template <typename Item, size_t kSize, std::enable_if_t<detail::kIsByte<Item>, int> = 0>
+  Bytes(const Item (&array)[kSize]) : Bytes(reinterpret_cast<const uint8_t*>(array), kSize) {}
+  /// A text up to its NUL; null is no bytes.
+  template <typename Text, std::enable_if_t<detail::kIsText<Text>, int> = 0>
+  Bytes(const Text& text) : Bytes(text, text != nullptr ? std::char_traits<char>::length(text) : 0) {}
+  /// All of the container.
   template <typename Container,
             typename Item = std::remove_pointer_t<decltype(std::declval<Container&>().data())>,
             typename = std::enable_if_t<sizeof(Item) == 1 && std::is_trivially_copyable_v<Item> &&

@@ -115,9 +115,13 @@ class Connection {
     const int32_t code = libzel_get_errno();
     return Result(code == ZEL_E_HANDLE ? code : ZEL_E_DISCONNECTED);
   }
-  /// Sets the least time between two automatic reconnects, 2 s in a new connection.
-  Result SetReconnectInterval(std::chrono::duration<uint32_t> interval) {
-    return Result(libzel_reconnect_delay_set(handle_, interval.count()));
+  /// Sets the least time between two automatic reconnects, 2 s in a new connection. A negative one is refused
+  /// (ZEL_E_PARAM).
+  Result SetReconnectInterval(std::chrono::seconds interval) {
+    if (interval < std::chrono::seconds::zero()) return Result(ZEL_E_PARAM);
+    constexpr std::chrono::seconds::rep kMost = (std::numeric_limits<uint32_t>::max)();
+    return Result(
+        libzel_reconnect_delay_set(handle_, static_cast<uint32_t>((std::min)(interval.count(), kMost))));
   }
   /// @}
 
