@@ -63,6 +63,26 @@ TEST_F(DiscoveryTest, CallbackMayRemoveItself) {
   library.OnDevice(nullptr).Ignore();
 }
 
+TEST_F(DiscoveryTest, EndOfAnotherLibraryLeavesTheScan) {
+  Gathered<zel::Device> found;
+  ASSERT_TRUE(library.OnDevice([&](const zel::Device& device) { found.Add(device); }));
+  ASSERT_TRUE(library.StartScan());
+  { const zel::Library other; }
+  EXPECT_TRUE(found.Await(2));
+  library.OnDevice(nullptr).Ignore();
+}
+
+TEST_F(DiscoveryTest, CallbackEndsWithItsLibrary) {
+  auto held = std::make_shared<int>(1);
+  const std::weak_ptr<int> seen = held;
+  {
+    zel::Library other;
+    ASSERT_TRUE(other.OnDevice([kept = std::move(held)](const zel::Device&) { (void)kept; }));
+    EXPECT_FALSE(seen.expired());
+  }
+  EXPECT_TRUE(seen.expired());
+}
+
 TEST_F(DiscoveryTest, HostTellsAndTakesItsIdentifier) {
   const auto id = zel::DeviceId::Of(kDeviceHost, kTimeout);
   EXPECT_TRUE(id) << id.Text();

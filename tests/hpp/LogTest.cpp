@@ -227,6 +227,17 @@ TEST(LogTest, EndOfAnEarlierLibraryLeavesTheLogOfALaterOne) {
   EXPECT_EQ(second.CountOf("topic:a no subscribe"), 1U);
 }
 
+TEST(LogTest, EndOfALaterLibraryGivesTheLogBack) {
+  Lines first, second;
+  {
+    const zel::Library earlier(Options().Log(first.Sink()));
+    { const zel::Library later(Options().Log(second.Sink(), LogLevel::kNothing)); }
+    LogAnError();
+  }
+  EXPECT_EQ(first.CountOf("topic:a no subscribe"), 1U);
+  EXPECT_EQ(second.All().size(), 0U);
+}
+
 TEST(LogTest, ExceptionOfASinkGoesToTheHandler) {
   Gathered<std::string> texts;
   zel::SetExceptionHandler([&](std::exception_ptr thrown) {

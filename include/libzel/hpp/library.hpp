@@ -50,6 +50,35 @@ inline Device ToDevice(const ZelScanResult& raw) {
   return device;
 }
 
+/// The first Library sets the library up, the last one lets it go.
+class LibraryCount {
+ public:
+  static Result Enter() {
+    LibraryCount& all = Instance();
+    const std::lock_guard<std::mutex> lock(all.mutex_);
+    if (all.count_ == 0) all.start_ = Result(libzel_init());
+    ++all.count_;
+    return all.start_;
+  }
+  static void Leave() {
+    LibraryCount& all = Instance();
+    const std::lock_guard<std::mutex> lock(all.mutex_);
+    if (--all.count_ != 0) return;
+    (void)libzel_stopZelScan();
+    (void)libzel_destory();  // always 0
+  }
+
+ private:
+  static LibraryCount& Instance() {
+    static auto* const all = new LibraryCount;
+    return *all;
+  }
+
+  std::mutex mutex_;
+  int count_ = 0;
+  Result start_;
+};
+
 /// The one scan callback of the program.
 class ScanTarget {
  public:
@@ -59,12 +88,18 @@ class ScanTarget {
   }
 
   /// Waits for a call of the earlier callback that is going on, except on its own thread.
-  void Set(DeviceCallback callback) {
+  void Set(DeviceCallback callback, const void* owner) {
     const auto earlier = slot_.Exchange(std::move(callback));
     std::unique_lock<std::mutex> lock(mutex_);
+    owner_ = owner;
     if (runner_ == std::this_thread::get_id()) return;
     const uint64_t present = calls_;
     ended_.wait(lock, [&] { return runner_ == std::thread::id() || calls_ != present; });
+  }
+
+  bool IsOwner(const void* owner) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return owner_ == owner;
   }
 
   static void Call(ZelScanResult raw, void* /*user*/) {
@@ -92,6 +127,7 @@ class ScanTarget {
   std::mutex mutex_;
   std::condition_variable ended_;
   std::thread::id runner_;
+  const void* owner_ = nullptr;
   uint64_t calls_ = 0;
 };
 
@@ -105,16 +141,19 @@ struct Version {
 };
 
 /// The library, set up (libzel_init) for the life of this object: make one before anything else, and let it
-/// go after every Connection. Discovery's thread goes on until the process ends; only its callback ends with
-/// this object.
+/// go after every Connection. There may be several; the last one lets the library go. Discovery's thread goes
+/// on until the process ends; only the callback ends with the object that it was given to.
 class Library {
  public:
   /// Starts the library; Start says how that went. The log is set up before, so that no line goes elsewhere.
-  explicit Library(const Options& options = Options()) : log_(options), start_(libzel_init()) {}
+  explicit Library(const Options& options = Options())
+      : log_(options), start_(detail::LibraryCount::Enter()) {}
   ~Library() {
-    StopScan().Ignore();
-    OnDevice(nullptr).Ignore();
-    (void)libzel_destory();  // always 0
+    if (detail::ScanTarget::Instance().IsOwner(this)) {
+      StopScan().Ignore();
+      OnDevice(nullptr).Ignore();
+    }
+    detail::LibraryCount::Leave();
   }
   Library(const Library&) = delete;
   Library& operator=(const Library&) = delete;
@@ -132,7 +171,7 @@ class Library {
   /// Sets, replaces or (empty) removes the callback for found devices. When it returns the earlier callback
   /// does not run any more, unless this is called from that callback.
   Result OnDevice(DeviceCallback callback) {
-    detail::ScanTarget::Instance().Set(std::move(callback));
+    detail::ScanTarget::Instance().Set(std::move(callback), this);
     return Result(libzel_registerZelScanEvent(detail::ScanTarget::Call, nullptr));
   }
   /// Asks all networks every 1 to 2 seconds from now on. A device is reported each time that it answers.

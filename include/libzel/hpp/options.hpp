@@ -4,16 +4,17 @@
 
 #include <libzel/hpp/basics.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <iostream>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace zel {
 
@@ -139,39 +140,47 @@ class Options {
 
 namespace detail {
 
-/// The log as one Library wants it, for as long as that lives or until a later one wants it otherwise. Then
-/// it goes nowhere: threads of the library log until the process ends, and the sink may refer to what goes.
+/// The log as one Library wants it, for as long as that lives and no later one wants it otherwise. With the
+/// last one it goes nowhere, unless that is standard output: threads of the library log until the process
+/// ends, and a sink may refer to what goes.
 class LogChoice {
  public:
-  explicit LogChoice(const Options& options) {
-    const std::lock_guard<std::mutex> lock(OwnerMutex());
-    (void)libzelx_setLogLevel(static_cast<int32_t>(options.Level()));
-    if (options.IsLogToStdout()) {
-      (void)libzelx_setLogSink(libzelx_stdoutSink, nullptr);
-      Owner() = nullptr;
-      return;
-    }
-    if (options.Sink()) sink_ = std::make_unique<LogSink>(options.Sink());
-    (void)libzelx_setLogSink(sink_ != nullptr ? Call : nullptr, sink_.get());
-    Owner() = this;
+  explicit LogChoice(const Options& options)
+      : sink_(options.Sink()), level_(options.Level()), toStdout_(options.IsLogToStdout()) {
+    const std::lock_guard<std::mutex> lock(Mutex());
+    Living().push_back(this);
+    Apply();
   }
   ~LogChoice() {
-    const std::lock_guard<std::mutex> lock(OwnerMutex());
-    if (Owner() != this) return;
-    (void)libzelx_setLogSink(nullptr, nullptr);
-    Owner() = nullptr;
+    const std::lock_guard<std::mutex> lock(Mutex());
+    const bool isInForce = Living().back() == this;
+    Living().erase(std::find(Living().begin(), Living().end(), this));
+    if (!isInForce) return;
+    if (!Living().empty()) {
+      Living().back()->Apply();
+    } else if (!toStdout_) {
+      (void)libzelx_setLogSink(nullptr, nullptr);
+    }
   }
   LogChoice(const LogChoice&) = delete;
   LogChoice& operator=(const LogChoice&) = delete;
 
  private:
-  static std::mutex& OwnerMutex() {
+  /// Both are never destroyed: a Library may be a static object.
+  static std::mutex& Mutex() {
     static auto* const mutex = new std::mutex;
     return *mutex;
   }
-  static const LogChoice*& Owner() {
-    static const LogChoice* owner = nullptr;
-    return owner;
+  static std::vector<LogChoice*>& Living() {
+    static auto* const living = new std::vector<LogChoice*>;
+    return *living;
+  }
+
+  /// The earlier sink does not run any more when this returns.
+  void Apply() {
+    (void)libzelx_setLogLevel(static_cast<int32_t>(level_));
+    const libzelx_LogSink own = sink_ ? Call : nullptr;
+    (void)libzelx_setLogSink(toStdout_ ? libzelx_stdoutSink : own, this);
   }
 
   static void Call(int32_t level, int64_t unixNs, uint32_t thread, const char* file, const char* function,
@@ -179,12 +188,14 @@ class LogChoice {
     using Clock = std::chrono::system_clock;
     const auto sinceEpoch = std::chrono::duration_cast<Clock::duration>(std::chrono::nanoseconds(unixNs));
     (void)Contain([&] {
-      (*static_cast<const LogSink*>(user))({static_cast<LogLevel>(level), Clock::time_point(sinceEpoch),
-                                            thread, file, function, line, message});
+      static_cast<const LogChoice*>(user)->sink_({static_cast<LogLevel>(level), Clock::time_point(sinceEpoch),
+                                                  thread, file, function, line, message});
     });
   }
 
-  std::unique_ptr<LogSink> sink_;
+  LogSink sink_;
+  LogLevel level_;
+  bool toStdout_;
 };
 
 }  // namespace detail
