@@ -104,6 +104,19 @@ TEST(ConnectionTest, PublicationReachesTheSubscriber) {
   EXPECT_TRUE(connection.StopLoop());
 }
 
+TEST(ConnectionTest, TopicMayBeAPartOfAText) {
+  const std::string_view text = "press/4/temperature";
+  Gathered<std::string> seen;
+  zel::Connection connection = Connect();
+  ASSERT_TRUE(connection.StartLoop());
+  ASSERT_TRUE(connection.Subscribe(
+      text.substr(0, 7), [&](const zel::TopicMessage& message) { seen.Add(std::string(message.topic)); }));
+  ASSERT_TRUE(connection.Publish(text.substr(0, 7), "x"));
+  ASSERT_TRUE(seen.Await(1));
+  EXPECT_EQ(seen.All().at(0), "press/4");
+  EXPECT_TRUE(connection.Unsubscribe(text.substr(0, 7)));
+}
+
 TEST(ConnectionTest, UnsubscribedTopicIsUnknown) {
   zel::Connection connection = Connect();
   EXPECT_TRUE(connection.Subscribe("a", [](const zel::TopicMessage&) {}));

@@ -267,6 +267,26 @@ TEST(RequestTest, CallbackIsToldThatNoAnswerCame) {
   EXPECT_TRUE(answers.All().at(0).MayBeSent());
 }
 
+TEST(RequestTest, FutureGetsTheAnswer) {
+  zel::Connection connection = Connect();
+  std::vector<std::future<zel::Answer>> answers;
+  for (int i = 0; i < 20; ++i) {
+    answers.push_back(connection.RequestAsync(kEcho, {}, std::to_string(i), kPlenty));
+  }
+  for (int i = 0; i < 20; ++i) {
+    EXPECT_EQ(zel::Bytes(*answers.at(static_cast<size_t>(i)).get()).AsText(), std::to_string(i));
+  }
+}
+
+TEST(RequestTest, FutureIsReadyWhenTheRequestCouldNotBeSent) {
+  zel::Connection connection = ConnectToNobody();
+  auto future = connection.RequestAsync(kEcho, {}, "x", Milliseconds(100));
+  ASSERT_EQ(future.wait_for(std::chrono::seconds(0)), std::future_status::ready);
+  const zel::Answer answer = future.get();
+  EXPECT_EQ(answer.Code(), ZEL_E_DISCONNECTED);
+  EXPECT_EQ(answer.Reason(), "connect 127.0.0.9:9999: refused");
+}
+
 TEST(RequestTest, RefusedCallbackIsNotKept) {
   auto held = std::make_shared<int>(1);
   const std::weak_ptr<int> seen = held;

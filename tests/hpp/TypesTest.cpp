@@ -66,6 +66,36 @@ TEST(TypesTest, ResultCarriesCodeAndText) {
   EXPECT_NE(timeout, zel::Result());
 }
 
+TEST(TypesTest, ResultIsAnErrorCodeToo) {
+  const std::error_code timeout = zel::Result(ZEL_E_TIMEOUT).ErrorCode();
+  EXPECT_EQ(timeout.value(), ZEL_E_TIMEOUT);
+  EXPECT_STREQ(timeout.category().name(), "zel");
+  EXPECT_EQ(timeout.message(), "recv message timeout");
+  EXPECT_TRUE(timeout == std::errc::timed_out);
+  EXPECT_TRUE(zel::Result(ZEL_E_DISCONNECTED).ErrorCode() == std::errc::not_connected);
+  EXPECT_FALSE(zel::Result(ZEL_E_TOPIC).ErrorCode() == std::errc::timed_out);
+  EXPECT_FALSE(zel::Result().ErrorCode());
+}
+
+TEST(TypesTest, ResultsAndIdentifiersAreWrittenToStreams) {
+  std::ostringstream out;
+  out << zel::Result(ZEL_E_TIMEOUT) << ", " << DeviceId(1, 2, 3, 4, 5, 6);
+  EXPECT_EQ(out.str(), "recv message timeout (4104), 1.2.3.4.5.6");
+}
+
+TEST(TypesTest, ValueOfAFailureIsTheOtherOne) {
+  const zel::ValueOf<std::string> good(zel::Result(), "value");
+  EXPECT_EQ(good.value_or("other"), "value");
+  EXPECT_EQ(zel::ValueOf<std::string>(zel::Result(5), "value").value_or("other"), "other");
+}
+
+TEST(TypesTest, DeviceIdIsReadWhenItIsCompiled) {
+  constexpr auto kId = DeviceId::Parse("1.2.3.4.5.6");
+  static_assert(kId.has_value() && kId->Raw().bytes[5] == 6);
+  static_assert(!DeviceId::Parse("1.2.3.4.5").has_value());
+  EXPECT_EQ(*kId, DeviceId(1, 2, 3, 4, 5, 6));
+}
+
 TEST(TypesTest, BytesViewWhateverHoldsBytes) {
   const std::string text = "abc";
   const std::vector<uint8_t> vector{1, 2, 3, 4};

@@ -129,6 +129,14 @@ inline Answer Unsent(int32_t code) {
   return Answer(outcome, {}, {});
 }
 
+/// Of a request that was to be sent without waiting: whether bytes have left is not told by these two.
+inline Answer NotAsked(ZelInstance instance, int32_t code) {
+  libzelx_Outcome outcome{};
+  outcome.result = code;
+  outcome.maySent = code == ZEL_E_DISCONNECTED || code == ZEL_E_TIMEOUT ? 1 : 0;
+  return Answer(outcome, {}, ReasonOf(instance, code));
+}
+
 /// The callbacks of requests that nobody waits for, by the number that the library is given in place of a
 /// pointer.
 class AnswerCallbacks {

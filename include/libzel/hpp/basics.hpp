@@ -12,8 +12,10 @@
 #include <limits>
 #include <memory>
 #include <mutex>
+#include <ostream>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -58,6 +60,11 @@ class [[nodiscard]] Result {
   const char* Text() const {
     return code_ == kErrorCancelled ? "transfer cancelled" : libzelx_strerror(code_);
   }
+  /// The same for code that speaks std::error_code. It compares equal to std::errc::timed_out for
+  /// ZEL_E_TIMEOUT, to not_connected for ZEL_E_DISCONNECTED, and so on, where there is one.
+  std::error_code ErrorCode() const { return {code_, Category()}; }
+  /// The category of all codes, "zel".
+  static const std::error_category& Category();
   /// Says on purpose that a result does not matter.
   constexpr void Ignore() const {}
 
@@ -65,10 +72,43 @@ class [[nodiscard]] Result {
   friend constexpr bool operator==(Result left, Result right) { return left.code_ == right.code_; }
   /// Compares codes.
   friend constexpr bool operator!=(Result left, Result right) { return left.code_ != right.code_; }
+  /// Writes "recv message timeout (4104)".
+  friend std::ostream& operator<<(std::ostream& out, Result result) {
+    return out << result.Text() << " (" << result.code_ << ')';
+  }
 
  private:
   int32_t code_ = ZEL_OK;
 };
+
+namespace detail {
+
+class ErrorCategory final : public std::error_category {
+ public:
+  const char* name() const noexcept override { return "zel"; }
+  std::string message(int code) const override { return Result(code).Text(); }
+  std::error_condition default_error_condition(int code) const noexcept override {
+    switch (code) {
+      case ZEL_E_TIMEOUT: return std::errc::timed_out;
+      case ZEL_E_DISCONNECTED: return std::errc::not_connected;
+      case ZEL_E_PARAM: return std::errc::invalid_argument;
+      case ZEL_E_MEMORY: return std::errc::not_enough_memory;
+      case kErrorTooLong:
+      case LIBZELX_E_TOO_LONG: return std::errc::message_size;
+      case kErrorCancelled:
+      case LIBZELX_E_CANCELLED: return std::errc::operation_canceled;
+      case LIBZELX_E_WOULD_BLOCK: return std::errc::resource_deadlock_would_occur;
+      default: return {code, *this};
+    }
+  }
+};
+
+}  // namespace detail
+
+inline const std::error_category& Result::Category() {
+  static const auto* const category = new detail::ErrorCategory;
+  return *category;
+}
 
 /// A result with a value. The value of a failed call is empty (T{}) unless the call says otherwise.
 template <typename T>
@@ -87,6 +127,17 @@ class [[nodiscard]] ValueOf : public Result {
   T* operator->() { return &value_; }
   const T* operator->() const { return &value_; }
   /// @}
+
+  /// The value when the code is 0, else the other one.
+  template <typename Other>
+  T value_or(Other&& other) const& {
+    return IsOk() ? value_ : static_cast<T>(std::forward<Other>(other));
+  }
+  /// As above, without a copy.
+  template <typename Other>
+  T value_or(Other&& other) && {
+    return IsOk() ? std::move(value_) : static_cast<T>(std::forward<Other>(other));
+  }
 
  private:
   T value_;

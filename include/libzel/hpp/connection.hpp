@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <future>
 #include <limits>
 #include <map>
 #include <memory>
@@ -158,6 +159,16 @@ class Connection {
     if (!result) (void)callbacks.Take(ticket.key_);
     return {result, ticket};
   }
+  /// The same with a future of the answer, which is there in every case, and ready at once when the request
+  /// could not be sent. Do not wait for it in a callback on the receive thread.
+  std::future<Answer> RequestAsync(uint16_t port, Address address, Bytes data, Milliseconds timeout) {
+    const auto promise = std::make_shared<std::promise<Answer>>();
+    std::future<Answer> future = promise->get_future();
+    const Result asked = RequestAsync(port, address, data, timeout,
+                                      [promise](Answer answer) { promise->set_value(std::move(answer)); });
+    if (!asked) promise->set_value(detail::NotAsked(handle_, asked.Code()));
+    return future;
+  }
   /// Gives up waiting for an answer; what was sent stays sent. True when the callback has not run and never
   /// will. False when it has run, after waiting for it if it runs on another thread, and for a ticket that is
   /// not this connection's.
@@ -207,28 +218,30 @@ class Connection {
   /// @{
 
   /// Publishes the data on a topic.
-  Result Publish(const std::string& topic, Bytes data, Address address = {}) {
+  Result Publish(std::string_view topic, Bytes data, Address address = {}) {
     if (data.size() > kMaxPayload || topic.size() > kMaxPayload ||
         data.size() + topic.size() + kPublicationOverhead > kMaxPayload) {
       return Result(kErrorTooLong);
     }
-    return Result(libzel_publish(handle_, address.idGroup, address.idOffset, topic.c_str(), data.data(),
-                                 static_cast<uint32_t>(data.size())));
+    return Result(libzel_publish(handle_, address.idGroup, address.idOffset, std::string(topic).c_str(),
+                                 data.data(), static_cast<uint32_t>(data.size())));
   }
   /// Subscribes, or gives a subscribed topic another callback. Start the receive thread to hear something.
   /// When the send fails the code says so, and the subscription stays and is sent again with the next
   /// connect.
-  Result Subscribe(const std::string& topic, TopicCallback callback) {
+  Result Subscribe(std::string_view topic, TopicCallback callback) {
     if (targets_ == nullptr) return Result(ZEL_E_HANDLE);
-    TopicSlot& slot = targets_->TopicOf(topic);
+    const std::string name(topic);
+    TopicSlot& slot = targets_->TopicOf(name);
     const auto earlier = slot.Exchange(std::move(callback));
-    return Result(libzel_subscribe(handle_, topic.c_str(), CallTopic, &slot));
+    return Result(libzel_subscribe(handle_, name.c_str(), CallTopic, &slot));
   }
   /// From here on no call of the callback begins; one that runs is not waited for.
-  Result Unsubscribe(const std::string& topic) {
+  Result Unsubscribe(std::string_view topic) {
     if (targets_ == nullptr) return Result(ZEL_E_HANDLE);
-    const auto earlier = targets_->TopicOf(topic).Exchange(nullptr);
-    return Result(libzel_unsubscribe(handle_, topic.c_str()));
+    const std::string name(topic);
+    const auto earlier = targets_->TopicOf(name).Exchange(nullptr);
+    return Result(libzel_unsubscribe(handle_, name.c_str()));
   }
   /// @}
 

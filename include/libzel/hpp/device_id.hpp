@@ -9,6 +9,7 @@
 #include <cstring>
 #include <functional>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <string_view>
 
@@ -26,7 +27,7 @@ class DeviceId {
 
   /// Six decimals from 0 to 255 joined by ".", and nothing else. Stricter than libzel_makeZelDeviceId, which
   /// takes anything.
-  static std::optional<DeviceId> Parse(std::string_view text) {
+  static constexpr std::optional<DeviceId> Parse(std::string_view text) {
     DeviceId parsed;
     for (size_t i = 0; i < 6; ++i) {
       const size_t size = (std::min)(text.find('.'), text.size());
@@ -65,6 +66,8 @@ class DeviceId {
     }
     return text;
   }
+  /// Writes it as ToString gives it.
+  friend std::ostream& operator<<(std::ostream& out, const DeviceId& id) { return out << id.ToString(); }
   /// For the functions of libzel.h.
   constexpr const ZelDeviceId& Raw() const { return id_; }
 
@@ -81,7 +84,7 @@ class DeviceId {
   /// @}
 
  private:
-  static bool ParseByte(std::string_view digits, uint8_t& byte) {
+  static constexpr bool ParseByte(std::string_view digits, uint8_t& byte) {
     if (digits.empty() || digits.size() > 3) return false;
     unsigned value = 0;
     for (const char digit : digits) {
