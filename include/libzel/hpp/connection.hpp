@@ -91,7 +91,8 @@ class Connection {
 
   /// Stops the receive thread, waits for its callback, closes. Again does nothing.
   void Release() {
-    if (handle_ != 0) (void)libzel_releaseInstance(std::exchange(handle_, 0));  // always ZEL_E_HANDLE
+    if (handle_ != 0) (void)libzel_releaseInstance(handle_);  // always ZEL_E_HANDLE
+    handle_ = 0;  // not before: until here a callback that runs may use this object
     targets_.reset();
   }
 
