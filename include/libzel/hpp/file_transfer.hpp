@@ -4,13 +4,9 @@
 
 #include <libzel/hpp/device_id.hpp>
 
-#include <algorithm>
 #include <condition_variable>
 #include <cstdint>
-#include <fstream>
 #include <functional>
-#include <limits>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -21,171 +17,155 @@ namespace zel {
 
 /// Where a transfer is.
 enum class FileState : uint8_t {
-  kRegistered = 0,  ///< told to the library; nothing was sent
-  kGoingOn = 1,     ///< on its way
-  kFinished = 2,    ///< the device has the last chunk
-  kFailed = 3,      ///< this step failed
+  kGoingOn = 1,   ///< on its way
+  kFinished = 2,  ///< over: the device has taken all of it
+  kFailed = 3,    ///< over: the result says why
 };
 
 /// One step of a transfer.
 struct FileProgress {
-  DeviceId device;                           ///< where the file goes
-  uint32_t transfer = 0;                     ///< the transfer's number
-  float progress = 0;                        ///< 0 to 1: chunks sent by chunk count
-  Result result;                             ///< of this step
-  FileState state = FileState::kRegistered;  ///< after this step
+  DeviceId device;                        ///< where the file goes
+  uint64_t transfer = 0;                  ///< the transfer's number; 0 when it could not begin
+  float progress = 0;                     ///< 0 to 1: bytes that the device has taken, of all
+  Result result;                          ///< with kFailed: as FileTransfer::Wait gives it
+  FileState state = FileState::kGoingOn;  ///< after this step; kFinished or kFailed in the last one, once
+  uint64_t sent = 0;                      ///< bytes that the device has taken
+  uint64_t total = 0;                     ///< the file's length when it was opened
+  uint32_t deviceError = 0;               ///< the device's own error word; 0 when it has none
+  uint64_t readOffset = 0;                ///< with ZEL_E_FILE_READ: where the file could not be read
 };
 
-/// False asks for the transfer to stop. The first call is on the thread that calls SendFile, the others are
-/// on the library's transfer thread.
+/// False stops the transfer. Runs on a thread of the library; the end of a transfer that cannot begin is told
+/// on the thread that calls SendFile.
 using FileCallback = std::function<bool(const FileProgress&)>;
 
 namespace detail {
 
+/// Owns itself from its begin to its end.
 class Transfer {
  public:
-  Transfer(FileCallback callback, uint32_t steps) : callback_(std::move(callback)), stepsLeft_(steps) {}
+  Transfer(const DeviceId& device, FileCallback callback) : device_(device), callback_(std::move(callback)) {}
 
-  /// False when the library is to stop. Called by one thread at a time.
-  bool Report(const FileProgress& progress) {
-    bool goOn = true;
-    if (callback_ && !Contain([&] { goOn = callback_(progress); })) goOn = false;
-    FileCallback finished;
-    const std::lock_guard<std::mutex> lock(mutex_);
-    if (!goOn) cancelled_ = true;
-    if (first_.IsOk()) first_ = progress.result;
-    if (progress.state == FileState::kRegistered) {
-      /// A transfer without a file would hold up all later ones. A cancelled one still does its first step.
-      if (!progress.result) Finish(finished);
-      return progress.result.IsOk() && !cancelled_;
-    }
-    --stepsLeft_;
-    const bool isOver = progress.state == FileState::kFinished || stepsLeft_ == 0 ||
-                        progress.result.Code() == ZEL_E_FILE_TRANSFER;
-    if (!isOver && cancelled_ && first_.IsOk()) first_ = Result(kErrorCancelled);
-    if (isOver || cancelled_) Finish(finished);
-    return !cancelled_;
+  static void Begin(const std::shared_ptr<Transfer>& transfer, uint16_t port, const std::string& localPath,
+                    const std::string& remotePath) {
+    transfer->self_ = transfer;
+    const ZelDeviceAddr target{transfer->device_.Raw(), port};
+    libzelx_FileEvent event{};
+    event.result = libzelx_sendFile(&target, localPath.c_str(), remotePath.c_str(), OnEvent, transfer.get(),
+                                    &transfer->ticket_);
+    event.ended = 1;
+    if (event.result != ZEL_OK) (void)transfer->Take(event);
   }
 
   std::optional<Result> Await(Milliseconds timeout) {
     std::unique_lock<std::mutex> lock(mutex_);
     if (!ended_.wait_for(lock, timeout, [this] { return isOver_; })) return {};
-    return first_;
-  }
-  void Cancel() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    cancelled_ = true;
+    return result_;
   }
   bool IsOver() const {
     const std::lock_guard<std::mutex> lock(mutex_);
     return isOver_;
   }
+  uint32_t DeviceError() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return deviceError_;
+  }
+  uint64_t Ticket() const { return ticket_; }
+  void Cancel() const {
+    if (ticket_ != 0) (void)libzelx_cancelFile(ticket_);
+  }
 
  private:
-  /// Lets go of the callback outside the lock.
-  void Finish(FileCallback& finished) {
+  static int32_t OnEvent(const libzelx_FileEvent* event, void* user) {
+    constexpr int32_t kStop = -1;
+    return static_cast<Transfer*>(user)->Take(*event) ? 0 : kStop;
+  }
+
+  static Result ResultOf(const libzelx_FileEvent& event) {
+    if (event.result == LIBZELX_E_CANCELLED) return Result(kErrorCancelled);
+    if (event.result == LIBZELX_E_DEVICE) return Result(static_cast<int32_t>(event.deviceError));
+    return Result(event.result);
+  }
+
+  /// False when the library is to stop.
+  bool Take(const libzelx_FileEvent& event) {
+    FileProgress step;
+    step.device = device_;
+    step.transfer = event.ticket;
+    step.result = ResultOf(event);
+    step.sent = event.sent;
+    step.total = event.total;
+    step.deviceError = event.deviceError;
+    step.readOffset = event.readOffset;
+    if (event.ended != 0) step.state = event.result == ZEL_OK ? FileState::kFinished : FileState::kFailed;
+    step.progress =
+        event.total != 0
+            ? static_cast<float>(static_cast<double>(event.sent) / static_cast<double>(event.total))
+            : static_cast<float>(step.state == FileState::kFinished);
+    bool goOn = true;
+    if (callback_ && !Contain([&] { goOn = callback_(step); })) goOn = false;
+    if (event.ended != 0) Finish(step);
+    return goOn;
+  }
+
+  void Finish(const FileProgress& last) {
+    const std::shared_ptr<Transfer> kept = std::move(self_);
+    callback_ = nullptr;
+    const std::lock_guard<std::mutex> lock(mutex_);
     isOver_ = true;
-    finished.swap(callback_);
+    result_ = last.result;
+    deviceError_ = last.deviceError;
     ended_.notify_all();
   }
 
+  const DeviceId device_;
   FileCallback callback_;  // the reporting thread's own
+  std::shared_ptr<Transfer> self_;
+  uint64_t ticket_ = 0;  // set before the first event
   mutable std::mutex mutex_;
   std::condition_variable ended_;
-  uint32_t stepsLeft_;
-  bool cancelled_ = false;
   bool isOver_ = false;
-  Result first_;
+  Result result_;
+  uint32_t deviceError_ = 0;
 };
-
-/// The transfers that go on, by the number that the library is given in place of a pointer: a call that comes
-/// after the end finds nothing, and nothing dangles.
-class Transfers {
- public:
-  static Transfers& Instance() {
-    static auto* const transfers = new Transfers;
-    return *transfers;
-  }
-
-  uintptr_t Add(std::shared_ptr<Transfer> transfer) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    entries_[++last_] = std::move(transfer);
-    return last_;
-  }
-
-  static int32_t Call(const ZelDeviceId* device, uint32_t transfer, float progress, uint32_t error,
-                      uint8_t state, void* user) {
-    constexpr int32_t kStop = -1;
-    const auto key = reinterpret_cast<uintptr_t>(user);
-    const std::shared_ptr<Transfer> entry = Instance().Find(key);
-    if (entry == nullptr) return 0;
-    const bool goOn = entry->Report({DeviceId(*device), transfer, progress,
-                                     Result(static_cast<int32_t>(error)), static_cast<FileState>(state)});
-    if (entry->IsOver()) Instance().Remove(key);
-    return goOn ? 0 : kStop;
-  }
-
- private:
-  std::shared_ptr<Transfer> Find(uintptr_t key) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    const auto entry = entries_.find(key);
-    return entry != entries_.end() ? entry->second : nullptr;
-  }
-  void Remove(uintptr_t key) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    entries_.erase(key);
-  }
-
-  std::mutex mutex_;
-  std::map<uintptr_t, std::shared_ptr<Transfer>> entries_;
-  uintptr_t last_ = 0;
-};
-
-/// How many messages a file takes: its description, its chunks, and an empty one when no chunk is short.
-inline uint32_t StepsOf(const std::string& path) {
-  constexpr uint64_t kChunkSize = 8192;
-  std::ifstream file(path, std::ios::binary | std::ios::ate);
-  const auto end = static_cast<std::streamoff>(file.tellg());
-  const uint64_t size = end > 0 ? static_cast<uint64_t>(end) : 0;
-  return static_cast<uint32_t>(
-      (std::min<uint64_t>)(2 + size / kChunkSize, (std::numeric_limits<uint32_t>::max)()));
-}
 
 }  // namespace detail
 
 /// A file on its way. Letting go of this object lets the transfer go on.
 class FileTransfer {
  public:
-  /// The library's number of it, 0 for the first.
-  uint32_t Number() const { return number_; }
-  /// True when nothing more comes of it.
+  /// The library's number of it, 1 for the first; 0 when it could not begin.
+  uint64_t Number() const { return transfer_->Ticket(); }
+  /// True when it has ended, and its callback is not called any more.
   bool IsOver() const { return transfer_->IsOver(); }
-  /// How it ended: its first error, kErrorCancelled, or 0; empty when it goes on after this time. Not for use
-  /// in a transfer's callback.
+  /// How it ended; empty when it goes on after this time. Not for use in a transfer's callback.
+  /// 0: the device has taken all. kErrorCancelled: stopped by the callback, by Cancel, or by the end of the
+  /// library. ZEL_E_FILE_OPEN: no file that can be sent. LIBZELX_E_FILE_CHANGED: it became shorter.
+  /// ZEL_E_FILE_READ. ZEL_E_FILE_TRANSFER: the network. ZEL_E_TIMEOUT: LIBZELX_FILE_TOTAL_MS were over.
+  /// ZEL_E_PARAM: a remote path of 256 bytes or more. Else the device's own error word.
   std::optional<Result> Wait(Milliseconds timeout) { return transfer_->Await(timeout); }
-  /// Stops it after the step that it is in.
+  /// The device's own error word when that was the end, else 0.
+  uint32_t DeviceError() const { return transfer_->DeviceError(); }
+  /// Stops it after the message that it is in, unless it ends with that.
   void Cancel() { transfer_->Cancel(); }
 
  private:
   friend FileTransfer SendFile(const DeviceId&, uint16_t, const std::string&, const std::string&,
                                FileCallback);
-  FileTransfer(uint32_t number, std::shared_ptr<detail::Transfer> transfer)
-      : number_(number), transfer_(std::move(transfer)) {}
+  explicit FileTransfer(std::shared_ptr<detail::Transfer> transfer) : transfer_(std::move(transfer)) {}
 
-  uint32_t number_;
   std::shared_ptr<detail::Transfer> transfer_;
 };
 
-/// Sends a local file to a port of a device (ZelFileTransfer) and returns at once; one transfer runs after
-/// the other. A file that cannot be sent is over at once with ZEL_E_FILE_OPEN. The device's errors do not end
-/// a transfer; a callback that gives false does.
+/// Sends a local file to a port of a device (libzelx_sendFile) and returns when it is opened; the callback,
+/// if there is one, is told of every step and then, once, of the end. Paths are UTF-8 on every system. Files to
+/// one device go one after the other. What is no regular file, or cannot be opened, is over at once with
+/// ZEL_E_FILE_OPEN.
 inline FileTransfer SendFile(const DeviceId& device, uint16_t port, const std::string& localPath,
                              const std::string& remotePath, FileCallback callback = nullptr) {
-  auto transfer = std::make_shared<detail::Transfer>(std::move(callback), detail::StepsOf(localPath));
-  const uintptr_t key = detail::Transfers::Instance().Add(transfer);
-  const uint32_t number = ZelFileTransfer({device.Raw(), port}, 0, 0, localPath.c_str(), remotePath.c_str(),
-                                          detail::Transfers::Call, reinterpret_cast<void*>(key));
-  return FileTransfer(number, std::move(transfer));
+  auto transfer = std::make_shared<detail::Transfer>(device, std::move(callback));
+  detail::Transfer::Begin(transfer, port, localPath, remotePath);
+  return FileTransfer(std::move(transfer));
 }
 
 }  // namespace zel
