@@ -10,7 +10,6 @@ if len(sys.argv) != 5:
 
 def show(step):
     print(f"\r{step.progress:.0%}", end="", file=sys.stderr)
-    return step.code == 0  # the first error ends it
 
 
 try:

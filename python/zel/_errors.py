@@ -41,6 +41,7 @@ class ErrorCode(enum.IntEnum):
     TOO_LATE = 20483
     FRAME_TOO_LONG = 20484
     FILE_CHANGED = 20485
+    DEVICE = 20486
 
 
 def error_text(code: int) -> str:

@@ -2,26 +2,22 @@
 
 from __future__ import annotations
 
+import ctypes
 import enum
 import os
-import sys
 import threading
-import time
 from dataclasses import dataclass
 from typing import Any, Callable, Optional, Union
 
 from ._device import DeviceId, DeviceLike, from_raw, to_raw
-from ._errors import ErrorCode, check
-from ._library import FileFunction, RawDeviceAddress, Targets, at_exit, callback_scope, refuse_in_callback, started
+from ._errors import ErrorCode, ZelDeviceError, ZelError, error
+from ._library import FileFunction, RawDeviceAddress, RawFileEvent, Targets, callback_scope, refuse_in_callback, started
 
-_CHUNK_SIZE = 8192
 _STOP = -1
 _GO_ON = 0
-_EXIT_SECONDS = 5.0
 
 
 class FileState(enum.IntEnum):
-    REGISTERED = 0
     GOING_ON = 1
     FINISHED = 2
     FAILED = 3
@@ -29,96 +25,106 @@ class FileState(enum.IntEnum):
 
 @dataclass(frozen=True)
 class FileProgress:
-    """One step of a transfer; `progress` is from 0 to 1, `code` 0 or the error of this step."""
+    """One step of a transfer; `progress` is from 0 to 1. The state of the last one, and of no other, is FINISHED or
+    FAILED; with FAILED `code` says why: the library's code, or the device's own error word."""
 
     device: DeviceId
     transfer: int
     progress: float
     code: int
     state: FileState
+    sent: int
+    total: int
 
 
 ProgressCallback = Callable[[FileProgress], Any]
 
 
+def _failure(event: RawFileEvent) -> Optional[ZelError]:
+    if event.result == ErrorCode.DEVICE:
+        return ZelDeviceError(ctypes.c_int32(event.deviceError).value)
+    if event.result == ErrorCode.ENDED:
+        return error(ErrorCode.CANCELLED)
+    reason = f"at byte {event.readOffset}" if event.result == ErrorCode.FILE_READ else ""
+    return error(event.result, reason=reason) if event.result != 0 else None
+
+
 class FileTransfer:
     """A file on its way. Letting go of this object lets the transfer go on."""
 
-    def __init__(self, size: int, progress: Optional[ProgressCallback]) -> None:
-        self.number = -1
-        """The library's number of the transfer, 0 for the first."""
+    def __init__(self, device: DeviceId, progress: Optional[ProgressCallback]) -> None:
+        self._device = device
         self._progress = progress
-        # Its description, its chunks, and an empty message when no chunk is short.
-        self._steps_left = 2 + size // _CHUNK_SIZE
-        self._cancelled = False
-        self._code = 0
-        self._exception: Optional[BaseException] = None
+        self._ticket = ctypes.c_uint64()
+        self._failure: Optional[BaseException] = None
+        self._raised: Optional[BaseException] = None
         self._over = threading.Event()
 
     @property
+    def number(self) -> int:
+        """The library's number of the transfer, 1 for the first; 0 when it could not begin."""
+        return self._ticket.value
+
+    @property
     def done(self) -> bool:
+        """True when it has ended."""
         return self._over.is_set()
 
     def cancel(self) -> None:
-        """Stops the transfer after the step that it is in."""
-        self._cancelled = True
+        """Stops the transfer after the message that it is in, unless it ends with that."""
+        if self._ticket.value != 0:
+            started().libzelx_cancelFile(self._ticket)
 
     def wait(self, timeout: Optional[float] = None) -> None:
-        """Waits for the end. Raises what the progress callback raised, ZelError for the transfer's first error, or
-        TimeoutError when it goes on after this time."""
+        """Waits for the end. Raises what the progress callback raised, ZelDeviceError when the device refused, ZelError
+        for another end than all sent, or TimeoutError when it goes on after this time."""
         refuse_in_callback("waiting for a transfer")
         if not self._over.wait(timeout):
             raise TimeoutError("the transfer goes on")
-        if self._exception is not None:
-            raise self._exception
-        check(self._code)
+        failure = self._raised or self._failure
+        if failure is not None:
+            raise failure
 
-    def _take(self, step: FileProgress) -> bool:
+    def _take(self, event: RawFileEvent) -> bool:
         """False when the library is to stop."""
-        if self._progress is not None:
-            try:
-                with callback_scope():
-                    if self._progress(step) is False:
-                        self._cancelled = True
-            except BaseException as exception:
-                self._exception = exception
-                self._cancelled = True
-        self._code = self._code or step.code
-        if step.state == FileState.REGISTERED:
-            # A transfer without a file would hold up all later ones. A cancelled one still does its first step.
-            if step.code != 0:
-                self._finish()
-            return step.code == 0 and not self._cancelled
-        self._steps_left -= 1
-        is_over = (
-            step.state == FileState.FINISHED or self._steps_left == 0 or step.code == ErrorCode.FILE_TRANSFER
-        )
-        if not is_over and self._cancelled:
-            self._code = self._code or ErrorCode.CANCELLED
-        if is_over or self._cancelled:
-            self._finish()
-        return not self._cancelled
+        failure = _failure(event) if event.ended else None
+        goes_on = self._tell(event, failure.code if failure is not None else 0)
+        if event.ended:
+            self._failure = failure
+            self._progress = None
+            self._over.set()
+        return goes_on
 
-    def _finish(self) -> None:
-        self._progress = None
-        self._over.set()
+    def _tell(self, event: RawFileEvent, code: int) -> bool:
+        if self._progress is None:
+            return True
+        state = FileState.GOING_ON
+        if event.ended:
+            state = FileState.FAILED if code != 0 else FileState.FINISHED
+        done = event.sent / event.total if event.total else float(state == FileState.FINISHED)
+        step = FileProgress(self._device, event.ticket, done, code, state, event.sent, event.total)
+        try:
+            with callback_scope():
+                return self._progress(step) is not False
+        except BaseException as exception:
+            self._raised = self._raised or exception
+            return False
 
 
 _targets = Targets()
 
 
-def _on_step(device: Any, transfer: int, progress: float, code: int, state: int, user: Optional[int]) -> int:
-    target = _targets.get(user)
-    if target is None:
+def _on_event(raw: Any, user: Optional[int]) -> int:
+    transfer = _targets.get(user)
+    if transfer is None:
         return _GO_ON
-    step = FileProgress(from_raw(device.contents), transfer, progress, code, FileState(state))
-    goes_on = target._take(step)
-    if target.done:
+    event = raw.contents
+    if event.ended:
         _targets.remove(user or 0)
-    return _GO_ON if goes_on else _STOP
+    return _GO_ON if transfer._take(event) else _STOP
 
 
-_FILE = FileFunction(_on_step)
+_FILE = FileFunction(_on_event)
 
 
 def send_file(
@@ -128,30 +134,23 @@ def send_file(
     remote_path: str,
     progress: Optional[ProgressCallback] = None,
 ) -> FileTransfer:
-    """Sends a local file to a port of a device and returns at once; one transfer runs after the other.
+    """Sends a local file to a port of a device and returns when it is opened. Files to one device go one after the other.
 
-    `progress` is called for each step, first on this thread, then on the library's transfer thread; it stops the
-    transfer by returning False. The device's errors do not stop it.
+    `progress` is called for each step, on a thread of the library; it stops the transfer by returning False. What cannot
+    be opened, or is no regular file, is over at once with ErrorCode.FILE_OPEN; progress is told of that on this thread.
     """
     if not 0 <= port <= 0xFFFF:
         raise ValueError(f"not a port: {port}")
-    path = os.fspath(local_path)
-    size = os.path.getsize(path) if os.path.isfile(path) else 0
-    transfer = FileTransfer(size, progress)
+    paths = [os.fsencode(local_path), remote_path.encode()]
+    if any(b"\0" in path for path in paths):
+        raise ValueError("a path with a NUL")
+    target = RawDeviceAddress(to_raw(device), port)
+    transfer = FileTransfer(from_raw(target.id), progress)
     number = _targets.add(transfer)
-    encoding = "mbcs" if sys.platform == "win32" else sys.getfilesystemencoding()
-    transfer.number = started().ZelFileTransfer(
-        RawDeviceAddress(to_raw(device), port), 0, 0, path.encode(encoding), remote_path.encode(), _FILE, number
+    code = started().libzelx_sendFile(
+        ctypes.byref(target), *paths, _FILE, number, ctypes.byref(transfer._ticket)
     )
+    if code != 0:
+        _targets.remove(number)
+        transfer._take(RawFileEvent(size=ctypes.sizeof(RawFileEvent), ended=1, result=code))
     return transfer
-
-
-def _cancel_all() -> None:
-    for transfer in _targets.all():
-        transfer.cancel()
-    end = time.monotonic() + _EXIT_SECONDS
-    for transfer in _targets.all():
-        transfer._over.wait(max(0.0, end - time.monotonic()))
-
-
-at_exit(_cancel_all)

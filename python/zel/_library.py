@@ -9,7 +9,7 @@ import os
 import sys
 import threading
 from contextlib import ExitStack, contextmanager
-from ctypes import POINTER, c_bool, c_char, c_char_p, c_float, c_int32, c_int64, c_size_t, c_uint8, c_uint16, c_uint32
+from ctypes import POINTER, c_bool, c_char, c_char_p, c_int32, c_int64, c_size_t, c_uint8, c_uint16, c_uint32
 from ctypes import c_uint64, c_void_p
 from typing import Any, Callable, Dict, Iterator, List, Optional, Tuple
 
@@ -70,13 +70,27 @@ class RawStats(ctypes.Structure):
     ]
 
 
+class RawFileEvent(ctypes.Structure):
+    _fields_ = [
+        ("size", c_size_t),
+        ("ticket", c_uint64),
+        ("sent", c_uint64),
+        ("total", c_uint64),
+        ("ended", c_int32),
+        ("result", c_int32),
+        ("deviceError", c_uint32),
+        ("reserved", c_uint32),
+        ("readOffset", c_uint64),
+    ]
+
+
 EventFunction = ctypes.CFUNCTYPE(None, POINTER(RawDeviceId), c_void_p, c_int32)
 TopicFunction = ctypes.CFUNCTYPE(None, c_uint32, c_uint32, c_char_p, c_void_p, c_uint32, c_void_p)
 RouteFunction = ctypes.CFUNCTYPE(None, c_uint16, c_void_p, c_uint32, c_void_p)
 AnswerFunction = ctypes.CFUNCTYPE(None, c_uint64, POINTER(RawOutcome), c_void_p, c_void_p)
 LogFunction = ctypes.CFUNCTYPE(None, c_int32, c_int64, c_uint32, c_char_p, c_char_p, c_int32, c_char_p, c_void_p)
 ScanFunction = ctypes.CFUNCTYPE(None, RawScanResult, c_void_p)
-FileFunction = ctypes.CFUNCTYPE(c_int32, POINTER(RawDeviceId), c_uint32, c_float, c_uint32, c_uint8, c_void_p)
+FileFunction = ctypes.CFUNCTYPE(c_int32, POINTER(RawFileEvent), c_void_p)
 
 _PROTOTYPES: Dict[str, Tuple[Any, List[Any]]] = {
     "libzel_init": (c_int32, []),
@@ -102,10 +116,6 @@ _PROTOTYPES: Dict[str, Tuple[Any, List[Any]]] = {
     "libzel_getLocalZelDeviceId": (c_int32, [POINTER(RawDeviceId)]),
     "libzel_getRemoteZelDeviceId": (c_int32, [c_char_p, c_int32, POINTER(RawDeviceId)]),
     "libzel_setRemoteZelDeviceId": (c_int32, [c_char_p, c_char_p, c_int32]),
-    "ZelFileTransfer": (
-        c_uint32,
-        [RawDeviceAddress, c_uint64, c_uint64, c_char_p, c_char_p, FileFunction, c_void_p],
-    ),
     "libzelx_strerror": (c_char_p, [c_int32]),
     "libzelx_requestEx": (c_int32, [c_size_t, POINTER(RawRequest), c_void_p, c_uint32, POINTER(RawOutcome)]),
     "libzelx_requestAsync": (
@@ -115,6 +125,11 @@ _PROTOTYPES: Dict[str, Tuple[Any, List[Any]]] = {
     "libzelx_cancel": (c_int32, [c_size_t, c_uint64]),
     "libzelx_lastFailure": (c_int32, [c_size_t, c_char_p, c_size_t]),
     "libzelx_getStats": (c_int32, [c_size_t, POINTER(RawStats)]),
+    "libzelx_sendFile": (
+        c_int32,
+        [POINTER(RawDeviceAddress), c_char_p, c_char_p, FileFunction, c_void_p, POINTER(c_uint64)],
+    ),
+    "libzelx_cancelFile": (c_int32, [c_uint64]),
     "libzelx_setLogSink": (c_int32, [LogFunction, c_void_p]),
     "libzelx_setLogLevel": (c_int32, [c_int32]),
 }
