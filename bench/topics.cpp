@@ -1,11 +1,15 @@
 // Topic messages of 64 B that the sender has ready in blocks, the library's log lines written to a file:
 //   bench_topics LOG [ROUNDS]
-// against a raw socket that reads the same stream in large pieces, finds the same data, and writes as many
-// log bytes. Wants zelsim --listen 127.0.0.3:9999 --burst load=1000000:64.
+// against a raw socket that reads the same stream in large pieces, finds the same data, and writes the same
+// lines. Wants zelsim --listen 127.0.0.3:9999 --burst load=1000000:64.
+#include <algorithm>
 #include <atomic>
+#include <charconv>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <string_view>
 #include <thread>
 
 #include "RawClient.h"
@@ -44,16 +48,31 @@ void RunLibrary(ZelInstance instance) {
   (void)libzel_unsubscribe(instance, kTopic);
 }
 
+// The library's line, with its time and the message's own identifier. The second changes in none of the lines.
+void WriteLine(const uint8_t* frame) {
+  static char line[] =
+      "2025-01-16 18:09:37.123 \x1b[34m[libzel,DEBUG,MsgRouter.cpp,CMsgRouter::call,78,12345\x1b[37m]:"
+      "ZoeHeader:error:0,invokeId:          ,Cmd:9\n";
+  static char* const identifier = std::strstr(line, "invokeId:") + 9;
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  const auto ms =
+      static_cast<uint32_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count() % 1000);
+  line[20] = static_cast<char>('0' + ms / 100);
+  line[21] = static_cast<char>('0' + ms / 10 % 10);
+  line[22] = static_cast<char>('0' + ms % 10);
+  char* end = std::to_chars(identifier, identifier + 10, bench::ReadLe32(frame + bench::kOuterSize + 4)).ptr;
+  constexpr std::string_view kRest = ",Cmd:9\n";
+  end = std::copy(kRest.begin(), kRest.end(), end);
+  (void)std::fwrite(line, 1, static_cast<size_t>(end - line), stdout);
+}
+
 // Looks at one frame on its way, as far as a reader must to find its data.
 void TakeFrame(const uint8_t* frame, bool withLog) {
   const uint8_t* record = frame + bench::kOuterSize + bench::kInnerSize;
   const size_t verb = bench::ReadLe32(record);
   const size_t topic = bench::ReadLe32(record + 8);
   bench::Require(std::memcmp(record + 24 + verb + 1, kTopic, topic) == 0, "topic");
-  static constexpr char kLine[] =
-      "2025-01-16 18:09:37.123 \x1b[33m[libzel,DEBUG,MsgRouter.cpp,CMsgRouter::call,78,12345\x1b[37m]:"
-      "ZoeHeader:error:0,invokeId:0,Cmd:9\n";
-  if (withLog) (void)std::fwrite(kLine, 1, sizeof kLine - 1, stdout);
+  if (withLog) WriteLine(frame);
   Take(record + 24 + verb + 1 + topic + 1, bench::ReadLe32(record + 16));
 }
 
