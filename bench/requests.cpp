@@ -1,8 +1,9 @@
-// Requests that any thread may send:  bench_requests LOG [ROUNDS]
+// Requests that any thread may send:  bench_requests LOG [ROUNDS [REQUESTS [THREADS] | away NAME]]
 // One thread's against the library's own send and receive, and eight threads' on one connection
-// against one thread's. With a third argument, the number of requests, only one thread's run: for
-// looking at what they cost.
+// against one thread's. With a number of requests only they run: for looking at what they cost. With "away" only the
+// threads are compared, with a server, or a relay in front of one, at 10.77.0.2.
 #include <cstdlib>
+#include <string_view>
 #include <thread>
 
 #include "PlainServer.h"
@@ -17,10 +18,8 @@ constexpr uint32_t kTimeoutMs = 5000;
 
 class Instance {
  public:
-  Instance() {
-    const ZelDeviceId device = bench::LocalDevice(0, 0, 2);
-    handle_ = libzel_createInstance(&device, 0);
-  }
+  explicit Instance(const ZelDeviceId& device = bench::LocalDevice(0, 0, 2))
+      : handle_(libzel_createInstance(&device, 0)) {}
   ~Instance() { (void)libzel_releaseInstance(handle_); }
   Instance(const Instance&) = delete;
   Instance& operator=(const Instance&) = delete;
@@ -79,35 +78,41 @@ void AskFrom(const Instance& instance, int threads, int requestsOfEach) {
   for (std::thread& asker : askers) asker.join();
 }
 
-void CompareThreads(FILE* out, int rounds) {
-  constexpr int kRequests = 40000;
-  const Instance instance;
-  bench::Row row{"requests/s, 8 threads against 1", "thousand/s", {}, {}};
+void CompareThreads(FILE* out, const std::string& name, const Instance& instance, int requests, int rounds) {
+  bench::Row row{name, "thousand/s", {}, {}, "one"};
   for (int round = 0; round <= rounds; ++round) {
-    const double oneSec = bench::Seconds([&] { AskFrom(instance, 1, kRequests / 2); }) * 2;
-    const double eightSec = bench::Seconds([&] { AskFrom(instance, kThreads, kRequests / kThreads); });
+    const double oneSec = bench::Seconds([&] { AskFrom(instance, 1, requests / 2); }) * 2;
+    const double eightSec = bench::Seconds([&] { AskFrom(instance, kThreads, requests / kThreads); });
     if (round == 0) continue;
-    row.Add(kRequests / eightSec / 1e3, kRequests / oneSec / 1e3);
+    row.Add(requests / eightSec / 1e3, requests / oneSec / 1e3);
   }
   row.Print(out);
+}
+
+void Compare(FILE* out, int rounds) {
+  for (const Size& size : {Size{16, 4000}, Size{1024, 4000}, Size{65536, 1000}}) {
+    CompareWithPair(out, size, rounds);
+  }
+  CompareThreads(out, "requests, 8 threads", Instance(), 40000, rounds);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  bench::Require(argc >= 2, "usage: bench_requests LOG [ROUNDS [REQUESTS [THREADS]]]");
+  bench::Require(argc >= 2, "usage: bench_requests LOG [ROUNDS [REQUESTS [THREADS] | away NAME]]");
   FILE* out = bench::MoveLogTo(argv[1]);
   const bench::PlainServer server("127.0.0.2");
   (void)libzel_init();
   const int rounds = argc > 2 ? std::atoi(argv[2]) : 15;
-  if (argc > 3) {
+  const std::string_view mode = argc > 3 ? argv[3] : "";
+  if (mode == "away" && argc > 4) {
+    constexpr ZelDeviceId kAway{{10, 77, 0, 2, 0, 1}};
+    CompareThreads(out, std::string("requests, 8 threads, ") + argv[4], Instance(kAway), 2000, rounds);
+  } else if (!mode.empty()) {
     const int threads = argc > 4 ? std::atoi(argv[4]) : 1;
     AskFrom(Instance(), threads, std::atoi(argv[3]) / threads);
   } else {
-    for (const Size& size : {Size{16, 4000}, Size{1024, 4000}, Size{65536, 1000}}) {
-      CompareWithPair(out, size, rounds);
-    }
-    CompareThreads(out, rounds);
+    Compare(out, rounds);
   }
   (void)libzel_destory();
   return std::fclose(out) == 0 ? 0 : 1;

@@ -78,12 +78,17 @@ slow_links() {
   done
 }
 
-# distances ROUNDS: a relay takes half of the time in each direction.
+# away DELAY COMMAND...: beside a server that a relay takes DELAY to reach in each direction.
+away() {
+  in_lab --hosts 3 --sim "1 --relay 10.77.0.2:9999=10.77.0.3:9999,delay:$1" --sim "2 --listen 0.0.0.0:9999" -- "${@:2}"
+}
+
+# distances ROUNDS
 distances() {
   local way
   for way in "0.2 ms=100us" "1 ms=500us"; do
-    in_lab --hosts 3 --sim "1 --relay 10.77.0.2:9999=10.77.0.3:9999,delay:${way#*=}" \
-      --sim "2 --listen 0.0.0.0:9999" -- "$build/bench/bench_distance" "$log" "${way%=*}" "$1"
+    away "${way#*=}" "$build/bench/bench_distance" "$log" "${way%=*}" "$1"
+    away "${way#*=}" "$build/bench/bench_requests" "$log" "$1" away "${way%=*}"
   done
 }
 
