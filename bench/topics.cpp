@@ -14,6 +14,7 @@
 
 #include "RawClient.h"
 #include "Support.h"
+#include "libzel/libzelx.h"
 
 namespace {
 
@@ -120,18 +121,23 @@ int main(int argc, char** argv) {
 
   bench::Row row{"topics of 64 B", "million/s", {}, {}};
   bench::Row cpu{"  of a core for each", "ns", {}, {}};
+  bench::Row quietRow{"  with DEBUG off", "million/s", {}, {}, "on "};
   bench::Row silentRow{"  against raw without a log", "million/s", {}, {}};
   for (int round = 0; round <= rounds; ++round) {
     const Figures library = Measure([&] { RunLibrary(instance); });
+    (void)libzelx_setLogLevel(LIBZELX_LOG_INFO);
+    const Figures quiet = Measure([&] { RunLibrary(instance); });
+    (void)libzelx_setLogLevel(LIBZELX_LOG_DEBUG);
     // On a thread of its own, as the library's: the log's pages are then as cold to it.
     const Figures logged = Measure([&] { std::thread(RunRaw, std::cref(raw), true).join(); });
     const Figures silent = Measure([&] { std::thread(RunRaw, std::cref(raw), false).join(); });
     if (round == 0) continue;  // warms all up
     row.Add(library.millionPerSec, logged.millionPerSec);
     cpu.Add(library.cpuNs, logged.cpuNs);
+    quietRow.Add(quiet.millionPerSec, library.millionPerSec);
     silentRow.Add(library.millionPerSec, silent.millionPerSec);
   }
-  for (const bench::Row* each : {&row, &cpu, &silentRow}) each->Print(out);
+  for (const bench::Row* each : {&row, &cpu, &quietRow, &silentRow}) each->Print(out);
   (void)libzel_releaseInstance(instance);
   (void)libzel_destory();
   return std::fclose(out) == 0 ? 0 : 1;
