@@ -182,7 +182,7 @@ bool BoundedCalls::ReadAnswers(SocketLink& link, const PendingRequest& request) 
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - CondVar::Clock::now());
     if (!link.SelectEagerly(std::max<int64_t>(left.count(), 0))) return false;
     const auto frame = link.PeekFrame();
-    if (!frame) return false;
+    if (!frame || frame->header.nMsgLen > connection_.receiveTerms().limits.longestBody) return false;
     if (!frame->IsWhole()) {
       if (!IsLongAnswer(*frame, request) || !ReadLongAnswer(link)) return false;
       continue;
@@ -198,15 +198,15 @@ bool BoundedCalls::ReadAnswers(SocketLink& link, const PendingRequest& request) 
 // request, and there is time enough, since who begins a frame has to read it to its end.
 bool BoundedCalls::IsLongAnswer(const FrameView& frame, const PendingRequest& request) const {
   const auto zoe = ZoeHeader::Read(frame.body);
-  return frame.header.version == kVersionZoe && frame.header.nMsgLen <= kMaxReceivedBody && zoe &&
-         zoe->invokeId == request.invokeId && request.MayGetAnswerFrom(frame.header.port) &&
-         CondVar::Clock::now() + std::chrono::milliseconds(CTcpclient::kReceiveThreadTerms.bodyMs) < end_;
+  return frame.header.version == kVersionZoe && zoe && zoe->invokeId == request.invokeId &&
+         request.MayGetAnswerFrom(frame.header.port) &&
+         CondVar::Clock::now() + std::chrono::milliseconds(connection_.receiveTerms().bodyMs) < end_;
 }
 
 // False when the frame could not be read: the receive thread goes on from there.
 bool BoundedCalls::ReadLongAnswer(SocketLink& link) {
   FrameReader reader;
-  const auto outcome = connection_.ReadOrClose(link, reader, CTcpclient::kReceiveThreadTerms);
+  const auto outcome = connection_.ReadOrClose(link, reader, connection_.receiveTerms());
   if (outcome != FrameReader::Outcome::kFrame) {
     if (!link.IsCancelled()) connection_.HandleFailure(link, outcome, reader);
     return false;

@@ -77,6 +77,24 @@ void ConnectionNotes::Lost(SocketLink& link, std::string_view doing) {
   Lost(link, doing, error != 0 ? platform::ReasonText(error) : "closed by the peer");
 }
 
+void ConnectionNotes::LostByRead(SocketLink& link, const FailedRead& read) {
+  using Outcome = FrameReader::Outcome;
+  constexpr std::string_view kReceive = "receive from";
+  const bool isCut = read.endsLink && link.connected();
+  const bool isBadLength = read.outcome == Outcome::kBadLength;
+  if ((isBadLength || isCut) && read.reader.headerSize() != kZelHeaderSize) {
+    Lost(link, kReceive, "short header");
+  } else if (isBadLength) {
+    Lost(link, kReceive, "bad length " + std::to_string(read.reader.header().nMsgLen));
+  } else if (read.outcome == Outcome::kFailed) {
+    Lost(link, kReceive, platform::ReasonText(read.error));
+  } else if (!link.connected()) {
+    Lost(link, kReceive);
+  } else if (isCut) {
+    Lost(link, kReceive, "short body");
+  }
+}
+
 std::string ConnectionNotes::Failure() {
   const MutexLock lock(mutex_);
   return failure_;

@@ -104,6 +104,15 @@ class ConnectionNotes {
   void Lost(SocketLink& link, std::string_view doing, std::string_view reason);
   // The same, for the reason that the link itself knows.
   void Lost(SocketLink& link, std::string_view doing);
+  // A read that was no frame, and whether the reader lets go of the link although that is up.
+  struct FailedRead {
+    const FrameReader& reader;
+    FrameReader::Outcome outcome;
+    int32_t error;  // the runtime's number
+    bool endsLink;
+  };
+  // Tells of the link if that is lost by it.
+  void LostByRead(SocketLink& link, const FailedRead& read);
   // One sentence; empty when nothing ever failed.
   std::string Failure();
 

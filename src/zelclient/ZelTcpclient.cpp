@@ -1,8 +1,6 @@
 #include "zelclient/ZelTcpclient.h"
 
 #include <array>
-#include <cmath>
-#include <cstring>
 #include <optional>
 #include <vector>
 
@@ -18,17 +16,8 @@ constexpr const char* kLocalServerPath = "/var/tmp/zel/zelserver";
 constexpr int64_t kReceiveWaitMs = 1000;
 constexpr int64_t kIdleWaitMs = 30000;  // of a quiet link: whoever changes it wakes the receive thread
 constexpr int64_t kDownPauseMs = 100;
-constexpr int64_t kHeaderGapMs = 20;
-constexpr int64_t kBodyTimeoutMs = 1000;
 constexpr int64_t kReceiveReconnectMs = 1500;
-// A synchronous receive may be in the middle of a frame for as long as its caller has time; a stop must not wait.
-constexpr int64_t kTurnWaitMs = 50;
 constexpr uint32_t kTopicTimeoutMs = 1000;
-
-int64_t WholeMs(const Stopwatch& watch) {
-  // Some time has always passed, even where the clock is too coarse to show it.
-  return std::max<int64_t>(static_cast<int64_t>(std::ceil(watch.ElapsedMs())), 1);
-}
 
 int64_t MsBetween(CondVar::Clock::time_point start, CondVar::Clock::time_point end) {
   return std::chrono::ceil<std::chrono::milliseconds>(end - start).count();
@@ -38,15 +27,7 @@ int64_t MsUntil(CondVar::Clock::time_point end) {
   return end == SocketLink::kNoEnd ? INT64_MAX : MsBetween(CondVar::Clock::now(), end);
 }
 
-int32_t FailDisconnected() {
-  SetErrno(ZEL_E_DISCONNECTED);
-  return -1;
-}
-
 }  // namespace
-
-constexpr FrameReader::Terms CTcpclient::kReceiveThreadTerms{
-    {.longestBody = kMaxReceivedBody}, kTurnWaitMs, INT64_MAX, kHeaderGapMs, kBodyTimeoutMs};
 
 CTcpclient::CTcpclient(const ZelDeviceId& remote, const std::string& parameters, bool isDomain)
     : IZelPeerConnection(remote, parameters), isDomain_(isDomain) {
@@ -166,6 +147,19 @@ CTcpclient::Brought CTcpclient::BringUp(const Patience& patience, const std::sha
   if (!socket_->Connect(leftMs)) return Brought::kNothing;
   requests_.ForgetGone();
   return Brought::kOurs;
+}
+
+void CTcpclient::NoteConnect(Brought brought) {
+  if (brought == Brought::kOurs) {
+    notes().Add(Count::kConnects);
+  } else if (brought == Brought::kNothing) {
+    notes().FailedConnect(socket_->connectError());
+  }
+}
+
+int32_t CTcpclient::FailDisconnected() {
+  SetErrno(ZEL_E_DISCONNECTED);
+  return -1;
 }
 
 bool CTcpclient::EnsureConnected(int64_t timeoutMs) {
@@ -345,7 +339,7 @@ void CTcpclient::ReceiveFrames(SocketLink& link, FrameReader& reader) {
   if (DispatchWhole(link)) return;
   if (loopWaker().IsOpen() && !link.HasReadAhead() && readTurn_.Lend()) return;
   if (!AwaitFrame(link, reader)) return;
-  const Outcome outcome = reader.Read(link, kReceiveThreadTerms);
+  const Outcome outcome = reader.Read(link, receiveTerms());
   if (outcome == Outcome::kFrame) {
     Dispatch(reader.frame());
     requests_.WakeAnswered();
@@ -361,7 +355,8 @@ void CTcpclient::PauseWhileLent() {
 
 // False when nothing came. A link that stays quiet gives its memory back and is then left alone.
 bool CTcpclient::AwaitFrame(SocketLink& link, FrameReader& reader) {
-  if (link.Select(std::min(std::max(idleWaitMs_, kReceiveWaitMs), requests_.MsUntilDue()), &loopWaker())) {
+  const int64_t waitMs = std::min(std::max(idleWaitMs_, kReceiveWaitMs), requests_.MsUntilDue());
+  if (link.Select(std::min(waitMs, link.MsUntilOverdue()), &loopWaker()) || link.MsUntilOverdue() <= 0) {
     idleWaitMs_ = 0;
     return true;
   }
@@ -374,9 +369,10 @@ bool CTcpclient::AwaitFrame(SocketLink& link, FrameReader& reader) {
 
 // Frames that have been read ahead whole are handed over where they lie. True when there was one.
 bool CTcpclient::DispatchWhole(SocketLink& link) {
+  const uint32_t longestBody = ReadTerms(options()).LongestBody(kMaxReceivedBody);
   bool any = false;
   while (!IsStopped() && link.connected()) {
-    const auto frame = link.TakeWhole(kMaxReceivedBody);
+    const auto frame = link.TakeWhole(longestBody);
     if (!frame) break;
     Dispatch(*frame);
     any = true;
@@ -407,7 +403,8 @@ void CTcpclient::HandleFailure(SocketLink& link, Outcome outcome, const FrameRea
   const int32_t error = platform::RuntimeError();  // of the read that failed
   const auto length = static_cast<int>(reader.header().nMsgLen);
   notes().AddFailedRead(reader, outcome);
-  NoteEndedRead(link, outcome, reader, error);
+  const bool endsLink = ReadTerms(options()).EndsLink(outcome);
+  notes().LostByRead(link, {reader, outcome, error, endsLink});
   if (!link.connected()) requests_.FailLost();
   switch (outcome) {
     case Outcome::kClosed:
@@ -429,6 +426,10 @@ void CTcpclient::HandleFailure(SocketLink& link, Outcome outcome, const FrameRea
     case Outcome::kNothing:
     case Outcome::kFrame: break;
   }
+  if (endsLink) {
+    ShutdownLink(link);
+    ReportEnd(link);
+  }
 }
 
 void CTcpclient::ReportEnd(SocketLink& link) {
@@ -447,155 +448,6 @@ void CTcpclient::OnNoMemory() {
   if (link->TakeLoss()) notes().Add(Count::kLosses);  // to tell of it takes memory
   ShutdownLink(*link);
   ReportEnd(*link);
-}
-
-// ---- Reasons and figures ----------------------------------------------------------------------------------
-
-void CTcpclient::NoteConnect(Brought brought) {
-  if (brought == Brought::kOurs) {
-    notes().Add(Count::kConnects);
-  } else if (brought == Brought::kNothing) {
-    notes().FailedConnect(socket_->connectError());
-  }
-}
-
-// The outcomes after which the receive thread lets go of the link.
-void CTcpclient::NoteEndedRead(SocketLink& link, Outcome outcome, const FrameReader& reader, int32_t error) {
-  constexpr std::string_view kReceive = "receive from";
-  if (outcome == Outcome::kBadLength && reader.headerSize() != kZelHeaderSize) {
-    notes().Lost(link, kReceive, "short header");
-  } else if (outcome == Outcome::kBadLength) {
-    notes().Lost(link, kReceive, "bad length " + std::to_string(reader.header().nMsgLen));
-  } else if (outcome == Outcome::kFailed) {
-    notes().Lost(link, kReceive, platform::ReasonText(error));
-  } else if (!link.connected()) {
-    notes().Lost(link, kReceive);
-  }
-}
-
-// ---- Synchronous receive ----------------------------------------------------------------------------------
-
-int32_t CTcpclient::Recv(void* /*context*/, uint8_t* buffer, uint32_t size, uint32_t timeoutMs) {
-  answerError_ = 0;
-  if (IsCancelled()) return FailDisconnected();
-  if (!IsConnected()) {
-    ZEL_LOG(kError, "connection is lost,ready reconnect");
-    if (!EnsureConnected(timeoutMs)) return -1;
-  }
-  const Stopwatch watch;
-  const SocketLink::Reader link(socket_->link());
-  if (!link->connected()) return FailDisconnected();  // lost again meanwhile
-  const int32_t result = AwaitAnswer(*link, {buffer, size}, timeoutMs, watch);
-  return result < 0 && IsCancelled() ? FailDisconnected() : result;
-}
-
-int32_t CTcpclient::AwaitAnswer(SocketLink& link, std::span<uint8_t> out, uint32_t timeoutMs,
-                                const Stopwatch& watch) {
-  int64_t remainingMs = int64_t{timeoutMs} - 1;  // some time has passed
-  FrameReader reader;
-  // What the caller has no room for is not held.
-  const auto room =
-      static_cast<uint32_t>(std::min<uint64_t>(uint64_t{out.size()} + kZoeHeaderSize, UINT32_MAX));
-  while (remainingMs >= 1 && link.SelectEagerly(remainingMs)) {
-    // The answer of another thread's request is held whole: the room for it is elsewhere.
-    const uint32_t held = requests_.MayTake() ? std::max(room, kMaxReceivedBody) : room;
-    const FrameReader::Terms terms{{.heldBody = held}, remainingMs, remainingMs, kHeaderGapMs, remainingMs};
-    const Outcome outcome = ReadOrClose(link, reader, terms);
-    if (outcome != Outcome::kFrame) return FailAnswer(link, outcome, reader, timeoutMs);
-    notes().AddFrameIn(reader.frame());
-    int32_t result = 0;
-    if (TakeAnswer(reader.frame(), out, result)) return result;
-    // The stopwatch goes on, so every answer that is skipped costs the whole time so far. Deliberate.
-    remainingMs -= WholeMs(watch);
-  }
-  SetErrno(ZEL_E_TIMEOUT);
-  return -1;
-}
-
-CTcpclient::Outcome CTcpclient::ReadOrClose(SocketLink& link, FrameReader& reader,
-                                            const FrameReader::Terms& terms) {
-  try {
-    return reader.Read(link, terms);
-  } catch (const std::bad_alloc&) {
-    if (link.TakeLoss()) notes().Add(Count::kLosses);
-    ShutdownLink(link);
-    throw;
-  }
-}
-
-int32_t CTcpclient::FailAnswer(SocketLink& link, Outcome outcome, const FrameReader& reader,
-                               uint32_t timeoutMs) {
-  if (IsCancelled()) return FailDisconnected();
-  notes().AddFailedRead(reader, outcome);
-  constexpr std::string_view kRecv = "CTcpclient::Recv";
-  const auto length = static_cast<int>(reader.header().nMsgLen);
-  switch (outcome) {
-    case Outcome::kClosed:
-      ZEL_LOG_AS(kRecv, kError, "connection is close");
-      notes().Lost(link, "receive from");
-      ReportEnd(link);
-      ShutdownLink(link);
-      SetErrno(ZEL_E_DISCONNECTED);
-      break;
-    case Outcome::kBadLength:
-    case Outcome::kShortHeader:
-      ZEL_LOG_AS(kRecv, kError, "recv size!=header.nMsgLen,size:%d,nMsgLen:%d",
-                 static_cast<int>(reader.headerSize()), length);
-      SetErrno(ZEL_E_LENGTH);
-      break;
-    case Outcome::kShortBody:
-      ZEL_LOG_AS(kRecv, kError, "recv:%d,MsgLen:%d error", static_cast<int>(reader.bodySize()), length);
-      if (link.connected()) {
-        notes().Lost(link, "receive from", "short body");
-      } else {
-        notes().Lost(link, "receive from");
-      }
-      ShutdownLink(link);
-      SetErrno(ZEL_E_LENGTH);
-      break;
-    case Outcome::kNothing:
-    case Outcome::kFailed:
-    case Outcome::kFrame:
-      ZEL_LOG_AS(kRecv, kTrace, "recv message timeout %d ms", static_cast<int>(timeoutMs));
-      SetErrno(ZEL_E_TIMEOUT);
-      break;
-  }
-  return -1;
-}
-
-bool CTcpclient::IsTakenByRequest(const FrameView& frame) {
-  const auto taken = requests_.Take(frame, RequestTable::Reader::kSynchronousReceive);
-  if (taken == RequestTable::Taken::kLate) notes().Add(Count::kLateAnswers);
-  if (taken == RequestTable::Taken::kAnswer) WakeReceiveThread();
-  return taken != RequestTable::Taken::kNo;
-}
-
-// True when the message is the one that is waited for; `result` is then the call's.
-bool CTcpclient::TakeAnswer(const FrameView& frame, std::span<uint8_t> out, int32_t& result) {
-  std::span<const uint8_t> payload = frame.body;
-  uint32_t error = 0;
-  if (frame.header.version == kVersionZoe) {
-    const auto zoe = ZoeHeader::Read(payload);
-    if (!zoe) {
-      result = static_cast<int32_t>(payload.size());
-      return true;
-    }
-    if (zoe->invokeId != lastInvokeId_ && IsTakenByRequest(frame)) return false;
-    error = zoe->error;
-    SetErrno(static_cast<int32_t>(error));
-    if (zoe->invokeId != lastInvokeId_) {
-      ZEL_LOG_AS("CTcpclient::Recv", kError, "LastinvokeId:%d !=recv invokeId:%d",
-                 static_cast<int>(lastInvokeId_.load()), static_cast<int>(zoe->invokeId));
-      if (frame.header.port != kTopicPort) notes().Add(Count::kLateAnswers);
-      return false;
-    }
-    answerError_ = error;
-    payload = payload.subspan(kZoeHeaderSize);
-  }
-  const size_t count = std::min(payload.size(), out.size());
-  if (count != 0) std::memcpy(out.data(), payload.data(), count);
-  result = count == 0 && error != 0 ? -1 : static_cast<int32_t>(count);
-  return true;
 }
 
 }  // namespace libzel

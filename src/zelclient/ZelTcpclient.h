@@ -12,6 +12,7 @@
 #include "utils/Mutex.h"
 #include "utils/Stopwatch.h"
 #include "zelclient/ConnectAttempts.h"
+#include "zelclient/ReadTerms.h"
 #include "zelclient/ReadTurn.h"
 #include "zelclient/RequestTable.h"
 #include "zelclient/ZelPeerConn.h"
@@ -82,7 +83,7 @@ class CTcpclient : public IZelPeerConnection {
 
   // ---- For a caller that reads in the receive thread's place
 
-  static const FrameReader::Terms kReceiveThreadTerms;
+  FrameReader::Terms receiveTerms() { return ReadTerms(options()).OfReceiveThread(); }
   // A frame that there is no memory for leaves the stream without its framing.
   FrameReader::Outcome ReadOrClose(SocketLink& link, FrameReader& reader, const FrameReader::Terms& terms);
   // What a frame that could not be read means to the receive thread.
@@ -108,6 +109,8 @@ class CTcpclient : public IZelPeerConnection {
   bool TryPaced(const Patience& patience);
   void SubscribeAgain(CondVar::Clock::time_point end);
   bool EnsureConnected(int64_t timeoutMs);
+  // Leaves error number 5, and gives -1.
+  static int32_t FailDisconnected();
   bool IsCancelled() const { return socket_->IsCancelled(); }
 
   int32_t SendPieces(uint16_t port, const AddressBlock& address, std::span<const platform::ConstBytes> pieces,
@@ -127,9 +130,10 @@ class CTcpclient : public IZelPeerConnection {
   void ShutdownLink(const SocketLink& link);
   void LinkChanged();
   void NoteConnect(Brought brought);
-  void NoteEndedRead(SocketLink& link, Outcome outcome, const FrameReader& reader, int32_t error);
 
   int32_t AwaitAnswer(SocketLink& link, std::span<uint8_t> out, uint32_t timeoutMs, const Stopwatch& watch);
+  static bool AwaitInput(SocketLink& link, int64_t timeoutMs);
+  Outcome ReadWhole(SocketLink& link, FrameReader& reader, uint32_t heldBody, int64_t timeoutMs);
   int32_t FailAnswer(SocketLink& link, Outcome outcome, const FrameReader& reader, uint32_t timeoutMs);
   bool IsTakenByRequest(const FrameView& frame);
   bool TakeAnswer(const FrameView& frame, std::span<uint8_t> out, int32_t& result);

@@ -36,6 +36,11 @@ void FrameDecoder::Begin(const Limits& limits) {
   bodySize_ = 0;
 }
 
+void FrameDecoder::SetLongestBody(uint32_t longestBody) {
+  limits_.longestBody = longestBody;
+  if (HasHeader()) Judge();
+}
+
 std::span<uint8_t> FrameDecoder::Room() {
   if (!HasHeader()) return std::span(header_).subspan(headerSize_);
   const uint32_t wanted = header().nMsgLen - bodySize_;

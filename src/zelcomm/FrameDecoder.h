@@ -42,6 +42,8 @@ class FrameDecoder {
 
   // Begins with a new frame.
   void Begin(const Limits& limits);
+  // For the rest of a frame that has begun.
+  void SetLongestBody(uint32_t longestBody);
   // Where the next bytes of the stream belong: never empty while more is wanted, never more than the frame's own.
   std::span<uint8_t> Room();
   // Takes in that `count` bytes were put into the room.

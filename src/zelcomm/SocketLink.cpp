@@ -4,6 +4,7 @@
 #include <array>
 #include <chrono>
 #include <thread>
+#include <utility>
 
 #include "utils/Log.h"
 #include "utils/Stopwatch.h"
@@ -18,6 +19,10 @@ namespace {
 
 int64_t MsUntil(CondVar::Clock::time_point end) {
   return std::chrono::ceil<std::chrono::milliseconds>(end - CondVar::Clock::now()).count();
+}
+
+int64_t CeilMs(CondVar::Clock::time_point when) {
+  return std::chrono::ceil<std::chrono::milliseconds>(when.time_since_epoch()).count();
 }
 
 int64_t NowMs() {
@@ -143,7 +148,23 @@ int64_t SocketLink::Receive(uint8_t* buffer, size_t size) {
   return static_cast<int64_t>(ahead_.Read({buffer, size}));
 }
 
+int64_t SocketLink::MsUntilOverdue() const {
+  const int64_t endMs = unfinishedEndMs_.load(std::memory_order_acquire);
+  return endMs == INT64_MAX ? INT64_MAX : endMs - NowMs();
+}
+
+void SocketLink::LeaveUnfinished(Unfinished unfinished) {
+  unfinished_ = std::move(unfinished);
+  unfinishedEndMs_.store(CeilMs(unfinished_.end), std::memory_order_release);
+}
+
+SocketLink::Unfinished SocketLink::TakeUnfinished() {
+  unfinishedEndMs_.store(INT64_MAX, std::memory_order_release);
+  return std::exchange(unfinished_, {});
+}
+
 std::optional<FrameView> SocketLink::TakeWhole(uint32_t longestBody) {
+  if (HasUnfinished()) return std::nullopt;
   const MutexLock lock(receiveMutex_);
   if (readers_ != 1) return std::nullopt;
   const auto frame = FrameDecoder::Whole(ahead_.bytes(), longestBody);
@@ -152,6 +173,7 @@ std::optional<FrameView> SocketLink::TakeWhole(uint32_t longestBody) {
 }
 
 std::optional<FrameView> SocketLink::PeekFrame() {
+  if (HasUnfinished()) return std::nullopt;
   const MutexLock lock(receiveMutex_);
   if (readers_ != 1) return std::nullopt;
   if (ahead_.IsEmpty() && FillReadAhead() <= 0) return std::nullopt;
@@ -165,7 +187,7 @@ void SocketLink::SkipWhole(const FrameView& frame) {
 
 bool SocketLink::HasReadAhead() {
   const MutexLock lock(receiveMutex_);
-  return !ahead_.IsEmpty();
+  return !ahead_.IsEmpty() || HasUnfinished();
 }
 
 void SocketLink::TrimReadAhead() {

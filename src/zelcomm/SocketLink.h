@@ -65,7 +65,19 @@ class SocketLink {
   int32_t readFull(uint8_t* buffer, int32_t size);
 
   // Held by a reader from a frame's header to its end, so that two readers never share out one frame.
-  TimedMutex& frameMutex() { return frameMutex_; }
+  TimedMutex& frameMutex() ZEL_THREAD_ANNOTATION(lock_returned(frameMutex_)) { return frameMutex_; }
+
+  // What has come of a frame that nobody waits for inside. What is received next belongs to it.
+  struct Unfinished {
+    FrameDecoder decoder;
+    CondVar::Clock::time_point quietSince;  // when nothing more had come of it
+    CondVar::Clock::time_point end;         // until when it may stay like that
+  };
+  bool HasUnfinished() const { return MsUntilOverdue() != INT64_MAX; }
+  // 0 and less when it has to be read on, although nothing may have come.
+  int64_t MsUntilOverdue() const;
+  void LeaveUnfinished(Unfinished unfinished) ZEL_REQUIRES(frameMutex_);
+  Unfinished TakeUnfinished() ZEL_REQUIRES(frameMutex_);
 
   // Takes the next frame if all of it has been read ahead, its length is good and the caller is the sole reader. Its
   // bytes stay where they are until the caller reads again: only a sole reader reads ahead.
@@ -74,6 +86,7 @@ class SocketLink {
   // whoever reads in the sole reader's place. It is left where it is until SkipWhole, if it is whole.
   std::optional<FrameView> PeekFrame();
   void SkipWhole(const FrameView& frame);
+  // True also when a frame has been read in part.
   bool HasReadAhead();
 
   // Gives the read-ahead's memory back while it is empty.
@@ -157,6 +170,8 @@ class SocketLink {
   SpinChoice spinChoice_;
 
   TimedMutex frameMutex_;
+  Unfinished unfinished_ ZEL_GUARDED_BY(frameMutex_){};
+  std::atomic<int64_t> unfinishedEndMs_{INT64_MAX};  // by the steady clock; the most when there is none
   TimedMutex sendTurn_;
   Mutex receiveMutex_;
   int readers_ ZEL_GUARDED_BY(receiveMutex_) = 0;

@@ -158,5 +158,72 @@ TEST_F(FrameReaderTest, CancelEndsAReadInsideABodyWithoutAnErrorLine) {
   for (const auto& line : log.Lines()) EXPECT_NE(line.level, "ERROR") << line.message;
 }
 
+// ---- Frames that stay with the link -----------------------------------------------------------------------
+
+class PatientReaderTest : public FrameReaderTest {
+ protected:
+  static FrameReader::Terms Patient(int64_t silenceMs = 60000) {
+    FrameReader::Terms terms = Terms();
+    terms.headerSilenceMs = terms.bodySilenceMs = silenceMs;
+    return terms;
+  }
+  // Sends a part of a frame, and reads it.
+  void Leave(const Bytes& part) {
+    EXPECT_TRUE(peer.Send(part));
+    EXPECT_EQ(Read(Patient()), Outcome::kNothing);
+    EXPECT_TRUE(link->HasUnfinished());
+  }
+
+  const Bytes message = Message(0, 600, Text("hello"));
+};
+
+TEST_F(PatientReaderTest, AFrameInPiecesIsReadWithoutAWait) {
+  for (const uint8_t byte : Bytes(message.begin(), message.end() - 1)) Leave({byte});
+  EXPECT_TRUE(peer.Send({message.back()}));
+  EXPECT_EQ(Read(Patient()), Outcome::kFrame);
+  EXPECT_EQ(Body(), Text("hello"));
+  EXPECT_FALSE(link->HasUnfinished());
+}
+
+TEST_F(PatientReaderTest, AnotherReaderGoesOnWithIt) {
+  Leave({message.begin(), message.begin() + 10});
+  EXPECT_TRUE(peer.Send({message.begin() + 10, message.end()}));
+  reader = FrameReader();
+  EXPECT_EQ(Read(Terms()), Outcome::kFrame);
+  EXPECT_EQ(Body(), Text("hello"));
+}
+
+TEST_F(PatientReaderTest, AnotherReadersLongestBodyHolds) {
+  Leave({message.begin(), message.begin() + 10});
+  FrameReader::Terms terms = Patient();
+  terms.limits.longestBody = 4;
+  EXPECT_EQ(reader.Read(*link, terms), Outcome::kBadLength);
+}
+
+TEST_F(PatientReaderTest, SilenceInsideAHeaderMakesItShort) {
+  Leave({message.begin(), message.begin() + 6});
+  EXPECT_TRUE(zeltest::Eventually([&] { return reader.Read(*link, Patient(20)) == Outcome::kShortHeader; }));
+  EXPECT_EQ(reader.headerSize(), 6U);
+}
+
+TEST_F(PatientReaderTest, SilenceInsideABodyMakesItShort) {
+  Leave({message.begin(), message.begin() + 10});
+  EXPECT_TRUE(zeltest::Eventually([&] { return reader.Read(*link, Patient(20)) == Outcome::kShortBody; }));
+  EXPECT_EQ(reader.bodySize(), 2U);
+}
+
+TEST_F(PatientReaderTest, WhatHasComeIsReadBeforeSilenceIsJudged) {
+  Leave({message.begin(), message.begin() + 10});
+  EXPECT_TRUE(zeltest::Eventually([&] { return link->MsUntilOverdue() <= 60000 - 50; }));
+  EXPECT_TRUE(peer.Send({message.begin() + 10, message.end()}));
+  EXPECT_EQ(Read(Patient(20)), Outcome::kFrame);
+}
+
+TEST_F(PatientReaderTest, TheEndOfTheStreamInsideABodyIsAShortBody) {
+  Leave({message.begin(), message.begin() + 10});
+  peer.Close();
+  EXPECT_EQ(Read(Patient()), Outcome::kShortBody);
+}
+
 }  // namespace
 }  // namespace libzel
