@@ -129,6 +129,11 @@ int64_t Send(SocketHandle socket, std::span<const ConstBytes> pieces);
 
 // Bytes written that the peer's system has not acknowledged; -1 where the system cannot tell.
 int64_t UnsentBytes(SocketHandle socket);
+// Nothing more will be written. Where the system cannot tell of unsent bytes, the peer is told so: by its own end it then
+// shows that it has got everything.
+void FinishSending(SocketHandle socket);
+// Whether it has, after that. Where the peer's end shows it, what the peer still sends has to be received.
+bool HasDelivered(SocketHandle socket);
 
 // One datagram. A datagram longer than the buffer is a failed receive (kSocketMessageTooLong) on both systems.
 // `sender` may be null.

@@ -79,12 +79,18 @@ CPeerConnMgr::Instances CPeerConnMgr::ExtractAll() {
 void CPeerConnMgr::ReleaseInstance(ZelInstance handle) {
   const auto node = Extract(handle);
   if (node.empty()) return;
+  node.mapped()->BeginClose();
+  node.mapped()->AwaitDelivery(CondVar::Clock::now());
   node.mapped()->Cancel();
   node.mapped()->End();
 }
 
 void CPeerConnMgr::ReleaseAll() {
   const Instances instances = ExtractAll();
+  for (const auto& [handle, connection] : instances) connection->BeginClose();
+  // All of them at the same time: what one waits for, the others do not have to.
+  const auto start = CondVar::Clock::now();
+  for (const auto& [handle, connection] : instances) connection->AwaitDelivery(start);
   for (const auto& [handle, connection] : instances) connection->Cancel();
   for (const auto& [handle, connection] : instances) connection->End();
 }

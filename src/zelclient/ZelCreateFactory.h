@@ -30,8 +30,8 @@ class CPeerConnMgr {
   // The connection if it is still a live instance, else null. (A handle alone cannot tell: a later instance may have got
   // the same one.)
   static Connection IfLive(const std::weak_ptr<IZelPeerConnection>& connection);
-  // Forgets the instance, then ends it: every call on it that is under way fails within 100 ms, and once this returns
-  // none of its callbacks runs on another thread. The registry's mutex is not held meanwhile. An instance that another
+  // Forgets the instance, lets its unsent data get out if it is to, then ends it: every call on it that is under way
+  // fails within 100 ms, and once this returns none of its callbacks runs on another thread. The registry's mutex is not held meanwhile. An instance that another
   // thread is releasing is not waited for.
   void ReleaseInstance(ZelInstance handle);
   // The same for all: first all are cancelled, in ascending order of their handles, then one after the other is waited

@@ -100,6 +100,11 @@ class IZelPeerConnection {
   // itself, end the process.
   virtual int32_t loop_start() noexcept;
   virtual int32_t loop_stop() noexcept;
+  // What precedes the end of a connection whose unsent data are to get out. Its application hears no more of it, and
+  // nothing more is to be written.
+  virtual void BeginClose() {}
+  // Waits for them, for as long since `start` as the connection may; then the connection is to be cancelled.
+  virtual void AwaitDelivery(CondVar::Clock::time_point /*start*/) {}
   // Ends the connection for good without waiting for anything: no event from here on, and whatever is under way fails
   // with 5.
   virtual void Cancel();

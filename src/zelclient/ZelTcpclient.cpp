@@ -49,6 +49,18 @@ CTcpclient::~CTcpclient() {
   End();
 }
 
+void CTcpclient::BeginClose() {
+  if (options().closeWaitMs == 0) return;
+  IZelPeerConnection::Cancel();
+  requests_.Close(LIBZELX_E_CANCELLED);
+  socket_->link()->FinishSending();
+}
+
+void CTcpclient::AwaitDelivery(CondVar::Clock::time_point start) {
+  const int64_t waitMs = options().closeWaitMs;
+  if (waitMs != 0) socket_->link()->AwaitDelivery(start + std::chrono::milliseconds(waitMs));
+}
+
 void CTcpclient::Cancel() {
   IZelPeerConnection::Cancel();
   requests_.Close(LIBZELX_E_CANCELLED);  // first: the end of the link is not their reason
@@ -204,7 +216,8 @@ int32_t CTcpclient::SendPieces(uint16_t port, const AddressBlock& address,
 
 int32_t CTcpclient::WriteFrame(SocketLink& link, std::span<const platform::ConstBytes> pieces,
                                CondVar::Clock::time_point end) {
-  if (end != SocketLink::kNoEnd && !SocketLink::IsTooLong(pieces)) return WriteBefore(link, pieces, end);
+  const bool endsInTime = end != SocketLink::kNoEnd || options().writeStallMs != 0;
+  if (endsInTime && !SocketLink::IsTooLong(pieces)) return WriteBefore(link, pieces, end);
   const int32_t sent = link.writeFrame(pieces);
   if (sent > 0) {
     notes().AddFrames(Count::kFramesOut, Count::kBytesOut, 1, static_cast<uint64_t>(sent));
@@ -221,14 +234,15 @@ int32_t CTcpclient::WriteBefore(SocketLink& link, std::span<const platform::Cons
                                 CondVar::Clock::time_point end) {
   using End = SocketLink::Written::End;
   const auto start = CondVar::Clock::now();
-  const auto written = link.writeBefore(pieces, end);
+  const int64_t stallMs = options().writeStallMs;
+  const auto written = link.writeBefore(pieces, end, stallMs);
   const bool isWhole = written.end == End::kWhole;
   notes().AddFrames(Count::kFramesOut, Count::kBytesOut, isWhole ? 1 : 0, written.bytes);
   if (isWhole) return static_cast<int32_t>(written.bytes);
   if (written.end == End::kFailed) {
     WriteFailed(link);
   } else {
-    DropStalled(link, MsBetween(start, end));
+    DropStalled(link, MsUntil(end) <= 0 ? MsBetween(start, end) : stallMs);
   }
   return FailDisconnected();
 }

@@ -40,6 +40,8 @@ class CTcpclient : public IZelPeerConnection {
   bool WrapReconnect(int64_t timeoutMs);
   bool IsConnected() override { return socket_->isConnected(); }
   void Close() override;
+  void BeginClose() override;
+  void AwaitDelivery(CondVar::Clock::time_point start) override;
   void Cancel() override;
 
   int32_t Send(uint16_t port, uint32_t idGroup, uint32_t idOffset, const uint8_t* data, uint32_t length,

@@ -294,7 +294,7 @@ int32_t SocketLink::write(std::span<const platform::ConstBytes> pieces) {
 }
 
 SocketLink::Written SocketLink::writeBefore(std::span<const platform::ConstBytes> pieces,
-                                            CondVar::Clock::time_point end) {
+                                            CondVar::Clock::time_point end, int64_t stallMs) {
   std::array<platform::ConstBytes, platform::kMaxPieces> copy{};
   std::copy(pieces.begin(), pieces.end(), copy.begin());
   if (end == kNoEnd) {
@@ -303,14 +303,21 @@ SocketLink::Written SocketLink::writeBefore(std::span<const platform::ConstBytes
     return {Written::End::kNoTurn};
   }
   FailedSend failed;
-  const Written written = WriteAll(std::span(copy).first(pieces.size()), end, failed);
+  const Written written = WriteAll(std::span(copy).first(pieces.size()), {end, stallMs}, failed);
   sendTurn_.unlock();
   if (written.end == Written::End::kFailed) NoteFailedWrite(failed);
   return written;
 }
 
-SocketLink::Written SocketLink::WriteAll(std::span<platform::ConstBytes> pieces,
-                                         CondVar::Clock::time_point end, FailedSend& failed) {
+bool SocketLink::Patience::IsOver() {
+  if (end == kNoEnd && stallMs == 0) return false;
+  const auto now = CondVar::Clock::now();
+  if (stalledSince == kNoEnd) stalledSince = now;
+  return now >= end || (stallMs != 0 && now - stalledSince >= std::chrono::milliseconds(stallMs));
+}
+
+SocketLink::Written SocketLink::WriteAll(std::span<platform::ConstBytes> pieces, Patience patience,
+                                         FailedSend& failed) {
   Written written;
   while (!IsCancelled()) {
     const int64_t result = platform::Send(handle_, pieces);
@@ -318,11 +325,12 @@ SocketLink::Written SocketLink::WriteAll(std::span<platform::ConstBytes> pieces,
       written.bytes += static_cast<size_t>(result);
       Advance(pieces, static_cast<size_t>(result));
       if (pieces.empty()) return written;
+      patience.stalledSince = kNoEnd;
       continue;
     }
     failed = {result, platform::RuntimeError(), platform::SocketError()};
     if (!MayWriteOn(failed)) return {Written::End::kFailed, written.bytes};
-    if (end != kNoEnd && CondVar::Clock::now() >= end) return {Written::End::kStalled, written.bytes};
+    if (patience.IsOver()) return {Written::End::kStalled, written.bytes};
   }
   return {Written::End::kFailed, written.bytes};
 }
@@ -339,6 +347,29 @@ bool SocketLink::MayWriteOn(const FailedSend& send) {
   (void)platform::WaitWritable(handle_, 1);
   ZEL_LOG_SOCKET("Socket::write", kTrace, "send error again: usleep 1ms");
   return true;
+}
+
+void SocketLink::FinishSending() {
+  if (!sendTurn_.try_lock_for(0)) return;
+  const AdoptedLock lock(sendTurn_);
+  platform::FinishSending(handle_);
+}
+
+void SocketLink::AwaitDelivery(CondVar::Clock::time_point end) {
+  if (!sendTurn_.try_lock_for(MsUntil(end))) return;
+  const AdoptedLock lock(sendTurn_);
+  platform::FinishSending(handle_);
+  while (connected() && !IsCancelled() && !platform::HasDelivered(handle_) && MsUntil(end) > 0) {
+    if (!LetGoOfInput()) Pause(1);
+  }
+}
+
+// Receives what no reader will, as it may stand before the peer's end. False when there was nothing.
+bool SocketLink::LetGoOfInput() {
+  const MutexLock lock(receiveMutex_);
+  if (readers_ != 0) return false;
+  std::array<uint8_t, 4096> unread;
+  return platform::Receive(handle_, unread.data(), unread.size()) > 0;
 }
 
 // Leaves the thread's error number; what failed is logged.

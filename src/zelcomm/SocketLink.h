@@ -122,13 +122,20 @@ class SocketLink {
     enum class End {
       kWhole,
       kNoTurn,   // another thread's frame took all the time; nothing left
-      kStalled,  // the time was over before the peer had room; a part may have left
+      kStalled,  // the time was over, or nothing moved for too long; a part may have left
       kFailed,   // as writeFrame's -1
     };
     End end = End::kWhole;
     size_t bytes = 0;  // that left
   };
-  Written writeBefore(std::span<const platform::ConstBytes> pieces, CondVar::Clock::time_point end);
+  // With a `stallMs` other than 0 it also ends when not a byte moved for so long.
+  Written writeBefore(std::span<const platform::ConstBytes> pieces, CondVar::Clock::time_point end,
+                      int64_t stallMs = 0);
+
+  // Nothing more is to be written: makes it known at once, unless a frame is being written.
+  void FinishSending();
+  // Waits until the peer has got what was written, and the end of a frame that is being written.
+  void AwaitDelivery(CondVar::Clock::time_point end);
 
   // Why the stream ended: the runtime's number, 0 when the peer closed it.
   int32_t endError() const { return endError_; }
@@ -153,11 +160,20 @@ class SocketLink {
     int32_t runtimeError = 0;
     int32_t socketError = 0;
   };
-  Written WriteAll(std::span<platform::ConstBytes> pieces, CondVar::Clock::time_point end, FailedSend& failed)
+  // What ends a write that the peer has no room for.
+  struct Patience {
+    CondVar::Clock::time_point end;
+    int64_t stallMs;
+    CondVar::Clock::time_point stalledSince = kNoEnd;
+
+    bool IsOver();
+  };
+  Written WriteAll(std::span<platform::ConstBytes> pieces, Patience patience, FailedSend& failed)
       ZEL_REQUIRES(sendTurn_);
   bool MayWriteOn(const FailedSend& send);
   void NoteFailedWrite(const FailedSend& send);
   void NoteEnd(int32_t runtimeError);
+  bool LetGoOfInput();
 
   const platform::SocketHandle handle_;
   const std::shared_ptr<const CancelToken> token_;

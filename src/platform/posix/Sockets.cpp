@@ -207,6 +207,9 @@ int64_t UnsentBytes(SocketHandle socket) {
   return ioctl(Fd(socket), SIOCOUTQ, &bytes) == 0 ? bytes : -1;
 }
 
+void FinishSending(SocketHandle) {}
+bool HasDelivered(SocketHandle socket) { return UnsentBytes(socket) <= 0; }
+
 int64_t ReceiveDatagram(SocketHandle socket, uint8_t* buffer, size_t size, Endpoint* sender) {
   sockaddr_in address{};
   iovec vector{buffer, size};

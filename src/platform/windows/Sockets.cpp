@@ -246,6 +246,8 @@ int64_t Send(SocketHandle socket, std::span<const ConstBytes> pieces) {
 }
 
 int64_t UnsentBytes(SocketHandle) { return -1; }
+void FinishSending(SocketHandle socket) { (void)shutdown(Handle(socket), SD_SEND); }
+bool HasDelivered(SocketHandle socket) { return HasPeerEnded(socket); }
 
 int64_t ReceiveDatagram(SocketHandle socket, uint8_t* buffer, size_t size, Endpoint* sender) {
   sockaddr_in address{};
