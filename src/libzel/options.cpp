@@ -94,8 +94,13 @@ int32_t WithOption(ZelInstance instance, int32_t number, Use use, ExportSite sit
 }  // namespace
 
 int32_t libzelx_setOption(ZelInstance instance, int32_t option, int64_t value) {
-  return WithOption(instance, option,
-                    [value](const auto& row, auto& options) { return Set(row, options, value); });
+  const int32_t result = WithOption(
+      instance, option, [value](const auto& row, auto& options) { return Set(row, options, value); });
+  if (result != ZEL_OK || instance == 0) return result;
+  return WithConnection(instance, [](CTcpclient& connection) {
+    connection.OptionsChanged();
+    return ZEL_OK;
+  });
 }
 
 int32_t libzelx_getOption(ZelInstance instance, int32_t option, int64_t* value) {

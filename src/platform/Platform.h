@@ -155,6 +155,9 @@ bool SetKeepAlive(SocketHandle socket, bool on);
 bool SetKeepAliveIdle(SocketHandle socket, int32_t seconds);
 bool SetKeepAliveInterval(SocketHandle socket, int32_t seconds);
 bool SetKeepAliveCount(SocketHandle socket, int32_t probes);
+// With keep-alive on: the link ends when the peer's system has been silent for about so long, though it was asked, or
+// though data are under way; 0 gives the data as long as the system does. No system is quicker than about 2 s.
+bool SetDeadPeerTime(SocketHandle socket, int32_t timeMs);
 bool SetNoDelay(SocketHandle socket, bool on);
 bool SetReuseAddress(SocketHandle socket, bool on);
 bool SetBroadcast(SocketHandle socket, bool on);

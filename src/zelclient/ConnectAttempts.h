@@ -22,11 +22,9 @@ class ConnectAttempts {
     Attempt& operator=(const Attempt&) = delete;
 
     void Begin() { attempts_.Begin(*this); }
-    // Begins if no attempt is under way and more than the interval has passed since the last one that began here. Gives
+    // Begins if no attempt is under way and more than the pause has passed since the last one that began here. Gives
     // the seconds since then.
-    std::optional<double> BeginPaced(uint32_t intervalSec) {
-      return attempts_.BeginPaced(*this, intervalSec);
-    }
+    std::optional<double> BeginPaced(double pauseSec) { return attempts_.BeginPaced(*this, pauseSec); }
 
    private:
     friend class ConnectAttempts;
@@ -51,10 +49,10 @@ class ConnectAttempts {
     Insert(attempt);
   }
 
-  std::optional<double> BeginPaced(Attempt& attempt, uint32_t intervalSec) {
+  std::optional<double> BeginPaced(Attempt& attempt, double pauseSec) {
     const MutexLock lock(mutex_);
     const double elapsedSec = timer_.ElapsedSec();
-    if (first_ != nullptr || !(elapsedSec > intervalSec)) return std::nullopt;
+    if (first_ != nullptr || !(elapsedSec > pauseSec)) return std::nullopt;
     timer_.Restart();
     Insert(attempt);
     return elapsedSec;

@@ -88,6 +88,8 @@ void CTcpclient::ParseParameters(const std::string& parameters) {
 
 // ---- Connecting -------------------------------------------------------------------------------------------
 
+void CTcpclient::OptionsChanged() { socket_->SetDeadPeerTime(options().deadPeerMs); }
+
 bool CTcpclient::Connect(int64_t timeoutMs) {
   ZEL_LOG(kInfo, "tcpclient ready connect  HostName:%s,port:%d,timeoutms:%d,isDomain:%d", hostName_.c_str(),
           port_, static_cast<int>(timeoutMs), isDomain_);
@@ -116,7 +118,7 @@ bool CTcpclient::WrapReconnect(int64_t timeoutMs) { return TryPaced({timeoutMs})
 bool CTcpclient::TryPaced(const Patience& patience) {
   if (!IsAutoReconnect() || IsCancelled()) return false;
   ConnectAttempts::Attempt attempt(attempts_);
-  const auto elapsedSec = attempt.BeginPaced(reconnectIntervalSec());
+  const auto elapsedSec = attempt.BeginPaced(pace_.PauseSec(reconnectIntervalSec(), options()));
   if (!elapsedSec) return false;
   if (IsConnected()) return true;  // another thread brought it up meanwhile
   ZEL_LOG(kDebug, "trigger Reconnect  HostName:%s,port:%d,isDomain:%d,IntercalSec:%.2f sec",
@@ -155,6 +157,7 @@ CTcpclient::Brought CTcpclient::BringUp(const Patience& patience, const std::sha
   if (!connectMutex_.try_lock_for(patience.connectMs)) return isUp();
   const AdoptedLock lock(connectMutex_);
   if (IsConnected() && socket_->link() != before) return Brought::kTheirs;
+  OptionsChanged();
   const int64_t leftMs = std::min(patience.connectMs, MsUntil(patience.end));
   if (!socket_->Connect(leftMs)) return Brought::kNothing;
   requests_.ForgetGone();
@@ -162,6 +165,7 @@ CTcpclient::Brought CTcpclient::BringUp(const Patience& patience, const std::sha
 }
 
 void CTcpclient::NoteConnect(Brought brought) {
+  pace_.NoteAttempt(brought != Brought::kNothing);
   if (brought == Brought::kOurs) {
     notes().Add(Count::kConnects);
   } else if (brought == Brought::kNothing) {

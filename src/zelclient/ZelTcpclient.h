@@ -14,6 +14,7 @@
 #include "zelclient/ConnectAttempts.h"
 #include "zelclient/ReadTerms.h"
 #include "zelclient/ReadTurn.h"
+#include "zelclient/ReconnectPace.h"
 #include "zelclient/RequestTable.h"
 #include "zelclient/ZelPeerConn.h"
 #include "zelcomm/Frame.h"
@@ -62,6 +63,8 @@ class CTcpclient : public IZelPeerConnection {
   }
   // The error word of the answer that the last Recv took, for whoever is the only one to receive; 0 when it took none.
   uint32_t answerError() const { return answerError_; }
+  // To be told when one of its options was set.
+  void OptionsChanged();
 
   // Starts the receive thread, which connects at once.
   void ConnectInBackground();
@@ -149,6 +152,7 @@ class CTcpclient : public IZelPeerConnection {
   ReadTurn readTurn_;
   TimedMutex connectMutex_;  // one connect at a time
   ConnectAttempts attempts_;
+  ReconnectPace pace_;
   std::atomic<bool> connectAtOnce_{false};
   std::atomic<uint32_t> answerError_{0};
   int64_t idleWaitMs_ = 0;  // the receive thread's own

@@ -220,11 +220,23 @@ void TcpSocket::setLinger() {
   if (!platform::SetLinger(fd(), true, 0)) ZEL_LOG_OPTION_ERROR("socket set sock linger error");
 }
 
+void TcpSocket::SetDeadPeerTime(int64_t timeMs) {
+  const int64_t earlierMs = deadPeerMs_.exchange(timeMs);
+  if (earlierMs == timeMs || !isConnected()) return;
+  if (timeMs == 0) (void)platform::SetDeadPeerTime(fd(), 0);
+  (void)setKeepAlive();
+}
+
 // A dead peer is found after 120 + 3 x 15 seconds of silence.
 bool TcpSocket::setKeepAlive() {
   const auto handle = fd();
   if (!platform::SetKeepAlive(handle, true)) {
     ZEL_LOG_OPTION_ERROR("socket set sock keep alive error");
+    return false;
+  }
+  if (const int64_t deadPeerMs = deadPeerMs_; deadPeerMs != 0) {
+    if (platform::SetDeadPeerTime(handle, static_cast<int32_t>(deadPeerMs))) return true;
+    ZEL_LOG_OPTION_ERROR("socket set dead peer time error");
     return false;
   }
   if (!platform::SetKeepAliveIdle(handle, 120)) {

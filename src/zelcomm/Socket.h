@@ -45,6 +45,10 @@ class Socket {
   virtual int32_t write(const FrameBuffer& buffer, int64_t timeoutMs);
   bool Select(int64_t timeoutMs) { return link()->Select(timeoutMs); }
 
+  // How long a peer may be gone before that is noticed, in ms, of the present link and those to come; 0: as the
+  // keep-alive probes find out. Does nothing where there are none.
+  virtual void SetDeadPeerTime(int64_t /*timeMs*/) {}
+
   // Why the last connect failed: the runtime's number, 0 when its time was over.
   int32_t connectError() const { return connectError_; }
 
@@ -97,6 +101,7 @@ class TcpSocket : public Socket {
   bool Connect(int64_t timeoutMs) override;
   void Shutdown() override;
   void setOptions() override;
+  void SetDeadPeerTime(int64_t timeMs) override;
 
  private:
   bool IsUp(const SocketLink& link);
@@ -106,6 +111,7 @@ class TcpSocket : public Socket {
   bool setKeepAlive();
   void setNoDealy();
 
+  std::atomic<int64_t> deadPeerMs_{0};
   bool tried_ = false;  // the present handle has been through a connect
 };
 

@@ -3,6 +3,8 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+
 #include "platform/Platform.h"
 
 namespace libzel::platform {
@@ -54,6 +56,12 @@ bool SetKeepAliveInterval(SocketHandle socket, int32_t seconds) {
 }
 bool SetKeepAliveCount(SocketHandle socket, int32_t probes) {
   return SetOption(socket, IPPROTO_TCP, TCP_KEEPCNT, probes);
+}
+bool SetDeadPeerTime(SocketHandle socket, int32_t timeMs) {
+  if (!SetOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, timeMs)) return false;
+  if (timeMs == 0) return true;
+  return SetKeepAliveIdle(socket, std::max(timeMs / 2000, 1)) &&
+         SetKeepAliveInterval(socket, std::max(timeMs / 6000, 1)) && SetKeepAliveCount(socket, 3);
 }
 bool SetNoDelay(SocketHandle socket, bool on) {
   return SetOption<int>(socket, IPPROTO_TCP, TCP_NODELAY, on ? 1 : 0);

@@ -1,5 +1,9 @@
 #include <winsock2.h>
 #include <ws2tcpip.h>
+// Only after the sockets' own header.
+#include <mstcpip.h>
+
+#include <algorithm>
 
 #include "platform/Platform.h"
 
@@ -11,6 +15,8 @@ namespace {
 constexpr int kKeepIdle = 3;
 constexpr int kKeepCount = 16;
 constexpr int kKeepInterval = 17;
+constexpr int kMostRetransmissionSec = 5;
+constexpr DWORD kSystemsOwn = 0;
 
 SOCKET Handle(SocketHandle socket) { return static_cast<SOCKET>(socket); }
 
@@ -58,6 +64,18 @@ bool SetKeepAliveInterval(SocketHandle socket, int32_t seconds) {
 }
 bool SetKeepAliveCount(SocketHandle socket, int32_t probes) {
   return SetOption(socket, IPPROTO_TCP, kKeepCount, probes);
+}
+// Probes are asked for by the call that every Windows has; it sends ten before it gives up. How long data may be under way
+// only newer ones can be told, in seconds.
+bool SetDeadPeerTime(SocketHandle socket, int32_t timeMs) {
+  (void)SetOption<DWORD>(socket, IPPROTO_TCP, kMostRetransmissionSec,
+                         timeMs == 0 ? kSystemsOwn : static_cast<DWORD>(std::max(timeMs / 1000, 1)));
+  if (timeMs == 0) return true;
+  const auto time = static_cast<ULONG>(timeMs);
+  tcp_keepalive probes{1, std::max<ULONG>(time / 2, 1), std::max<ULONG>(time / 20, 1)};
+  DWORD unused = 0;
+  return WSAIoctl(Handle(socket), SIO_KEEPALIVE_VALS, &probes, sizeof probes, nullptr, 0, &unused, nullptr,
+                  nullptr) == 0;
 }
 bool SetNoDelay(SocketHandle socket, bool on) { return SetSwitch(socket, IPPROTO_TCP, TCP_NODELAY, on); }
 
