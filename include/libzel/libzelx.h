@@ -136,6 +136,50 @@ ZEL_API int32_t libzelx_getOption(ZelInstance instance, int32_t option, int64_t*
  * was set. */
 ZEL_API int32_t libzelx_protect(void);
 
+/** Limits discovery, before libzel_init: to answers from the networks in `peers`
+ * ("10.0.0.0/8,192.168.1.0/24"), and to asking on the adapters in `adapters` (addresses or names,
+ * "eth0,10.0.0.5"). Null: all. Result: 0, 8196 (ZEL_E_PARAM: cannot be read; nothing was set), or LIBZELX_E_TOO_LATE. */
+ZEL_API int32_t libzelx_setNetworks(const char* peers, const char* adapters);
+
+/** @} */
+
+/** @defgroup beyond_discovery Discovery and routes
+ * Starting discovery when it is wanted, its state, and the hosts of identifiers.
+ * @{ */
+
+/** Starts discovery when LIBZELX_DISCOVERY is 0: until then it has no socket and sends no packet. Again does
+ * nothing.
+ * Result: 0, or 8195: it could not be started (libzelx_getDiscovery has the reason). */
+ZEL_API int32_t libzelx_startDiscovery(void);
+
+/** The state of discovery: whether no device answered, or it is broken. */
+typedef struct libzelx_Discovery {
+  size_t size;           /**< sizeof(libzelx_Discovery) */
+  int32_t running;       /**< 1 while it runs */
+  uint32_t adapters;     /**< on how many adapters it asks */
+  uint32_t restarts;     /**< how often it was started again after a failure */
+  uint32_t reserved;     /**< 0 */
+  uint64_t answers;      /**< answers taken */
+  uint64_t dropped;      /**< answers dropped: malformed, or from networks that may not answer */
+  char adapterList[512]; /**< their names, joined by commas; cut */
+  char reason[160];      /**< why it does not run; empty while it does, and before it was started */
+} libzelx_Discovery;
+LIBZELX_SIZE(libzelx_Discovery, 712);
+
+/** Writes the state of discovery; set `out->size` before. Result: 0, or 8196 (ZEL_E_PARAM: null, or a bad size). */
+ZEL_API int32_t libzelx_getDiscovery(libzelx_Discovery* out);
+
+/** Pins the host (dotted IPv4) of an identifier for instances made later, or forgets what is known of it when
+ * `host` is null. With LIBZELX_KEEP_ROUTES discovery leaves a pinned one alone.
+ * Result: 0, 4097 (ZEL_E_DEVICE_ID: null), or 8196 (ZEL_E_PARAM: no address, or LIBZELX_MAX_ROUTES are
+ * known). */
+ZEL_API int32_t libzelx_setRoute(const ZelDeviceId* device, const char* host);
+
+/** Writes the host that an instance made now would get: the one that is known, else the identifier's first
+ * four bytes. 16 bytes are enough. Result: 0, 4097 (ZEL_E_DEVICE_ID: null), or 8196 (ZEL_E_PARAM: null, or
+ * `size` is too small). */
+ZEL_API int32_t libzelx_getRoute(const ZelDeviceId* device, char* host, size_t size);
+
 /** @} */
 
 /** @defgroup beyond_requests Requests from any thread

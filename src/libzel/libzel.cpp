@@ -73,7 +73,7 @@ int32_t libzel_init() {
     SetDefaultLogLevel(static_cast<int32_t>(LogLevel::kDebug));
     const int32_t result = StartSockets();
     DeriveLocalDeviceId();
-    StartDiscovery();
+    if (OptionsOfProcess().discovery != 0) StartDiscovery();
     return result;
   });
 }

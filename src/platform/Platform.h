@@ -135,6 +135,9 @@ void FinishSending(SocketHandle socket);
 // Whether it has, after that. Where the peer's end shows it, what the peer still sends has to be received.
 bool HasDelivered(SocketHandle socket);
 
+// The dotted text of the address that `host` stands for, as StartConnect takes it. Allocates.
+std::string HostText(const char* host);
+
 // One datagram. A datagram longer than the buffer is a failed receive (kSocketMessageTooLong) on both systems.
 // `sender` may be null.
 int64_t ReceiveDatagram(SocketHandle socket, uint8_t* buffer, size_t size, Endpoint* sender);

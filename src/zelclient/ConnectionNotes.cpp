@@ -63,13 +63,13 @@ void ConnectionNotes::AddFailedRead(const FrameReader& reader, FrameReader::Outc
 
 void ConnectionNotes::FailedConnect(int32_t error) {
   Add(Count::kFailedConnects);
-  SetFailure("connect " + peer_ + ": " + (error != 0 ? platform::ReasonText(error) : "timed out"));
+  SetFailure("connect", error != 0 ? platform::ReasonText(error) : "timed out");
 }
 
 void ConnectionNotes::Lost(SocketLink& link, std::string_view doing, std::string_view reason) {
   if (!link.TakeLoss()) return;
   Add(Count::kLosses);
-  SetFailure(std::string(doing) + " " + peer_ + ": " + std::string(reason));
+  SetFailure(doing, reason);
 }
 
 void ConnectionNotes::Lost(SocketLink& link, std::string_view doing) {
@@ -100,9 +100,14 @@ std::string ConnectionNotes::Failure() {
   return failure_;
 }
 
-void ConnectionNotes::SetFailure(std::string text) {
+void ConnectionNotes::SetPeer(std::string peer) {
   const MutexLock lock(mutex_);
-  failure_ = std::move(text);
+  peer_ = std::move(peer);
+}
+
+void ConnectionNotes::SetFailure(std::string_view doing, std::string_view reason) {
+  const MutexLock lock(mutex_);
+  failure_ = std::string(doing) + " " + peer_ + ": " + std::string(reason);
 }
 
 }  // namespace libzel

@@ -73,8 +73,8 @@ class ConnectionNotes {
   ConnectionNotes(const ConnectionNotes&) = delete;
   ConnectionNotes& operator=(const ConnectionNotes&) = delete;
 
-  // Whom the sentences name, "10.0.0.9:9999". Before any other thread knows the connection.
-  void SetPeer(std::string peer) { peer_ = std::move(peer); }
+  // Whom the sentences name from now on, "10.0.0.9:9999".
+  void SetPeer(std::string peer);
 
   // ---- Counting
 
@@ -118,12 +118,12 @@ class ConnectionNotes {
 
  private:
   static uint64_t SizeOf(const FrameView& frame) { return kZelHeaderSize + uint64_t{frame.header.nMsgLen}; }
-  void SetFailure(std::string text);
+  void SetFailure(std::string_view doing, std::string_view reason);
 
-  std::string peer_;
   Counters counters_;
   Counters loopCounters_;  // what the receive thread alone adds to
   Mutex mutex_;
+  std::string peer_ ZEL_GUARDED_BY(mutex_);
   std::string failure_ ZEL_GUARDED_BY(mutex_);
 };
 

@@ -6,6 +6,8 @@
 #include <cstring>
 
 #include "utils/Log.h"
+#include "utils/Options.h"
+#include "utils/Stopwatch.h"
 #include "zelcomm/ErrorCode.h"
 #include "zelcomm/Socket.h"
 
@@ -34,6 +36,20 @@ FrameBuffer BuildFrame(const UdpRequest& request, uint32_t invokeId) {
   return frame;
 }
 
+// One datagram, by the letter whoever sent it: its size, or less than 0.
+int32_t Receive(UdpSocket& socket, std::span<uint8_t> buffer, int32_t timeoutMs) {
+  const auto room = static_cast<uint32_t>(buffer.size());
+  if (OptionsOfProcess().checkSender == 0) return socket.read(buffer.data(), room, timeoutMs);
+  const std::string asked = platform::HostText(socket.host().c_str());
+  const Stopwatch watch;
+  platform::Endpoint sender;
+  for (;;) {
+    const auto leftMs = timeoutMs - static_cast<int64_t>(watch.ElapsedMs());
+    const int32_t size = leftMs < 0 ? -1 : socket.readFrom(buffer.data(), room, leftMs, &sender);
+    if (size == -1 || (size >= 0 && sender.host == asked)) return size;
+  }
+}
+
 uint32_t Fail(int32_t code) {
   SetErrno(code);
   return static_cast<uint32_t>(code);
@@ -47,7 +63,7 @@ uint32_t UdpSendRecv(const char* host, const UdpRequest& request, std::span<uint
   UdpSocket socket(host, kDirectPort, Socket::kDatagram, false);
   if (socket.write(BuildFrame(request, invokeId)) < 0) return Fail(ZEL_E_SEND);
   std::array<uint8_t, kReceiveBufferSize> buffer{};
-  const int32_t size = socket.read(buffer.data(), static_cast<uint32_t>(buffer.size()), timeoutMs);
+  const int32_t size = Receive(socket, buffer, timeoutMs);
   if (size < 0) return Fail(ZEL_E_TIMEOUT);
   return ReadUdpAnswer(std::span(buffer).first(static_cast<size_t>(size)), request, invokeId, answer);
 }

@@ -2,12 +2,16 @@
 
 #include <algorithm>
 #include <chrono>
+#include <exception>
 #include <thread>
+#include <utility>
 
 #include "utils/Forever.h"
 #include "utils/Log.h"
+#include "utils/Options.h"
+#include "zelclient/Routes.h"
+#include "zelclient/ScanLimits.h"
 #include "zelclient/ScanMessage.h"
-#include "zelclient/routetable/RouterTable.h"
 
 namespace libzel {
 
@@ -54,13 +58,95 @@ int32_t CZelScanClient::svc() {
   ZEL_LOG(kDebug, "Zel Scan Client Start");
   (void)platform::
       StartSockets();  // its own, for good: the end of the library's use of them must not close its sockets
-  (void)initMutilCastSocket();  // a failure ends the first wait
-  for (const AdapterRecord& adapter : DeviceIdGenerator().GetAdapterTable())
-    (void)addBroadcastSocket(adapter);
-  while (!IsStopped() && RunCycle()) {
-  }
+  do {
+    OpenSockets();
+    while (!IsStopped() && RunCycle()) {
+    }
+  } while (AwaitRetry());
   ZEL_LOG(kDebug, "Zel Scan Client End");
+  hasEnded_ = true;
   return 0;
+}
+
+bool CZelScanClient::StartAndAwait() {
+  const MutexLock lock(startMutex_);
+  if (hasEnded_.exchange(false)) {
+    JoinEnded();
+    CloseSockets();
+    state_.Begin();
+  }
+  (void)start();
+  return state_.AwaitStart();
+}
+
+AdapterTable CZelScanClient::AdaptersToAskOn() const {
+  using Adapters = CZelDeviceIdGenerator::Adapters;
+  ScanLimits& limits = ScanLimits::Instance();
+  const bool wantsAll = OptionsOfProcess().allAdapters != 0;
+  const bool readsAnew = isRestart_ && !DeviceIdGenerator().IsFromFile();
+  if (!wantsAll && !limits.LimitsAdapters() && !readsAnew) return DeviceIdGenerator().GetAdapterTable();
+  AdapterTable table =
+      CZelDeviceIdGenerator::BuildAdapterTable(wantsAll ? Adapters::kAll : Adapters::kOneOfEachHardware);
+  std::erase_if(table, [&](const AdapterRecord& adapter) { return !limits.MayAsk(adapter); });
+  return table;
+}
+
+// One adapter that cannot be asked on must not keep the others from it again and again.
+bool CZelScanClient::LeavesOut() { return OptionsOfProcess().discoveryRetryMs != 0; }
+
+// What cannot be opened ends the first wait.
+void CZelScanClient::OpenSockets() {
+  failure_.clear();
+  const AdapterTable table = AdaptersToAskOn();
+  if (ScanLimits::Instance().LimitsAdapters()) {
+    if (table.empty()) {
+      failure_ = "none of the adapters to ask on is there";
+      return;
+    }
+    SetMainInterface(table.front().ip);
+  }
+  if (initMutilCastSocket() != 0) failure_ = mainFailure();
+  for (const AdapterRecord& adapter : table) (void)addBroadcastSocket(adapter);
+  uint32_t adapters = 0;
+  std::string names;
+  for (const ScanInterface& interface : interfaces_) {
+    if (interface.multicastSocket == platform::kNoSocket) {
+      if (failure_.empty() && !LeavesOut()) failure_ = "adapter " + interface.name + " cannot be asked on";
+      continue;
+    }
+    ++adapters;
+    names += (names.empty() ? "" : ",") + interface.name;
+  }
+  if (failure_.empty()) state_.NoteRunning(adapters, std::move(names));
+}
+
+void CZelScanClient::CloseSockets() {
+  CloseMainSocket();
+  for (const ScanInterface& interface : interfaces_) {
+    for (const auto socket : {interface.multicastSocket, interface.broadcastSocket}) {
+      if (socket != platform::kNoSocket) platform::CloseSocket(socket);
+    }
+  }
+  interfaces_.clear();
+}
+
+// True when discovery is to begin anew, adapters included.
+bool CZelScanClient::AwaitRetry() {
+  state_.NoteDown(IsStopped() ? "stopped" : failure_);
+  const Stopwatch watch;
+  while (!IsStopped()) {
+    const auto retryMs = static_cast<double>(OptionsOfProcess().discoveryRetryMs);
+    if (retryMs == 0) return false;
+    if (watch.ElapsedMs() >= retryMs) {
+      CloseSockets();
+      state_.NoteRestart();
+      isRestart_ = true;
+      return true;
+    }
+    std::this_thread::sleep_for(
+        std::chrono::milliseconds(std::min<int64_t>(static_cast<int64_t>(retryMs), 20)));
+  }
+  return false;
 }
 
 // False when the wait failed, which ends the thread for good.
@@ -69,6 +155,7 @@ bool CZelScanClient::RunCycle() {
   const int ready = platform::WaitReadableSet(std::span(watched.sockets).first(watched.count),
                                               std::span(watched.ready).first(watched.count), kCycleWaitMs);
   if (ready < 0) {
+    if (failure_.empty()) failure_ = "wait: " + platform::ErrorText(platform::RuntimeError());
     ZEL_LOG_AS("CZelScanClient::svc", kError, "Select error!");
     return false;
   }
@@ -84,6 +171,7 @@ CZelScanClient::Watched CZelScanClient::WatchedSockets() const {
   Watched watched;
   watched.Add(mainSocket());
   for (const ScanInterface& interface : interfaces_) {
+    if (LeavesOut() && interface.multicastSocket == platform::kNoSocket) continue;
     watched.Add(interface.multicastSocket);
     if (scanning) watched.Add(interface.broadcastSocket);
   }
@@ -125,34 +213,55 @@ CZelScanClient::Received CZelScanClient::ReceiveOne(platform::SocketHandle socke
   const int64_t received = platform::ReceiveDatagram(socket, buffer.data(), buffer.size(), &sender);
   if (received < 0) return Received::kFailed;
   const auto datagram = buffer.first(static_cast<size_t>(received));
+  if (datagram.size() < kScanHeaderSize && OptionsOfProcess().dropBadAnswers != 0) {
+    state_.DropAnswer(sender.host, "too short");
+    return Received::kExamined;
+  }
   if (datagram.size() < kScanHeaderSize) {
     ZEL_LOG_AS("CZelScanClient::svc", kError, "reav data len:%d < sizeof(ZelScanHeader)%d",
                static_cast<int>(received), static_cast<int>(kScanHeaderSize));
     return Received::kTooShort;
   }
-  if (IsAcceptedAnswer(ZelScanHeader::Read(datagram))) {
+  if (!IsAcceptedAnswer(ZelScanHeader::Read(datagram))) return Received::kExamined;
+  if (ScanLimits::Instance().MayAnswer(sender.host)) {
     const auto payload = datagram.subspan(kScanHeaderSize);
     (void)notify(payload.data(), payload.size(), sender.host);
+  } else {
+    state_.DropAnswer(sender.host, "its network may not answer");
   }
   return Received::kExamined;
 }
 
 int32_t CZelScanClient::notify(const uint8_t* payload, size_t length, const std::string& senderIp) {
   const std::string document(reinterpret_cast<const char*>(payload), length);
-  const auto record = ReadScanAnswer(document, senderIp);
+  const bool mayDrop = OptionsOfProcess().dropBadAnswers != 0;
+  const auto record = mayDrop ? ReadOrDrop(document, senderIp) : ReadScanAnswer(document, senderIp);
   if (!record) {
-    ZEL_LOG(kError, "not json:%s", document.c_str());
+    if (!mayDrop) ZEL_LOG(kError, "not json:%s", document.c_str());
     return -1;
   }
+  state_.CountAnswer();
   Listener listener;
   {
     const MutexLock lock(listenerMutex_);
     listener = listener_;
   }
   if (listener.callback == nullptr || !scanning_) return 0;
-  (void)CRouterTable::Instance().SetHostIp(record->zelDeviceId, record->ip);
+  LearnRoute(record->zelDeviceId, record->ip);
   listener.callback(*record, listener.context);
   return 0;
+}
+
+std::optional<ZelScanResult> CZelScanClient::ReadOrDrop(const std::string& document,
+                                                        const std::string& senderIp) {
+  std::optional<ZelScanResult> record;
+  try {
+    record = ReadScanAnswer(document, senderIp);
+    if (!record) state_.DropAnswer(senderIp, "no object");
+  } catch (const std::exception& fault) {
+    state_.DropAnswer(senderIp, fault.what());
+  }
+  return record;
 }
 
 // ---- Requests ---------------------------------------------------------------------------------------------

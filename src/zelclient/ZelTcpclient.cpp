@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "utils/Log.h"
+#include "zelclient/routetable/RouterTable.h"
 #include "zelcomm/ErrorCode.h"
 #include "zelcomm/RequestFrame.h"
 
@@ -31,16 +32,16 @@ int64_t MsUntil(CondVar::Clock::time_point end) {
 
 CTcpclient::CTcpclient(const ZelDeviceId& remote, const std::string& parameters, bool isDomain)
     : IZelPeerConnection(remote, parameters), isDomain_(isDomain) {
-  ParseParameters(parameters);
+  std::string hostName = ParseParameters(parameters);
   if (isDomain_) {
-    if (hostName_.empty()) hostName_ = kLocalServerPath;
-    socket_ = std::make_unique<DomainTcpSocket>(hostName_.c_str(), port_, Socket::kStream, true);
-    notes().SetPeer(hostName_);
-    ZEL_LOG(kDebug, "Create Unix Domain TCP Socket,Ready HostName:%s", hostName_.c_str());
+    if (hostName.empty()) hostName = kLocalServerPath;
+    socket_ = std::make_unique<DomainTcpSocket>(hostName.c_str(), port_, Socket::kStream, true);
+    notes().SetPeer(hostName);
+    ZEL_LOG(kDebug, "Create Unix Domain TCP Socket,Ready HostName:%s", hostName.c_str());
   } else {
-    socket_ = std::make_unique<TcpSocket>(hostName_.c_str(), port_, Socket::kStream, false);
-    notes().SetPeer(hostName_ + ":" + std::to_string(port_));
-    ZEL_LOG(kDebug, "Create  TCP Socket,Ready HostName:%s,port:%d", hostName_.c_str(), port_);
+    socket_ = std::make_unique<TcpSocket>(hostName.c_str(), port_, Socket::kStream, false);
+    notes().SetPeer(hostName + ":" + std::to_string(port_));
+    ZEL_LOG(kDebug, "Create  TCP Socket,Ready HostName:%s,port:%d", hostName.c_str(), port_);
   }
 }
 
@@ -72,7 +73,8 @@ void CTcpclient::Close() {
   LinkChanged();
 }
 
-void CTcpclient::ParseParameters(const std::string& parameters) {
+std::string CTcpclient::ParseParameters(const std::string& parameters) {
+  std::string hostName;
   std::string_view rest = parameters;
   while (!rest.empty()) {
     const std::string_view pair = rest.substr(0, rest.find(';'));
@@ -81,9 +83,10 @@ void CTcpclient::ParseParameters(const std::string& parameters) {
     if (equals == std::string_view::npos) continue;
     const std::string_view key = pair.substr(0, equals);
     const std::string value(pair.substr(equals + 1));
-    if (key == (isDomain_ ? "hostname" : "ip")) hostName_ = value;
+    if (key == (isDomain_ ? "hostname" : "ip")) hostName = value;
     if (key == "port" && !isDomain_) port_ = static_cast<uint16_t>(std::stoi(value));
   }
+  return hostName;
 }
 
 // ---- Connecting -------------------------------------------------------------------------------------------
@@ -91,13 +94,14 @@ void CTcpclient::ParseParameters(const std::string& parameters) {
 void CTcpclient::OptionsChanged() { socket_->SetDeadPeerTime(options().deadPeerMs); }
 
 bool CTcpclient::Connect(int64_t timeoutMs) {
-  ZEL_LOG(kInfo, "tcpclient ready connect  HostName:%s,port:%d,timeoutms:%d,isDomain:%d", hostName_.c_str(),
-          port_, static_cast<int>(timeoutMs), isDomain_);
+  ZEL_LOG(kInfo, "tcpclient ready connect  HostName:%s,port:%d,timeoutms:%d,isDomain:%d",
+          socket_->host().c_str(), port_, static_cast<int>(timeoutMs), isDomain_);
   if (attempts_.IsInOne()) return IsConnected();
   ConnectAttempts::Attempt attempt(attempts_);
   attempt.Begin();
   if (!TryConnect({timeoutMs})) return false;
-  ZEL_LOG(kInfo, "Connect HostName:%s,port:%d Success,isDomain:%d", hostName_.c_str(), port_, isDomain_);
+  ZEL_LOG(kInfo, "Connect HostName:%s,port:%d Success,isDomain:%d", socket_->host().c_str(), port_,
+          isDomain_);
   return true;
 }
 
@@ -122,14 +126,14 @@ bool CTcpclient::TryPaced(const Patience& patience) {
   if (!elapsedSec) return false;
   if (IsConnected()) return true;  // another thread brought it up meanwhile
   ZEL_LOG(kDebug, "trigger Reconnect  HostName:%s,port:%d,isDomain:%d,IntercalSec:%.2f sec",
-          hostName_.c_str(), port_, isDomain_, *elapsedSec);
+          socket_->host().c_str(), port_, isDomain_, *elapsedSec);
   return TryReconnect(patience);
 }
 
 bool CTcpclient::TryReconnect(const Patience& patience) {
   if (!TryConnect(patience)) return false;
-  ZEL_LOG(kInfo, "Reconnect  HostName:%s,port:%d Success,isDomain:%d,timeout:%d ms", hostName_.c_str(), port_,
-          isDomain_, static_cast<int>(patience.connectMs));
+  ZEL_LOG(kInfo, "Reconnect  HostName:%s,port:%d Success,isDomain:%d,timeout:%d ms", socket_->host().c_str(),
+          port_, isDomain_, static_cast<int>(patience.connectMs));
   return true;
 }
 
@@ -158,10 +162,19 @@ CTcpclient::Brought CTcpclient::BringUp(const Patience& patience, const std::sha
   const AdoptedLock lock(connectMutex_);
   if (IsConnected() && socket_->link() != before) return Brought::kTheirs;
   OptionsChanged();
+  FollowRoute();
   const int64_t leftMs = std::min(patience.connectMs, MsUntil(patience.end));
   if (!socket_->Connect(leftMs)) return Brought::kNothing;
   requests_.ForgetGone();
   return Brought::kOurs;
+}
+
+// A link that is up stays where it is.
+void CTcpclient::FollowRoute() {
+  if (options().followRoute == 0 || isDomain_ || IsConnected()) return;
+  const std::string host = CRouterTable::Instance().GetHostIpFromDeviceId(remoteDeviceId());
+  socket_->SetHost(host);
+  notes().SetPeer(host + ":" + std::to_string(port_));
 }
 
 void CTcpclient::NoteConnect(Brought brought) {

@@ -102,7 +102,8 @@ class CTcpclient : public IZelPeerConnection {
   enum class Brought { kNothing, kTheirs, kOurs };
   using Outcome = FrameReader::Outcome;
 
-  void ParseParameters(const std::string& parameters);
+  // Gives the host, and takes the port.
+  std::string ParseParameters(const std::string& parameters);
   // How long an attempt may take: the connect, and, for calls that end in time, everything.
   struct Patience {
     int64_t connectMs;
@@ -113,6 +114,7 @@ class CTcpclient : public IZelPeerConnection {
   bool TryReconnect(const Patience& patience);
   bool TryPaced(const Patience& patience);
   void SubscribeAgain(CondVar::Clock::time_point end);
+  void FollowRoute();
   bool EnsureConnected(int64_t timeoutMs);
   // Leaves error number 5, and gives -1.
   static int32_t FailDisconnected();
@@ -143,7 +145,6 @@ class CTcpclient : public IZelPeerConnection {
   bool IsTakenByRequest(const FrameView& frame);
   bool TakeAnswer(const FrameView& frame, std::span<uint8_t> out, int32_t& result);
 
-  std::string hostName_;
   uint16_t port_ = 0;
   const bool isDomain_;
   std::unique_ptr<Socket> socket_;

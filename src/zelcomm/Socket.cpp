@@ -36,7 +36,7 @@ platform::SocketHandle OpenHandle(int32_t type) {
 // ---- Socket -----------------------------------------------------------------------------------------------
 
 Socket::Socket(const char* host, uint16_t port, int32_t type, bool isDomain)
-    : host_(host), port_(port), token_(type == kDatagram ? nullptr : std::make_shared<CancelToken>()) {
+    : port_(port), token_(type == kDatagram ? nullptr : std::make_shared<CancelToken>()), host_(host) {
   const auto handle = isDomain ? platform::kNoSocket : OpenHandle(type);
   const std::string error = RuntimeErrorText();
   if (!isDomain && type == kStream) ZEL_LOG(kTrace, "create tcp socket,sock type:%d", type);
@@ -45,6 +45,16 @@ Socket::Socket(const char* host, uint16_t port, int32_t type, bool isDomain)
     ZEL_LOG(kError, "create socket error:%s,host:%s,type:%d", error.c_str(), host, type);
   }
   link_ = std::make_shared<SocketLink>(handle, token_);
+}
+
+std::string Socket::host() {
+  const MutexLock lock(linkMutex_);
+  return host_;
+}
+
+void Socket::SetHost(const std::string& host) {
+  const MutexLock lock(linkMutex_);
+  host_ = host;
 }
 
 std::shared_ptr<SocketLink> Socket::link() {
@@ -265,6 +275,10 @@ void TcpSocket::setNoDealy() {
 // ---- UdpSocket --------------------------------------------------------------------------------------------
 
 int32_t UdpSocket::read(uint8_t* buffer, uint32_t size, int64_t timeoutMs) {
+  return std::max(readFrom(buffer, size, timeoutMs, nullptr), -1);
+}
+
+int32_t UdpSocket::readFrom(uint8_t* buffer, uint32_t size, int64_t timeoutMs, platform::Endpoint* sender) {
   // Of the whole process: each request has a socket of its own, and so nothing to learn from.
   static SpinChoice spinChoice;
   const auto current = link();
@@ -273,9 +287,11 @@ int32_t UdpSocket::read(uint8_t* buffer, uint32_t size, int64_t timeoutMs) {
       timeoutMs, [&] { return platform::WaitReadable(handle, 0) == 1; },
       [&] { return current->Select(timeoutMs); });
   if (!found) return -1;
-  const int64_t received = platform::ReceiveDatagram(handle, buffer, size, nullptr);
-  if (received < 0) ZEL_LOG(kError, "recvfrom error:%d", platform::SocketError());
-  return static_cast<int32_t>(received);
+  const int64_t received = platform::ReceiveDatagram(handle, buffer, size, sender);
+  if (received >= 0) return static_cast<int32_t>(received);
+  const int32_t error = platform::SocketError();
+  ZEL_LOG_AS("UdpSocket::read", kError, "recvfrom error:%d", error);
+  return error == platform::kSocketMessageTooLong ? -2 : -1;
 }
 
 int32_t UdpSocket::write(const FrameBuffer& buffer) {

@@ -63,7 +63,9 @@ class Socket {
   bool IsCancelled() const { return token_->IsCancelled(); }
 
   platform::SocketHandle fd() { return link()->handle(); }
-  const std::string& host() const { return host_; }
+  std::string host();
+  // For the connects to come.
+  void SetHost(const std::string& host);
   uint16_t port() const { return port_; }
 
  protected:
@@ -83,11 +85,11 @@ class Socket {
   void set_recv_buffer(int32_t bytes);
 
  private:
-  const std::string host_;
   const uint16_t port_;
   const std::shared_ptr<CancelToken> token_;  // null for datagrams
   std::atomic<int32_t> connectError_{0};
   Mutex linkMutex_;
+  std::string host_ ZEL_GUARDED_BY(linkMutex_);
   std::shared_ptr<SocketLink> link_ ZEL_GUARDED_BY(linkMutex_);
 };
 
@@ -125,6 +127,8 @@ class UdpSocket : public Socket {
 
   // One datagram within the time-out: its size, or -1 (a time-out too).
   virtual int32_t read(uint8_t* buffer, uint32_t size, int64_t timeoutMs);
+  // The same, and where it came from; -2 for one that is longer than the buffer.
+  int32_t readFrom(uint8_t* buffer, uint32_t size, int64_t timeoutMs, platform::Endpoint* sender);
   using Socket::write;
   virtual int32_t write(const FrameBuffer& buffer);
   // One datagram: the bytes sent, or -1.

@@ -5,6 +5,7 @@
 
 #include "utils/Forever.h"
 #include "utils/Log.h"
+#include "utils/Options.h"
 #include "utils/xml/Document.h"
 #include "zelcomm/DeviceId.h"
 
@@ -15,6 +16,17 @@ namespace {
 constexpr const char* kDeviceInfo = "deviceInfo";
 constexpr const char* kDeviceId = "deviceId";
 constexpr std::string_view kNoAddress = "0.0.0.0";
+
+struct BadNesting {};
+
+// A file that would be read for ever is refused, if that is wanted.
+class Description : public xml::Document {
+ protected:
+  void OnMismatchedNesting() override {
+    if (OptionsOfProcess().checkXml != 0) throw BadNesting();
+    Document::OnMismatchedNesting();
+  }
+};
 
 std::string HardwareText(std::span<const uint8_t> bytes) {
   constexpr std::string_view kDigits = "0123456789ABCDEF";
@@ -44,7 +56,8 @@ int32_t CZelDeviceIdGenerator::Reload() {
 }
 
 void CZelDeviceIdGenerator::Load() {
-  if (LoadZelDeviceIdFromXml() == -1) (void)LoadZelDeviceIdFromNetAdapters();  // never anything but -1
+  isFromFile_ = LoadZelDeviceIdFromXml() == 0;
+  if (!isFromFile_) (void)LoadZelDeviceIdFromNetAdapters();  // never anything but -1
 }
 
 void CZelDeviceIdGenerator::Store(const ZelDeviceId& id) {
@@ -59,10 +72,15 @@ AdapterTable CZelDeviceIdGenerator::GetAdapterTable() {
 }
 
 int32_t CZelDeviceIdGenerator::LoadZelDeviceIdFromXml() {
-  xml::Document document;
+  Description document;
   if (!document.loadFile(descriptionFile_)) return -1;
   xml::Element root;
-  (void)document.parse(root);  // what was read in front of a fault counts
+  try {
+    (void)document.parse(root);  // what was read in front of a fault counts
+  } catch (const BadNesting&) {
+    ZEL_LOG(kError, "%s is refused:an element is closed by another one's end tag", descriptionFile_.c_str());
+    return -1;
+  }
   for (xml::Element& child : root.children()) {
     if (child.name() != kDeviceInfo) continue;
     const std::string& text = child.attribute(kDeviceId);
@@ -73,12 +91,14 @@ int32_t CZelDeviceIdGenerator::LoadZelDeviceIdFromXml() {
   return -1;
 }
 
-AdapterTable CZelDeviceIdGenerator::MakeAdapterTable(std::span<const platform::Adapter> adapters) {
+AdapterTable CZelDeviceIdGenerator::MakeAdapterTable(std::span<const platform::Adapter> adapters,
+                                                     Adapters which) {
   AdapterTable table;
   for (const platform::Adapter& adapter : adapters) {
     if (adapter.ip.starts_with(kNoAddress)) continue;
     AdapterRecord record{adapter.type, HardwareText(adapter.hardwareAddress), adapter.name, adapter.ip};
-    const auto same = std::ranges::find(table, record.mac, &AdapterRecord::mac);
+    const auto same =
+        which == Adapters::kAll ? table.end() : std::ranges::find(table, record.mac, &AdapterRecord::mac);
     if (same != table.end()) {
       *same = std::move(record);
     } else {
@@ -88,7 +108,9 @@ AdapterTable CZelDeviceIdGenerator::MakeAdapterTable(std::span<const platform::A
   return table;
 }
 
-AdapterTable CZelDeviceIdGenerator::BuildAdapterTable() { return MakeAdapterTable(platform::ListAdapters()); }
+AdapterTable CZelDeviceIdGenerator::BuildAdapterTable(Adapters which) {
+  return MakeAdapterTable(platform::ListAdapters(), which);
+}
 
 int32_t CZelDeviceIdGenerator::LoadZelDeviceIdFromNetAdapters() {
   AdapterTable table = BuildAdapterTable();

@@ -52,10 +52,15 @@ class CZelDeviceIdGenerator {
   // -1 always. An identifier that is found is stored all the same. Deliberate.
   int32_t LoadZelDeviceIdFromNetAdapters();
 
-  static AdapterTable BuildAdapterTable();
+  // True when the description file gave the identifier.
+  bool IsFromFile() const { return isFromFile_; }
+
+  enum class Adapters { kOneOfEachHardware, kAll };
+  static AdapterTable BuildAdapterTable(Adapters which = Adapters::kOneOfEachHardware);
   // Adapters without an address are left out; of several with the same hardware address the last one stays,
-  // at the first one's place.
-  static AdapterTable MakeAdapterTable(std::span<const platform::Adapter> adapters);
+  // at the first one's place, unless all are wanted.
+  static AdapterTable MakeAdapterTable(std::span<const platform::Adapter> adapters,
+                                       Adapters which = Adapters::kOneOfEachHardware);
 
  private:
   void Load();
@@ -63,6 +68,7 @@ class CZelDeviceIdGenerator {
 
   const std::string descriptionFile_;
   std::atomic<bool> loaded_{false};
+  std::atomic<bool> isFromFile_{false};
   Mutex mutex_;
   ZelDeviceId id_ ZEL_GUARDED_BY(mutex_){};
   AdapterTable adapters_ ZEL_GUARDED_BY(mutex_);

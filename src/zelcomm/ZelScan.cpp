@@ -27,6 +27,8 @@ class MulticastOpener {
   explicit MulticastOpener(const MulticastOpening& opening)
       : opening_(opening), socket_(platform::OpenDatagramSocket()) {}
 
+  const std::string& failure() const { return failure_; }
+
   platform::SocketHandle Open() {
     if (!platform::SetReuseAddress(socket_, true)) return Fail("setsockopt SO_REUSEADDR");
     // After a failure of the next two the rest is tried all the same, and fails on the closed socket.
@@ -42,6 +44,10 @@ class MulticastOpener {
 
  private:
   bool Join() {
+    if (!opening_.askOn.empty()) {
+      return platform::JoinMulticastGroup(socket_, kMulticastGroup, opening_.askOn.c_str()) &&
+             platform::SetMulticastInterface(socket_, opening_.askOn.c_str());
+    }
     if (platform::JoinMulticastGroup(socket_, kMulticastGroup, opening_.ip)) return true;
     reason_ = LastErrorText();
     return opening_.ip == std::string_view(kAnyAddress) && platform::IsRouteMissing() &&
@@ -50,6 +56,7 @@ class MulticastOpener {
 
   platform::SocketHandle Fail(const char* step, int32_t line = __builtin_LINE()) {
     const std::string reason = reason_.empty() ? LastErrorText() : reason_;
+    if (failure_.empty()) failure_ = std::string(step) + ": " + reason;
     LogPrint(static_cast<int32_t>(LogLevel::kError), "src\\zelcomm\\ZelScan.cpp", opening_.function, line,
              "%s error,%s", step, reason.c_str());
     if (socket_ != platform::kNoSocket) platform::CloseSocket(socket_);
@@ -58,13 +65,17 @@ class MulticastOpener {
 
   const MulticastOpening& opening_;
   platform::SocketHandle socket_;
-  std::string reason_;  // why the first of two joins failed
+  std::string reason_;   // why the first of two joins failed
+  std::string failure_;  // the first step that failed, and why
 };
 
 }  // namespace
 
-platform::SocketHandle OpenMulticastSocket(const MulticastOpening& opening) {
-  return MulticastOpener(opening).Open();
+platform::SocketHandle OpenMulticastSocket(const MulticastOpening& opening, std::string* failure) {
+  MulticastOpener opener(opening);
+  const platform::SocketHandle socket = opener.Open();
+  if (failure != nullptr) *failure = opener.failure();
+  return socket;
 }
 
 int32_t CZelScan::start() {
@@ -88,10 +99,17 @@ int32_t CZelScan::initMutilCastSocket() {
                            .ip = kAnyAddress,
                            .port = ZEL_MUTILCAST_PORT,
                            .hearsOwnHost = true,
-                           .bindStep = "bind ZEL_MUTILCAST_PORT:" + std::to_string(ZEL_MUTILCAST_PORT)});
+                           .bindStep = "bind ZEL_MUTILCAST_PORT:" + std::to_string(ZEL_MUTILCAST_PORT),
+                           .askOn = mainInterface_},
+                          &mainFailure_);
   if (mainSocket_ == platform::kNoSocket) return -1;
   ZEL_LOG(kDebug, "Init Zel Scan Finish,MutilCast Ip:%s,port:%d", kMulticastGroup, ZEL_MUTILCAST_PORT);
   return 0;
+}
+
+void CZelScan::CloseMainSocket() {
+  if (mainSocket_ != platform::kNoSocket) platform::CloseSocket(mainSocket_);
+  mainSocket_ = platform::kNoSocket;
 }
 
 }  // namespace libzel

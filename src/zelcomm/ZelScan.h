@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include "platform/Platform.h"
 #include "utils/Thread.h"
@@ -37,10 +38,19 @@ class CZelScan {
  protected:
   bool IsStopped() const { return stop_; }
   platform::SocketHandle mainSocket() const { return mainSocket_; }
+  // Lets the main socket ask, and join, on the adapter with this address in place of the default interface; empty: not.
+  void SetMainInterface(std::string ip) { mainInterface_ = std::move(ip); }
+  // Why the last initMutilCastSocket failed.
+  const std::string& mainFailure() const { return mainFailure_; }
+  void CloseMainSocket();
+  // Waits for a thread that has ended by itself, so that another one can start.
+  void JoinEnded() { thread_.Join(); }
 
  private:
   std::atomic<bool> stop_{false};
   platform::SocketHandle mainSocket_ = platform::kNoSocket;
+  std::string mainInterface_;
+  std::string mainFailure_;
   Thread thread_;
 };
 
@@ -51,11 +61,13 @@ struct MulticastOpening {
   uint16_t port;         // 0 for any free one
   bool hearsOwnHost;     // whether what this host sends comes back to it
   std::string bindStep;  // how the line about a failed bind begins
+  std::string askOn{};   // the address to join, and to send, on in place of `ip`; empty: that
 };
 
 // A socket that has joined the group, the caller's to close, or kNoSocket with an ERROR line. One on 0.0.0.0 joins, and
 // sends, where the system's routes lead; where they lead nowhere, on the first adapter that has an address.
-platform::SocketHandle OpenMulticastSocket(const MulticastOpening& opening);
+// `failure` gets the reason; it may be null.
+platform::SocketHandle OpenMulticastSocket(const MulticastOpening& opening, std::string* failure = nullptr);
 
 // What the discovery sockets' receive buffers are raised to: a fleet may answer in the same instant.
 inline constexpr int32_t kDiscoveryReceiveBuffer = 8 * 1024 * 1024;

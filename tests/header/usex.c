@@ -3,7 +3,7 @@
 
 static int SizesAreRight(void) {
   return sizeof(libzelx_Request) == 40 && sizeof(libzelx_Outcome) == 24 && sizeof(libzelx_Message) == 40 &&
-         sizeof(libzelx_Stats) == 152 && sizeof(libzelx_FileEvent) == 56;
+         sizeof(libzelx_Stats) == 152 && sizeof(libzelx_FileEvent) == 56 && sizeof(libzelx_Discovery) == 712;
 }
 
 static int ReleaseIsRight(void) {

@@ -4,11 +4,13 @@
 
 #include <cstdio>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "utils/Forever.h"
 #include "utils/Log.h"
 #include "utils/Mutex.h"
+#include "utils/Options.h"
 #include "zelcomm/DeviceId.h"
 
 namespace libzel {
@@ -23,11 +25,11 @@ class CRouterTable {
   // The host of an identifier: the entry's, else the identifier's first four bytes as an IPv4 address.
   std::string GetHostIpFromDeviceId(const ZelDeviceId& id) {
     const std::string key = DeviceIdText(id);
-    std::string host = Find(key);
-    if (!host.empty()) {
+    const auto known = Find(key);
+    if (known && !known->host.empty()) {
       ZEL_LOG_FROM(kFile, kGetHost, kTrace, "from router table ZelDeviceId:%s Get Host Ip:%s", key.c_str(),
-                   host.c_str());
-      return host;
+                   known->host.c_str());
+      return known->host;
     }
     char fallback[16];
     (void)std::snprintf(fallback, sizeof fallback, "%u.%u.%u.%u", id.bytes[0], id.bytes[1], id.bytes[2],
@@ -40,12 +42,39 @@ class CRouterTable {
   // Sets or replaces the host of the identifier with this text, which a device may have written
   // as it likes. Gives 0.
   int32_t SetHostIp(const std::string& deviceIdText, const std::string& host) {
-    const MutexLock lock(mutex_);
-    hosts_.insert_or_assign(deviceIdText, host);
+    (void)Set(deviceIdText, {host, false});
     return 0;
   }
   int32_t SetHostIp(const ZelDeviceId& id, const std::string& host) {
     return SetHostIp(DeviceIdText(id), host);
+  }
+
+  struct Route {
+    std::string host;
+    bool isPinned;  // by the application
+  };
+  // False when as many are known as there may be.
+  bool Set(const std::string& deviceIdText, const Route& route) {
+    const auto most = static_cast<size_t>(OptionsOfProcess().maxRoutes);
+    const MutexLock lock(mutex_);
+    const auto entry = routes_.find(deviceIdText);
+    if (entry != routes_.end()) {
+      entry->second = route;
+    } else if (most == 0 || routes_.size() < most) {
+      routes_.emplace(deviceIdText, route);
+    } else {
+      return false;
+    }
+    return true;
+  }
+  void Erase(const std::string& deviceIdText) {
+    const MutexLock lock(mutex_);
+    routes_.erase(deviceIdText);
+  }
+  std::optional<Route> Find(const std::string& deviceIdText) {
+    const MutexLock lock(mutex_);
+    const auto entry = routes_.find(deviceIdText);
+    return entry != routes_.end() ? std::optional(entry->second) : std::nullopt;
   }
 
  private:
@@ -53,14 +82,8 @@ class CRouterTable {
   static constexpr std::string_view kFile = "include/zelclient/routetable/RouterTable.h";
   static constexpr std::string_view kGetHost = "CRouterTable::GetHostIpFromDeviceId";
 
-  std::string Find(const std::string& key) {
-    const MutexLock lock(mutex_);
-    const auto entry = hosts_.find(key);
-    return entry != hosts_.end() ? entry->second : std::string();
-  }
-
   Mutex mutex_;
-  std::map<std::string, std::string> hosts_ ZEL_GUARDED_BY(mutex_);
+  std::map<std::string, Route> routes_ ZEL_GUARDED_BY(mutex_);
 };
 
 }  // namespace libzel

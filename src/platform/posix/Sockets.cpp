@@ -210,6 +210,12 @@ int64_t UnsentBytes(SocketHandle socket) {
 void FinishSending(SocketHandle) {}
 bool HasDelivered(SocketHandle socket) { return UnsentBytes(socket) <= 0; }
 
+std::string HostText(const char* host) {
+  const in_addr address = Ipv4Address(host, 0).sin_addr;
+  char text[INET_ADDRSTRLEN] = "";
+  return inet_ntop(AF_INET, &address, text, sizeof text) != nullptr ? text : "";
+}
+
 int64_t ReceiveDatagram(SocketHandle socket, uint8_t* buffer, size_t size, Endpoint* sender) {
   sockaddr_in address{};
   iovec vector{buffer, size};

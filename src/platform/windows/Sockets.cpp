@@ -249,6 +249,12 @@ int64_t UnsentBytes(SocketHandle) { return -1; }
 void FinishSending(SocketHandle socket) { (void)shutdown(Handle(socket), SD_SEND); }
 bool HasDelivered(SocketHandle socket) { return HasPeerEnded(socket); }
 
+std::string HostText(const char* host) {
+  const in_addr address = Ipv4Address(host, 0).sin_addr;
+  char text[INET_ADDRSTRLEN] = "";
+  return inet_ntop(AF_INET, &address, text, sizeof text) != nullptr ? text : "";
+}
+
 int64_t ReceiveDatagram(SocketHandle socket, uint8_t* buffer, size_t size, Endpoint* sender) {
   sockaddr_in address{};
   int addressSize = sizeof address;
