@@ -67,3 +67,8 @@ def test_closed_connection_refuses_everything():
         with pytest.raises(zel.ZelError) as raised:
             call()
         assert raised.value.code == zel.ErrorCode.HANDLE
+
+
+def test_every_code_of_the_library_has_its_text():
+    for code in zel.ErrorCode:
+        assert zel.error_text(code) != "Unknown error code"
