@@ -324,9 +324,9 @@ TEST_F(SendFileTest, FilesToOneDeviceGoInOrderOverOneConnection) {
   const FileDevice device;
   const SentFile file(9000);
   FileEventRecorder seen;
-  std::vector<uint64_t> tickets(20);
+  std::vector<uint64_t> tickets(10);
   for (uint64_t& ticket : tickets) ASSERT_EQ(SendFile(device.Target(), file.path(), seen, &ticket), 0);
-  ASSERT_TRUE(seen.AwaitEnds(20));
+  ASSERT_TRUE(seen.AwaitEnds(10, 30000));
   std::vector<uint64_t> ended;
   for (const libzelx_FileEvent& end : seen.EndEvents()) ended.push_back(end.ticket);
   EXPECT_EQ(ended, tickets);
@@ -345,11 +345,11 @@ TEST_F(SendFileTest, ThreadsThatSendAtTheSameTimeGetTicketsOfTheirOwn) {
   std::vector<std::thread> threads;
   for (int i = 0; i < 6; ++i) {
     threads.emplace_back([&, i] {
-      for (int j = 0; j < 5; ++j) EXPECT_EQ(SendFile(devices[i % 3].Target(), file.path(), seen), 0);
+      for (int j = 0; j < 2; ++j) EXPECT_EQ(SendFile(devices[i % 3].Target(), file.path(), seen), 0);
     });
   }
   for (std::thread& thread : threads) thread.join();
-  ASSERT_TRUE(seen.AwaitEnds(30));
+  ASSERT_TRUE(seen.AwaitEnds(12, 30000));
   std::vector<uint64_t> ended;
   for (const libzelx_FileEvent& end : seen.EndEvents()) {
     EXPECT_EQ(end.result, 0);
@@ -357,7 +357,7 @@ TEST_F(SendFileTest, ThreadsThatSendAtTheSameTimeGetTicketsOfTheirOwn) {
   }
   std::sort(ended.begin(), ended.end());
   EXPECT_EQ(std::unique(ended.begin(), ended.end()), ended.end());
-  EXPECT_EQ(ended.size(), 30U);
+  EXPECT_EQ(ended.size(), 12U);
 }
 
 TEST_F(SendFileTest, ACallbackMaySendTheNextFile) {
