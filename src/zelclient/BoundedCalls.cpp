@@ -176,37 +176,43 @@ void BoundedCalls::ReadInTurn(SocketLink& link, const PendingRequest& request) {
 
 // True when the answer came and nothing is left that has been read.
 bool BoundedCalls::ReadAnswers(SocketLink& link, const PendingRequest& request) {
-  RequestTable& table = connection_.requests();
   const auto end = std::min(end_, EndOf(ReadTurn::kBorrowedMs));
-  while (!table.HasEnded(request)) {
+  while (!connection_.requests().HasEnded(request)) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - CondVar::Clock::now());
     if (!link.SelectEagerly(std::max<int64_t>(left.count(), 0))) return false;
-    const auto frame = link.PeekFrame();
-    if (!frame || frame->header.nMsgLen > connection_.receiveTerms().limits.longestBody) return false;
-    if (!frame->IsWhole()) {
-      if (!IsLongAnswer(*frame, request) || !ReadLongAnswer(link)) return false;
-      continue;
-    }
-    if (table.Take(*frame, RequestTable::Reader::kCaller) == RequestTable::Taken::kNo) return false;
-    connection_.notes().AddFrameIn(*frame);
-    link.SkipWhole(*frame);
+    // One that was left with the link is the answer that was begun here.
+    if (link.HasUnfinished() ? !ReadLongAnswer(link) : !ReadAnswer(link, request)) return false;
   }
   return !link.HasReadAhead();
 }
 
+// False when what comes next is the receive thread's to read.
+bool BoundedCalls::ReadAnswer(SocketLink& link, const PendingRequest& request) {
+  const auto frame = link.PeekFrame();
+  if (!frame || frame->header.nMsgLen > connection_.receiveTerms().limits.longestBody) return false;
+  if (!frame->IsWhole()) return IsLongAnswer(*frame, request) && ReadLongAnswer(link);
+  const auto taken = connection_.requests().Take(*frame, RequestTable::Reader::kCaller);
+  if (taken == RequestTable::Taken::kNo) return false;
+  connection_.notes().AddFrameIn(*frame);
+  link.SkipWhole(*frame);
+  return true;
+}
+
 // True when this frame, of which only a part is there, is worth to be waited for here: it is the answer to this very
-// request, and there is time enough, since who begins a frame has to read it to its end.
+// request, and there is time enough, where who begins a frame has to read it to its end.
 bool BoundedCalls::IsLongAnswer(const FrameView& frame, const PendingRequest& request) const {
   const auto zoe = ZoeHeader::Read(frame.body);
-  return frame.header.version == kVersionZoe && zoe && zoe->invokeId == request.invokeId &&
-         request.MayGetAnswerFrom(frame.header.port) &&
-         CondVar::Clock::now() + std::chrono::milliseconds(connection_.receiveTerms().bodyMs) < end_;
+  if (frame.header.version != kVersionZoe || !zoe || zoe->invokeId != request.invokeId) return false;
+  const auto terms = connection_.receiveTerms();
+  const auto bodyEnd = CondVar::Clock::now() + std::chrono::milliseconds(terms.bodyMs);
+  return request.MayGetAnswerFrom(frame.header.port) && (terms.bodySilenceMs != 0 || bodyEnd < end_);
 }
 
 // False when the frame could not be read: the receive thread goes on from there.
 bool BoundedCalls::ReadLongAnswer(SocketLink& link) {
   FrameReader reader;
   const auto outcome = connection_.ReadOrClose(link, reader, connection_.receiveTerms());
+  if (outcome == FrameReader::Outcome::kNothing) return true;
   if (outcome != FrameReader::Outcome::kFrame) {
     if (!link.IsCancelled()) connection_.HandleFailure(link, outcome, reader);
     return false;

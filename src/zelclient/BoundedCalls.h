@@ -49,6 +49,7 @@ class BoundedCalls {
   void ReadInTurn(SocketLink& link, const PendingRequest& request);
   bool ReadAnswers(SocketLink& link, const PendingRequest& request);
   bool IsLongAnswer(const FrameView& frame, const PendingRequest& request) const;
+  bool ReadAnswer(SocketLink& link, const PendingRequest& request);
   bool ReadLongAnswer(SocketLink& link);
   static int32_t ResultOf(const Written& written);
 

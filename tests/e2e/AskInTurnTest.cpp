@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <libzel/libzelx.h>
 
+#include <algorithm>
 #include <thread>
 
 #include "support/AskFixture.h"
@@ -30,6 +31,19 @@ class AskInTurnTest : public AskFixture {
     serving.join();
   }
 
+  void ExpectLongAnswers() {
+    constexpr int kRequests = 40;
+    std::thread serving([this] {
+      for (int i = 0; i < kRequests; ++i) (void)peer.Serve(LongAnswer(static_cast<uint8_t>(i)));
+    });
+    for (int i = 0; i < kRequests; ++i) {
+      const Asked asked = Ask(instance, RequestTo(600), kLong);
+      EXPECT_EQ(asked.result, 0) << i;
+      EXPECT_TRUE(asked.answer == LongAnswer(static_cast<uint8_t>(i))) << i;
+    }
+    serving.join();
+  }
+
   // Reads a request and sends the first half of its long answer.
   void AnswerHalf() {
     const Bytes answer = Answer(600, peer.ReadRequest().invokeId, LongAnswer(1));
@@ -37,18 +51,7 @@ class AskInTurnTest : public AskFixture {
   }
 };
 
-TEST_F(AskInTurnTest, LongAnswersComeWhole) {
-  constexpr int kRequests = 40;
-  std::thread serving([this] {
-    for (int i = 0; i < kRequests; ++i) (void)peer.Serve(LongAnswer(static_cast<uint8_t>(i)));
-  });
-  for (int i = 0; i < kRequests; ++i) {
-    const Asked asked = Ask(instance, RequestTo(600), kLong);
-    ASSERT_EQ(asked.result, 0) << i;
-    ASSERT_TRUE(asked.answer == LongAnswer(static_cast<uint8_t>(i))) << i;
-  }
-  serving.join();
-}
+TEST_F(AskInTurnTest, LongAnswersComeWhole) { ExpectLongAnswers(); }
 
 TEST_F(AskInTurnTest, AnswerThatIsBehindALongOneOfAnothersFindsItsRequest) {
   const OngoingAsk first(instance, RequestTo(600), kLong);
@@ -93,6 +96,44 @@ TEST_F(AskInTurnTest, ReleaseEndsAWaitForTheRestOfALongAnswer) {
   link.instance.Release();
   EXPECT_EQ(ask.Get().result, LIBZELX_E_CANCELLED);
   EXPECT_LT(time.AwakeMs(), 800);
+}
+
+// ---- Where silence alone ends a body ----------------------------------------------------------------------
+
+class PatientAskInTurnTest : public AskInTurnTest {
+ protected:
+  PatientAskInTurnTest() { EXPECT_EQ(libzelx_setOption(instance, LIBZELX_BODY_WAIT_MS, 30000), 0); }
+};
+
+TEST_F(PatientAskInTurnTest, LongAnswersComeWhole) { ExpectLongAnswers(); }
+
+TEST_F(PatientAskInTurnTest, RestOfALongAnswerMayComeLater) {
+  const OngoingAsk ask(instance, RequestTo(600), kLong);
+  const Bytes answer = Answer(600, peer.ReadRequest().invokeId, LongAnswer(1));
+  for (size_t i = 0; i < answer.size(); i += 50000) {
+    std::this_thread::sleep_for(
+        std::chrono::milliseconds(60));  // longer than a caller keeps the turn to read
+    EXPECT_TRUE(
+        peer.Send({answer.begin() + static_cast<std::ptrdiff_t>(i),
+                   answer.begin() + static_cast<std::ptrdiff_t>(std::min(i + 50000, answer.size()))}));
+  }
+  EXPECT_TRUE(ask.Get().answer == LongAnswer(1));
+}
+
+TEST_F(PatientAskInTurnTest, ATimeoutLeavesTheFramingWhole) {
+  uint32_t invokeId = 0;
+  {
+    const OngoingAsk ask(instance, RequestTo(600, {}, 200));
+    invokeId = peer.ReadRequest().invokeId;
+    const Bytes answer = Answer(600, invokeId, LongAnswer(1));
+    EXPECT_TRUE(peer.Send({answer.begin(), answer.begin() + kLong / 2}));
+    EXPECT_EQ(ask.Get().result, ZEL_E_TIMEOUT);
+    EXPECT_TRUE(peer.Send({answer.begin() + kLong / 2, answer.end()}));
+  }
+  const OngoingAsk next(instance, RequestTo(600));
+  (void)peer.Serve(Text("next"));
+  EXPECT_EQ(next.Get().answer, Text("next"));
+  EXPECT_EQ(StatsOf(instance).lateAnswers, 1U);
 }
 
 }  // namespace
