@@ -1,6 +1,6 @@
 // Many requests on one instance, beside topics, on a link that is cut now and then, to a server that publishes under the
 // identifiers of requests that wait:
-//   many_askers ask THREADS REQUESTS CUT_MS   that many requests of each thread; a cut each so many ms
+//   many_askers ask THREADS REQUESTS CUT      that many requests of each thread; a cut after each so many answers
 //   many_askers cancel REQUESTS               each cancelled at a random moment
 //   many_askers release REQUESTS              the instance released by another thread while they are in flight
 // No answer may reach the wrong caller, and every request has one outcome.
@@ -42,8 +42,8 @@ void Require(bool condition, const char* what, int64_t number = 0) {
 // Answers each request with its own data, two at a time in the wrong order, and publishes under their identifiers.
 class Echo {
  public:
-  // A cut each `cutMs`; 0 for none.
-  explicit Echo(int cutMs) : cutMs_(cutMs), thread_([this] { Serve(); }) {}
+  // A cut after so many answers; 0 for none.
+  explicit Echo(int cutAfter) : cutAfter_(cutAfter), thread_([this] { Serve(); }) {}
   ~Echo() {
     done_ = true;
     thread_.join();
@@ -59,8 +59,8 @@ class Echo {
     while (!done_) {
       if (!server_.IsCalled(20)) continue;
       Peer peer = server_.Accept();
-      const auto end = Clock::now() + std::chrono::milliseconds(cutMs_);
-      while (!done_ && (cutMs_ == 0 || Clock::now() < end) && Answer(peer)) {
+      answered_ = 0;
+      while (!done_ && (cutAfter_ == 0 || answered_ < cutAfter_) && Answer(peer)) {
       }
       if (done_) return;
       if (cuts_++ % 2 == 0) {
@@ -78,10 +78,12 @@ class Echo {
     if (!first.whole) return false;
     if (first.port != kPort) return true;
     Bytes bytes = AnswerTo(first);
+    ++answered_;
     if (peer.HasInput(0)) {
       const Request second = peer.ReadRequest();
       if (!second.whole) return false;
       if (second.port == kPort) bytes = AnswerTo(second) + bytes;
+      ++answered_;
     }
     return peer.Send(bytes);
   }
@@ -91,7 +93,8 @@ class Echo {
            zeltest::Answer(kPort, request.invokeId, request.payload);
   }
 
-  const int cutMs_;
+  const int cutAfter_;
+  int answered_ = 0;  // on this connection
   ScriptedServer server_;
   std::atomic<bool> done_{false};
   std::atomic<int> cuts_{0};
@@ -199,8 +202,8 @@ void AskFrom(ZelInstance instance, uint32_t thread, uint32_t requests, Tally& ta
   for (const Pending& one : pending) one.AwaitEnd();
 }
 
-void Ask(uint32_t threads, uint32_t requests, int cutMs) {
-  const Echo server(cutMs);
+void Ask(uint32_t threads, uint32_t requests, int cutAfter) {
+  const Echo server(cutAfter);
   const auto instance = Connect(server);
   Tally tally;
   std::vector<std::thread> askers;
@@ -287,7 +290,7 @@ int main(int argc, char** argv) {
   } else if (mode == "release" && argc > 2) {
     Release(static_cast<uint32_t>(number(2)));
   } else {
-    Fail("usage: many_askers ask THREADS REQUESTS CUT_MS | cancel REQUESTS | release REQUESTS");
+    Fail("usage: many_askers ask THREADS REQUESTS CUT | cancel REQUESTS | release REQUESTS");
   }
   return libzel_destory() == 0 ? 0 : 1;
 }
