@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <libzel/libzel.hpp>
+#include <sstream>
 #include <thread>
 
 namespace {
@@ -17,10 +18,14 @@ constexpr int kThreads = 4;
 constexpr int kQuestions = 100;
 constexpr std::chrono::seconds kTimeout{5};
 
+// In one piece: the library's failures go there, too, from other threads.
+void Say(const std::string& text) { std::cerr << text + "\n"; }
+
 void Explain(const zel::Answer& answer) {
-  std::cerr << (answer.IsAnswered() ? "the device refused: " : "no answer: ") << answer.Text() << " ("
-            << answer.Code() << ") " << answer.Reason()
-            << (answer.MayBeSent() ? ", may be sent\n" : ", not sent\n");
+  std::ostringstream text;
+  text << (answer.IsAnswered() ? "the device refused: " : "no answer: ") << answer << " " << answer.Reason()
+       << (answer.MayBeSent() ? ", may be sent" : ", not sent");
+  Say(text.str());
 }
 
 int Ask(zel::Connection& connection, uint16_t port, int thread) {
@@ -48,7 +53,7 @@ int AskAll(zel::Connection& connection, uint16_t port) {
 int main(int argc, char** argv) {
   const auto device = argc == 4 ? zel::DeviceId::Parse(argv[1]) : std::nullopt;
   if (!device) {
-    std::cerr << "usage: many_requests DEVICE PORT SLOW_PORT\n";
+    Say("usage: many_requests DEVICE PORT SLOW_PORT");
     return 2;
   }
   zel::Library library;
@@ -60,10 +65,10 @@ int main(int argc, char** argv) {
   const auto slow =
       connection->RequestAsync(port(3), {1, 2}, "slow", kTimeout, [](const zel::Answer& answer) {
         if (!answer) return Explain(answer);
-        std::cerr << "the slow one answered " << answer->size() << " bytes\n";
+        Say("the slow one answered " + std::to_string(answer->size()) + " bytes");
       });
   const int right = AskAll(*connection, port(2));
-  if (connection->Cancel(*slow)) std::cerr << "the slow one was given up\n";
-  std::cerr << right << " of " << kThreads * kQuestions << " answers were right\n";
+  if (connection->Cancel(*slow)) Say("the slow one was given up");
+  Say(std::to_string(right) + " of " + std::to_string(kThreads * kQuestions) + " answers were right");
   return right == kThreads * kQuestions ? 0 : 1;
 }

@@ -8,25 +8,32 @@
 #include <iostream>
 #include <libzel/libzel.hpp>
 
+namespace {
+
+// In one piece: the library's failures go there, too, from other threads.
+void Say(const std::string& text) { std::cerr << text + "\n"; }
+
+}  // namespace
+
 int main(int argc, char** argv) {
   const auto device = argc == 4 ? zel::DeviceId::Parse(argv[1]) : std::nullopt;
   if (!device) {
-    std::cerr << "usage: request DEVICE PORT TEXT\n";
+    Say("usage: request DEVICE PORT TEXT");
     return 2;
   }
   zel::Library library;
   auto connection = zel::Connection::Create(*device);
   if (!connection) {
-    std::cerr << connection.Code() << ": " << connection.Text() << "\n";
+    Say(std::to_string(connection.Code()) + ": " + connection.Text());
     return 1;
   }
   const auto port = static_cast<uint16_t>(std::atoi(argv[2]));
   const auto answer = connection->Request(port, {1, 2}, argv[3], std::chrono::seconds(2));
   if (!answer) {
-    std::cerr << answer.Code() << ": " << answer.Text() << "\n";
-    if (!answer.Reason().empty()) std::cerr << answer.Reason() << "\n";
+    Say(std::to_string(answer.Code()) + ": " + answer.Text());
+    if (!answer.Reason().empty()) Say(answer.Reason());
     return 1;
   }
-  std::cerr << zel::Bytes(*answer).AsText() << "\n";
+  Say(std::string(zel::Bytes(*answer).AsText()));
   return 0;
 }

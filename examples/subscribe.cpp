@@ -9,17 +9,24 @@
 #include <iostream>
 #include <libzel/libzel.hpp>
 
+namespace {
+
+// In one piece: the library's failures go there, too, from other threads.
+void Say(const std::string& text) { std::cerr << text + "\n"; }
+
+}  // namespace
+
 int main(int argc, char** argv) {
   const auto device = argc == 3 || argc == 4 ? zel::DeviceId::Parse(argv[1]) : std::nullopt;
   if (!device) {
-    std::cerr << "usage: subscribe DEVICE TOPIC [COUNT]\n";
+    Say("usage: subscribe DEVICE TOPIC [COUNT]");
     return 2;
   }
   zel::Library library;
   zel::Connection::Options options;
   options.onEvent = [](const zel::DeviceId& server, zel::Event event) {
-    if (event == zel::Event::kConnected) std::cerr << "connected to " << server.ToString() << "\n";
-    if (event == zel::Event::kDisconnected) std::cerr << "lost " << server.ToString() << "\n";
+    if (event == zel::Event::kConnected) Say("connected to " + server.ToString());
+    if (event == zel::Event::kDisconnected) Say("lost " + server.ToString());
   };
 
   // What the callback refers to is declared before the connection, and so outlives it.
@@ -27,16 +34,16 @@ int main(int argc, char** argv) {
   std::promise<void> done;
   auto connection = zel::Connection::Create(*device, options);
   if (!connection || !connection->StartLoop()) {
-    std::cerr << connection.Code() << ": " << connection.Text() << "\n";
+    Say(std::to_string(connection.Code()) + ": " + connection.Text());
     return 1;
   }
   const zel::Result subscribed = connection->Subscribe(argv[2], [&](const zel::TopicMessage& message) {
     if (left <= 0) return;
-    std::cerr << message.topic << ": " << message.data.AsText() << "\n";
+    Say(std::string(message.topic) + ": " + std::string(message.data.AsText()));
     if (--left == 0) done.set_value();
   });
   // Not fatal: the topic is subscribed when the connection is there.
-  if (!subscribed) std::cerr << subscribed.Code() << ": " << subscribed.Text() << "\n";
+  if (!subscribed) Say(std::to_string(subscribed.Code()) + ": " + subscribed.Text());
   done.get_future().wait();
   return 0;
 }
