@@ -3,7 +3,8 @@
  *   send_files PORT FILE REMOTE DEVICE...
  *
  * PORT is the devices' port for files, REMOTE the name that the file gets there. Each device's end goes to
- * standard error, the library's own log to standard output. Exit status: 0 all have it, 1 one has not, 2 usage.
+ * standard error, the library's own log to standard output. Exit status: 0 all have it, 1 one has not,
+ * 2 usage.
  */
 #include <libzel/libzelx.h>
 

@@ -50,6 +50,7 @@ uint64_t FileSender::Enter(std::unique_ptr<FileSending> sending, uint64_t& ticke
   {
     const MutexLock lock(mutex_);
     Device& device = devices_[job.sending->device()];
+    startFailed_ = false;
     mine = job.ticket = ++lastTicket_;
     ticket = mine;  // which is the program's from here on
     job.sending->SetTicket(mine);
@@ -129,7 +130,7 @@ void FileSender::DropIfUnused(const ZelDeviceId& device) {
 // True when a file waits that no thread will take.
 bool FileSender::WantsWorker() {
   const MutexLock lock(mutex_);
-  if (idle_ != 0 || started_ >= WantedWorkers()) return false;
+  if (idle_ != 0 || startFailed_ || started_ >= WantedWorkers()) return false;
   return !cancelled_.empty() || FirstReady() != nullptr;
 }
 
@@ -148,6 +149,8 @@ void FileSender::StartHelp() noexcept {
     StartWorker();
   } catch (const std::exception& fault) {
     ZEL_LOG(kError, "no further thread:%s", fault.what());  // those that there are take its part
+    const MutexLock lock(mutex_);
+    startFailed_ = true;
   }
 }
 

@@ -95,6 +95,7 @@ class FileSender {
   uint64_t lastTicket_ ZEL_GUARDED_BY(mutex_) = 0;
   Waiter* waiters_ ZEL_GUARDED_BY(mutex_) = nullptr;
   size_t started_ ZEL_GUARDED_BY(mutex_) = 0;
+  bool startFailed_ ZEL_GUARDED_BY(mutex_) = false;  // since the last file was submitted
   size_t idle_ ZEL_GUARDED_BY(mutex_) = 0;
   size_t busyDevices_ ZEL_GUARDED_BY(mutex_) = 0;
 

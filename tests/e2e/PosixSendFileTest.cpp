@@ -1,13 +1,19 @@
 // What only files of this system can do to libzelx_sendFile.
 #include <gtest/gtest.h>
 #include <libzel/libzelx.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 
+#include "support/CapturedLog.h"
 #include "support/Deadline.h"
 #include "support/LibraryStart.h"
+#include "support/Options.h"
+#include "support/OwnProcess.h"
 #include "support/SendingFile.h"
 #include "support/TemporaryFolder.h"
 #include "support/Unreadable.h"
@@ -111,6 +117,68 @@ TEST_F(PosixSendFileTest, NoDescriptorIsLeft) {
   ExpectRefused("/dev/null");
   ASSERT_TRUE(seen.AwaitEnds(50));
   EXPECT_TRUE(Eventually([&] { return open() <= before; }));
+}
+
+// Leaves room for little, and for no thread's stack.
+class TightMemory {
+ public:
+  TightMemory() {
+    (void)getrlimit(RLIMIT_AS, &earlier_);
+    std::ifstream pages("/proc/self/statm");
+    rlim_t count = 0;
+    pages >> count;
+    const rlimit tight{count * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + (rlim_t{2} << 20),
+                       earlier_.rlim_max};
+    (void)setrlimit(RLIMIT_AS, &tight);
+  }
+  ~TightMemory() { (void)setrlimit(RLIMIT_AS, &earlier_); }
+  TightMemory(const TightMemory&) = delete;
+  TightMemory& operator=(const TightMemory&) = delete;
+
+ private:
+  rlimit earlier_{};
+};
+
+TEST(NoThreadTest, AFileThatNoThreadCanSendIsRefusedWith8195) {
+  UseFreshProcesses();
+  IN_OWN_PROCESS({
+    EXPECT_EQ(StartLibrary().result, 0);
+    const FileDevice device;
+    const SentFile file(10);
+    FileEventRecorder seen;
+    uint64_t ticket = 9;
+    {
+      const TightMemory tight;
+      EXPECT_EQ(SendFile(device.Target(), file.path(), seen, &ticket), ZEL_E_RESOURCE);
+    }
+    EXPECT_EQ(ticket, 0U);
+    EXPECT_EQ(libzel_destory(), 0);
+    EXPECT_EQ(seen.Count(), 0U);
+    EXPECT_EQ(SendFile(device.Target(), file.path(), seen, &ticket), 0);
+    EXPECT_EQ(seen.End().result, 0);
+  });
+}
+
+// A thread that could not be had for a second device is not missed.
+TEST(NoThreadTest, WithoutAFurtherThreadTheFirstOneSendsAll) {
+  UseFreshProcesses();
+  IN_OWN_PROCESS({
+    EXPECT_EQ(StartLibrary().result, 0);
+    const OptionSet workers(LIBZELX_FILE_WORKERS, 8);
+    const FileDevice devices[3];
+    const SentFile file(20000);
+    FileEventRecorder seen;
+    EXPECT_EQ(SendFile(devices[0].Target(), file.path(), seen), 0);
+    EXPECT_TRUE(seen.AwaitEnds(1));
+    const CapturedLog log;
+    {
+      const TightMemory tight;
+      for (const FileDevice& device : devices) EXPECT_EQ(SendFile(device.Target(), file.path(), seen), 0);
+      EXPECT_TRUE(seen.AwaitEnds(4));
+    }
+    for (const libzelx_FileEvent& end : seen.EndEvents()) EXPECT_EQ(end.result, 0);
+    EXPECT_TRUE(log.HasStart("ERROR", "no further thread:"));
+  });
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// Files of libzelx_sendFile to several devices at the same time, and what becomes of them when the library is ended.
+// Files of libzelx_sendFile to several devices at the same time, and what becomes of them when the library
+// is ended.
 #include <gtest/gtest.h>
 #include <libzel/libzelx.h>
 

@@ -1,5 +1,5 @@
-// A link that is cut, or falls silent, while a file is on its way: the lab's relay does it behind so many bytes to the
-// library, whose answers have 30 bytes each.
+// A link that is cut, or falls silent, while a file is on its way: the lab's relay does it behind so many
+// bytes to the library, whose answers have 30 bytes each.
 #include <gtest/gtest.h>
 #include <libzel/libzelx.h>
 

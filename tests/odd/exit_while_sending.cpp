@@ -1,5 +1,5 @@
-// Ends while files are being sent and others wait: just so, or with a handler that ends the library. The handler must
-// leave no file without its end; without it nobody is told.
+// Ends while files are being sent and others wait: just so, or with a handler that ends the library. The
+// handler must leave no file without its end; without it nobody is told.
 #include <libzel/libzelx.h>
 
 #include <atomic>

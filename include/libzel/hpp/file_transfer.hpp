@@ -158,8 +158,8 @@ class FileTransfer {
 };
 
 /// Sends a local file to a port of a device (libzelx_sendFile) and returns when it is opened; the callback,
-/// if there is one, is told of every step and then, once, of the end. Paths are UTF-8 on every system. Files to
-/// one device go one after the other. What is no regular file, or cannot be opened, is over at once with
+/// if there is one, is told of every step and then, once, of the end. Paths are UTF-8 on every system. Files
+/// to one device go one after the other. What is no regular file, or cannot be opened, is over at once with
 /// ZEL_E_FILE_OPEN.
 inline FileTransfer SendFile(const DeviceId& device, uint16_t port, const std::string& localPath,
                              const std::string& remotePath, FileCallback callback = nullptr) {
