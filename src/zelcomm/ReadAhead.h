@@ -43,7 +43,9 @@ class ReadAhead {
   bool HasBlock() const { return block_ != nullptr; }
   // Gives the memory back, if it is empty.
   void Trim() {
-    if (IsEmpty()) block_.reset();
+    if (!IsEmpty()) return;
+    block_.reset();
+    begin_ = end_ = 0;
   }
 
  private:
