@@ -1,7 +1,7 @@
 // Requests that any thread may send:  bench_requests LOG [ROUNDS [REQUESTS [THREADS] | away NAME]]
 // One thread's against the library's own send and receive, and eight threads' on one connection
-// against one thread's. With a number of requests only they run: for looking at what they cost. With "away" only the
-// threads are compared, with a server, or a relay in front of one, at 10.77.0.2.
+// against one thread's. With a number of requests only they run: for looking at what they cost. With
+// "away" only the threads are compared, with a server, or a relay in front of one, at 10.77.0.2.
 #include <cstdlib>
 #include <string_view>
 #include <thread>

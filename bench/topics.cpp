@@ -49,7 +49,7 @@ void RunLibrary(ZelInstance instance) {
   (void)libzel_unsubscribe(instance, kTopic);
 }
 
-// The library's line, with its time and the message's own identifier. The second changes in none of the lines.
+// The library's line, with its time and the message's own identifier. Its second is always the same.
 void WriteLine(const uint8_t* frame) {
   static char line[] =
       "2025-01-16 18:09:37.123 \x1b[34m[libzel,DEBUG,MsgRouter.cpp,CMsgRouter::call,78,12345\x1b[37m]:"

@@ -23,7 +23,7 @@ constexpr Range kNumber{0, kMost};
 
 template <typename Options>
 struct Row {
-  int32_t number;
+  int64_t number;
   Setting Options::*setting;
   Range range;
   int64_t protective;

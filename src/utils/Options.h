@@ -10,14 +10,13 @@ namespace libzel {
 
 class Setting {
  public:
-  constexpr Setting(int64_t value)
-      : value_(value) {}  // NOLINT(google-explicit-constructor): stands for its value
+  // NOLINTNEXTLINE(google-explicit-constructor): stands for its value
+  constexpr Setting(int64_t value) : value_(value) {}
   Setting(const Setting& other) : value_(other) {}
   Setting& operator=(const Setting&) = delete;
 
-  operator int64_t() const {
-    return value_.load(std::memory_order_relaxed);
-  }  // NOLINT(google-explicit-constructor)
+  // NOLINTNEXTLINE(google-explicit-constructor): stands for its value
+  operator int64_t() const { return value_.load(std::memory_order_relaxed); }
   void Set(int64_t value) { value_.store(value, std::memory_order_relaxed); }
 
  private:

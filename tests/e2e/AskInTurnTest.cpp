@@ -1,5 +1,5 @@
-// Requests one after the other, whose callers read the stream themselves after a while: long answers, and what may end
-// them.
+// Requests one after the other, whose callers read the stream themselves after a while: long answers, and
+// what may end them.
 #include <gtest/gtest.h>
 #include <libzel/libzelx.h>
 

@@ -1,5 +1,5 @@
-// LIBZELX_DEAD_PEER_MS: a host that is gone without a word. The simulator's, 10.77.0.2, whose hardware address is made to
-// be nobody's.
+// LIBZELX_DEAD_PEER_MS: a host that is gone without a word. The simulator's, 10.77.0.2, whose hardware
+// address is made to be nobody's.
 #include <gtest/gtest.h>
 #include <libzel/libzelx.h>
 

@@ -1,5 +1,5 @@
-// Discovery when it is wanted: its start, its state, its second life, whom it hears, and where it asks. Each case has a
-// process of its own.
+// Discovery when it is wanted: its start, its state, its second life, whom it hears, and where it asks. Each
+// case has a process of its own.
 #include <gtest/gtest.h>
 #include <libzel/libzelx.h>
 

@@ -1,4 +1,5 @@
-// Options as such: their numbers, ranges, defaults, and when they can be set. What each does stands elsewhere.
+// Options as such: their numbers, ranges, defaults, and when they can be set. What each
+// does stands elsewhere.
 #include "support/Options.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
-// LIBZELX_HEADER_WAIT_MS, LIBZELX_BODY_WAIT_MS and LIBZELX_MAX_BODY: which frames are waited for, and which are taken.
+// LIBZELX_HEADER_WAIT_MS, LIBZELX_BODY_WAIT_MS and LIBZELX_MAX_BODY: which frames are waited
+// for, and which are taken.
 #include <gtest/gtest.h>
 #include <libzel/libzelx.h>
 

@@ -1,5 +1,6 @@
-// A peer's bytes against a table of requests that wait: the first bytes say who waits for what, the rest is the stream.
-// Each caller gets one outcome at most, in its own room, and nobody's identifier is taken for another's.
+// A peer's bytes against a table of requests that wait: the first bytes say who waits for what, the rest is
+// the stream. Each caller gets one outcome at most, in its own room, and nobody's identifier is taken for
+// another's.
 #include <array>
 #include <cstdint>
 #include <cstdlib>

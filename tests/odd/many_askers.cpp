@@ -1,8 +1,8 @@
-// Many requests on one instance, beside topics, on a link that is cut now and then, to a server that publishes under the
-// identifiers of requests that wait:
-//   many_askers ask THREADS REQUESTS CUT      that many requests of each thread; a cut after each so many answers
-//   many_askers cancel REQUESTS               each cancelled at a random moment
-//   many_askers release REQUESTS              the instance released by another thread while they are in flight
+// Many requests on one instance, beside topics, on a link that is cut now and then, to a server that
+// publishes under the identifiers of requests that wait:
+//   many_askers ask THREADS REQUESTS CUT   of each thread; a cut each CUT answers
+//   many_askers cancel REQUESTS            each cancelled at a random moment
+//   many_askers release REQUESTS           the instance released by another thread while they are in flight
 // No answer may reach the wrong caller, and every request has one outcome.
 #include <libzel/libzelx.h>
 
@@ -39,7 +39,8 @@ void Require(bool condition, const char* what, int64_t number = 0) {
   if (!condition) Fail(what, number);
 }
 
-// Answers each request with its own data, two at a time in the wrong order, and publishes under their identifiers.
+// Answers each request with its own data, two at a time in the wrong order, and publishes under their
+// identifiers.
 class Echo {
  public:
   // A cut after so many answers; 0 for none.

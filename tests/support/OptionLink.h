@@ -1,5 +1,5 @@
-// A link to a server of its own, and one beside it that goes by the letter: what befalls the one and not the other is
-// the option's doing.
+// A link to a server of its own, and one beside it that goes by the letter: what befalls the one and not the
+// other is the option's doing.
 #pragma once
 
 #include <gtest/gtest.h>
