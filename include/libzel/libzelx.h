@@ -105,9 +105,11 @@ typedef enum libzelx_Option {
   LIBZELX_WRITE_STALL_MS = 32,
   /** Instance: 0 unsent data are dropped | 1000 to get them out. */
   LIBZELX_CLOSE_WAIT_MS = 33,
-  /** Instance: 20 | 30000 of silence inside a header; 1 and more. */
+  /** Instance: 20, then what came is dropped | 30000 of silence inside a header, then closed, event 5;
+   * 1 and more. */
   LIBZELX_HEADER_WAIT_MS = 34,
-  /** Instance: 0 1000 in all | 30000 of silence inside a body. */
+  /** Instance: 0 1000 in all, then what came is dropped | 30000 of silence inside a body, then closed,
+   * event 5. */
   LIBZELX_BODY_WAIT_MS = 35,
   /** Instance: 0 | 50 added at random to each pause between reconnects; 0 to 100. */
   LIBZELX_JITTER_PERCENT = 36,
@@ -138,7 +140,8 @@ ZEL_API int32_t libzelx_protect(void);
 
 /** Limits discovery, before libzel_init: to answers from the networks in `peers`
  * ("10.0.0.0/8,192.168.1.0/24"), and to asking on the adapters in `adapters` (addresses or names,
- * "eth0,10.0.0.5"). Null: all. Result: 0, 8196 (ZEL_E_PARAM: cannot be read; nothing was set), or LIBZELX_E_TOO_LATE. */
+ * "eth0,10.0.0.5"). Null: all. Result: 0, 8196 (ZEL_E_PARAM: cannot be read; nothing was set), or
+ * LIBZELX_E_TOO_LATE. */
 ZEL_API int32_t libzelx_setNetworks(const char* peers, const char* adapters);
 
 /** @} */
@@ -147,9 +150,9 @@ ZEL_API int32_t libzelx_setNetworks(const char* peers, const char* adapters);
  * Starting discovery when it is wanted, its state, and the hosts of identifiers.
  * @{ */
 
-/** Starts discovery when LIBZELX_DISCOVERY is 0: until then it has no socket and sends no packet. Again does
- * nothing.
- * Result: 0, or 8195: it could not be started (libzelx_getDiscovery has the reason). */
+/** Starts discovery when LIBZELX_DISCOVERY is 0: until then it has no socket and sends no packet. Returns when
+ * its sockets are open. While it runs this does nothing; when it has ended by a failure it is started once
+ * more. Result: 0, or 8195: it does not run (libzelx_getDiscovery has the reason). */
 ZEL_API int32_t libzelx_startDiscovery(void);
 
 /** The state of discovery: whether no device answered, or it is broken. */
@@ -166,7 +169,8 @@ typedef struct libzelx_Discovery {
 } libzelx_Discovery;
 LIBZELX_SIZE(libzelx_Discovery, 712);
 
-/** Writes the state of discovery; set `out->size` before. Result: 0, or 8196 (ZEL_E_PARAM: null, or a bad size). */
+/** Writes the state of discovery; set `out->size` before. Result: 0, or 8196 (ZEL_E_PARAM: null, or a bad
+ * size). */
 ZEL_API int32_t libzelx_getDiscovery(libzelx_Discovery* out);
 
 /** Pins the host (dotted IPv4) of an identifier for instances made later, or forgets what is known of it when

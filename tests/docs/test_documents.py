@@ -57,6 +57,19 @@ def test_every_new_constant_is_on_its_page_with_its_code():
     assert rows == [(code, f"0x{int(code):04X}", name) for name, code in constants]
 
 
+def test_every_option_has_a_row_and_its_danger_leads_there():
+    header = (TREE / "include" / "libzel" / "libzelx.h").read_text(encoding="utf-8")
+    options = re.findall(r"^  LIBZELX_(\w+) = \d+", header, re.MULTILINE)
+    assert len(options) >= 20
+    rows = re.findall(r"^\| \\anchor opt_(\w+) `(\w+)` \| .*? \| .*? \| (.*?) \|$", page("beyond"), re.MULTILINE)
+    assert [(anchor, name) for anchor, name, _ in rows] == [(name.lower(), name) for name in options]
+    dangers = page("oddities")
+    for anchor, _, danger in rows:
+        if danger != "-":
+            assert f"\\ref opt_{anchor} " in dangers
+            assert f"\\anchor {danger.split()[1]} " in dangers
+
+
 def test_every_command_of_the_tool_is_described():
     commands = re.findall(r"^  ([a-z]+)  +\w", zel("--help").split("Subcommands:")[1], re.MULTILINE)
     assert len(commands) > 5

@@ -87,10 +87,14 @@ uint64_t Counted() {
   return state.answers + state.dropped;
 }
 
+// Remembers nothing.
+void Heard(ZelScanResult, void*) {}
+
 // As many at once as the system surely keeps for the library.
 bool SendDatagrams(uint64_t count) {
   constexpr uint64_t kAtOnce = 32;
   const AnsweringDevice device(kLocal);
+  (void)libzel_registerZelScanEvent(Heard, nullptr);
   MemoryLevel memory(count);
   const uint64_t before = Counted();
   for (uint64_t sent = 0; sent < count;) {
@@ -102,7 +106,7 @@ bool SendDatagrams(uint64_t count) {
     memory.Look(sent);
   }
   bool isGood = Check(StateOfDiscovery().dropped > count / 3, "many were malformed");
-  isGood = Check(device.IsHeard("9.9.9.9.9.9"), "a good one is heard") && isGood;
+  isGood = Check(AnsweringDevice(kLocal).IsHeard("9.9.9.9.9.9"), "a good one is heard") && isGood;
   return memory.IsLevel() && isGood;
 }
 
