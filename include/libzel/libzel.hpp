@@ -21,7 +21,9 @@
 ///     with zel::SetExceptionHandler, on the callback's thread. Without a handler it ends the process
 ///     (std::terminate). A file transfer whose callback threw is stopped.
 ///  6. The library's log goes to std::clog from WARNING up, unless a zel::Options says otherwise.
-///  7. Views (zel::Bytes, std::string_view) that a callback is given are valid during the call only.
+///  7. Programs are protected from the dangers of the letter, and discovery starts with the first scan, unless a
+///     zel::Options says otherwise.
+///  8. Views (zel::Bytes, std::string_view) that a callback is given are valid during the call only.
 #pragma once
 
 #include <libzel/libzel.h>
@@ -33,6 +35,7 @@
 #include <libzel/hpp/file_transfer.hpp>
 #include <libzel/hpp/library.hpp>
 #include <libzel/hpp/options.hpp>
+#include <libzel/hpp/protection.hpp>
 
 /// Everything of the C++ header.
 namespace zel {}

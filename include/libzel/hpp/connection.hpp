@@ -4,6 +4,7 @@
 
 #include <libzel/hpp/answer.hpp>
 #include <libzel/hpp/device_id.hpp>
+#include <libzel/hpp/protection.hpp>
 
 #include <algorithm>
 #include <chrono>
@@ -100,6 +101,27 @@ class Connection {
   bool IsOpen() const { return handle_ != 0; }
   /// For the functions of libzel.h; still owned by this object.
   ZelInstance Handle() const { return handle_; }
+
+  /// @name Options
+  /// Of this connection alone. It begins with what the Library has for new ones.
+  /// @{
+
+  /// Sets one. ZEL_E_PARAM: out of range; nothing was set. ZEL_E_HANDLE: also for an option of the process.
+  Result Set(Option option, int64_t value) {
+    return IsOpen() ? detail::SetOption(handle_, option, value) : Result(ZEL_E_HANDLE);
+  }
+  Result Set(TimeOption option, Milliseconds time) {
+    return IsOpen() ? detail::SetOption(handle_, option, time) : Result(ZEL_E_HANDLE);
+  }
+  /// What it is now.
+  ValueOf<int64_t> Get(Option option) const {
+    return IsOpen() ? detail::GetOption(handle_, option) : ValueOf<int64_t>{Result(ZEL_E_HANDLE), 0};
+  }
+  ValueOf<Milliseconds> Get(TimeOption option) const {
+    return IsOpen() ? detail::GetOption(handle_, option)
+                    : ValueOf<Milliseconds>{Result(ZEL_E_HANDLE), Milliseconds(0)};
+  }
+  /// @}
 
   /// @name The receive thread
   /// Topics, routed messages and answers come through it, and it restores a lost link.

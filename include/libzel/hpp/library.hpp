@@ -53,12 +53,13 @@ inline Device ToDevice(const ZelScanResult& raw) {
 /// The first Library sets the library up, the last one lets it go.
 class LibraryCount {
  public:
-  static Result Enter() {
+  static Result Enter(const Protection& wanted) {
     LibraryCount& all = Instance();
     const std::lock_guard<std::mutex> lock(all.mutex_);
+    const Result protection = all.Protect(wanted);
     if (all.count_ == 0) all.start_ = Result(libzel_init());
     ++all.count_;
-    return all.start_;
+    return all.start_ ? protection : all.start_;
   }
   static void Leave() {
     LibraryCount& all = Instance();
@@ -74,8 +75,22 @@ class LibraryCount {
     return *all;
   }
 
+  /// What the first Library of the process wanted holds until the process ends. One that wants nothing else
+  /// takes it as it is.
+  Result Protect(const Protection& wanted) {
+    if (!first_) {
+      first_ = wanted;
+      protection_ = wanted.Apply();
+      return protection_;
+    }
+    if (wanted == *first_) return protection_;
+    return Result(wanted.IsDefault() ? ZEL_OK : LIBZELX_E_TOO_LATE);
+  }
+
   std::mutex mutex_;
   int count_ = 0;
+  std::optional<Protection> first_;
+  Result protection_;
   Result start_;
 };
 
@@ -140,14 +155,28 @@ struct Version {
   uint32_t patchNumber = 0;  ///< the 3 of 0.2.3
 };
 
+/// The state of discovery: whether no device answered, or it is broken.
+struct DiscoveryState {
+  bool isRunning = false;    ///< while it asks and hears
+  uint32_t adapters = 0;     ///< on how many adapters it asks
+  std::string adapterNames;  ///< their names, joined by commas; cut at 511 bytes
+  uint32_t restarts = 0;     ///< how often it was started again after a failure
+  uint64_t answers = 0;      ///< answers taken
+  uint64_t dropped = 0;      ///< answers dropped: malformed, or from networks that may not answer
+  std::string reason;        ///< why it does not run; empty while it does, and before it was started
+};
+
 /// The library, set up (libzel_init) for the life of this object: make one before anything else, and let it
 /// go after every Connection. There may be several; the last one lets the library go. Discovery's thread goes
 /// on until the process ends; only the callback ends with the object that it was given to.
+///
+/// The options of the first one hold for the process, also after it: a later one that chooses none takes them
+/// as they are. The log is each one's own.
 class Library {
  public:
   /// Starts the library; Start says how that went. The log is set up before, so that no line goes elsewhere.
   explicit Library(const Options& options = Options())
-      : log_(options), start_(detail::LibraryCount::Enter()) {}
+      : log_(options), start_(detail::LibraryCount::Enter(options.Protection())) {}
   ~Library() {
     if (detail::ScanTarget::Instance().IsOwner(this)) {
       StopScan().Ignore();
@@ -158,7 +187,9 @@ class Library {
   Library(const Library&) = delete;
   Library& operator=(const Library&) = delete;
 
-  /// How libzel_init ended.
+  /// How libzel_init ended. When it went well, but not all options could be had: LIBZELX_E_TOO_LATE (an
+  /// earlier Library chose others, or libzel_init was called before the first one), or ZEL_E_PARAM (a value
+  /// out of range, networks that cannot be read). The library runs then, with the options that it has.
   Result Start() const { return start_; }
 
   /// The version of the library that is loaded (libzel_version).
@@ -175,9 +206,64 @@ class Library {
     return Result(libzel_registerZelScanEvent(detail::ScanTarget::Call, nullptr));
   }
   /// Asks all networks every 1 to 2 seconds from now on. A device is reported each time that it answers.
-  Result StartScan() { return Result(libzel_startZelScan()); }
+  /// Starts discovery when it does not run. ZEL_E_RESOURCE: it is broken, Discovery has the reason. The scan
+  /// is on then, too, and finds devices as soon as discovery runs (TimeOption::kDiscoveryRetry).
+  Result StartScan() {
+    const Result started = StartDiscovery();
+    const Result scan(libzel_startZelScan());
+    return started ? scan : started;
+  }
   /// Asks no longer.
   Result StopScan() { return Result(libzel_stopZelScan()); }
+
+  /// @name Discovery
+  /// Under protection it has no socket and sends no packet until it is started, by this or by a scan.
+  /// @{
+
+  /// Starts it; again does nothing. ZEL_E_RESOURCE: it could not be started, Discovery has the reason.
+  Result StartDiscovery() { return Result(libzelx_startDiscovery()); }
+  /// Its state now.
+  DiscoveryState Discovery() const {
+    libzelx_Discovery raw{};
+    raw.size = sizeof raw;
+    (void)libzelx_getDiscovery(&raw);  // all zero when it fails
+    return {raw.running != 0, raw.adapters, raw.adapterList, raw.restarts,
+            raw.answers,      raw.dropped,  raw.reason};
+  }
+  /// @}
+
+  /// @name Routes
+  /// The hosts of identifiers, for connections made later.
+  /// @{
+
+  /// Pins the host (dotted IPv4) of an identifier. Under protection (Option::kKeepRoutes) discovery leaves it
+  /// alone. ZEL_E_PARAM: no address, or Option::kMaxRoutes are known.
+  Result PinRoute(const DeviceId& device, const std::string& host) {
+    return Result(libzelx_setRoute(&device.Raw(), host.c_str()));
+  }
+  /// Forgets what is known of an identifier, pinned or heard.
+  Result ForgetRoute(const DeviceId& device) { return Result(libzelx_setRoute(&device.Raw(), nullptr)); }
+  /// The host that a connection made now would get: the one that is known, else the identifier's first four
+  /// bytes.
+  std::string RouteOf(const DeviceId& device) const {
+    char host[16] = "";
+    (void)libzelx_getRoute(&device.Raw(), host, sizeof host);  // empty when it fails
+    return host;
+  }
+  /// @}
+
+  /// @name Single options
+  /// Of the process; one of a connection is the value that connections made later begin with.
+  /// @{
+
+  /// Sets one. LIBZELX_E_TOO_LATE: it must be among the Options of the first Library. ZEL_E_PARAM: out of
+  /// range; nothing was set.
+  Result Set(Option option, int64_t value) { return detail::SetOption(0, option, value); }
+  Result Set(TimeOption option, Milliseconds time) { return detail::SetOption(0, option, time); }
+  /// What it is now.
+  ValueOf<int64_t> Get(Option option) const { return detail::GetOption(0, option); }
+  ValueOf<Milliseconds> Get(TimeOption option) const { return detail::GetOption(0, option); }
+  /// @}
 
  private:
   detail::LogChoice log_;

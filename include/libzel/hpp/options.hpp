@@ -1,8 +1,8 @@
 /// @file
-/// How the library is set up: its log. Included by libzel.hpp.
+/// How the library is set up: its options and its log. Included by libzel.hpp.
 #pragma once
 
-#include <libzel/hpp/basics.hpp>
+#include <libzel/hpp/protection.hpp>
 
 #include <algorithm>
 #include <chrono>
@@ -101,12 +101,45 @@ class FailureSink {
 
 }  // namespace detail
 
-/// How a Library is set up. By default, warnings and errors go to std::clog, repeated ones now and then, and
-/// nothing to standard output.
+/// How a Library is set up. By default, it has the protective values (libzelx_protect): no peer ends the
+/// process or holds it up for ever, and discovery starts with the first scan. Warnings and errors go to
+/// std::clog, repeated ones now and then, and nothing to standard output.
 ///
-///     zel::Library library(zel::Options().Log(mySink, zel::LogLevel::kInfo));
+///     using namespace std::chrono_literals;
+///     zel::Library library(zel::Options().Set(zel::TimeOption::kWriteStall, 2s).Log(mySink));
 class Options {
  public:
+  /// @name Protection
+  /// They hold for the process, from its first Library on.
+  /// @{
+
+  /// Everything as in libzel.h, its dangers included. Single options may be set all the same.
+  Options& ByTheLetter() {
+    protection_.isByTheLetter = true;
+    return *this;
+  }
+  /// One option, in place of its protective value, or of that by the letter. The last one of its name holds.
+  Options& Set(Option option, int64_t value) {
+    protection_.values.emplace_back(static_cast<int32_t>(option), value);
+    return *this;
+  }
+  Options& Set(TimeOption option, Milliseconds time) {
+    protection_.values.emplace_back(static_cast<int32_t>(option), detail::OptionValue(option, time));
+    return *this;
+  }
+  /// Limits discovery to answers from the networks in `peers` ("10.0.0.0/8,192.168.1.0/24"), and to asking on
+  /// the adapters in `adapters` (addresses or names, "eth0,10.0.0.5"). Empty: all.
+  Options& Networks(std::string peers, std::string adapters = {}) {
+    protection_.hasNetworks = true;
+    protection_.peers = std::move(peers);
+    protection_.adapters = std::move(adapters);
+    return *this;
+  }
+  /// @}
+
+  /// @name Log
+  /// @{
+
   /// Hands the lines from this level up to the sink; an empty one drops them all. The Library keeps a copy of
   /// it, and lets go of it when it ends.
   Options& Log(LogSink sink, LogLevel level = LogLevel::kWarning) {
@@ -122,6 +155,7 @@ class Options {
     toStdout_ = true;
     return *this;
   }
+  /// @}
 
   /// @name What was chosen
   /// @{
@@ -130,9 +164,11 @@ class Options {
   const LogSink& Sink() const { return sink_; }
   LogLevel Level() const { return level_; }
   bool IsLogToStdout() const { return toStdout_; }
+  const detail::Protection& Protection() const { return protection_; }
   /// @}
 
  private:
+  detail::Protection protection_;
   LogSink sink_ = detail::FailureSink();
   LogLevel level_ = LogLevel::kWarning;
   bool toStdout_ = false;
