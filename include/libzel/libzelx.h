@@ -150,9 +150,9 @@ ZEL_API int32_t libzelx_setNetworks(const char* peers, const char* adapters);
  * Starting discovery when it is wanted, its state, and the hosts of identifiers.
  * @{ */
 
-/** Starts discovery when LIBZELX_DISCOVERY is 0: until then it has no socket and sends no packet. Returns when
- * its sockets are open. While it runs this does nothing; when it has ended by a failure it is started once
- * more. Result: 0, or 8195: it does not run (libzelx_getDiscovery has the reason). */
+/** Starts discovery when LIBZELX_DISCOVERY is 0: until then it has no socket and sends no packet. Returns
+ * when its sockets are open. While it runs this does nothing; when it has ended by a failure it is started
+ * once more. Result: 0, or 8195: it does not run (libzelx_getDiscovery has the reason). */
 ZEL_API int32_t libzelx_startDiscovery(void);
 
 /** The state of discovery: whether no device answered, or it is broken. */
