@@ -1,5 +1,5 @@
-// With the waits for silence set nothing at all is lost, whatever the link: every frame arrives, in order, and
-// the link stays up.
+// With the waits for silence set nothing at all is lost, whatever the link: every frame arrives, in order,
+// and the link stays up.
 #include <gtest/gtest.h>
 #include <libzel/libzelx.h>
 

@@ -1,5 +1,5 @@
-// A protected process among hosts that send what they should not: hostile_peers datagrams|frames COUNT. It lives, its
-// memory stays level, what it counts is what was sent, and what is good still gets through.
+// A protected process among hosts that send what they should not: hostile_peers datagrams|frames COUNT. It
+// lives, its memory stays level, what it counts is what was sent, and what is good still gets through.
 #include <libzel/libzelx.h>
 
 #include <cstdio>
