@@ -64,7 +64,6 @@ int32_t CZelScanClient::svc() {
     }
   } while (AwaitRetry());
   ZEL_LOG(kDebug, "Zel Scan Client End");
-  hasEnded_ = true;
   return 0;
 }
 
@@ -130,22 +129,24 @@ void CZelScanClient::CloseSockets() {
   interfaces_.clear();
 }
 
-// True when discovery is to begin anew, adapters included.
+// True when discovery is to begin anew, adapters included. Whoever hears that it is down may start it at once.
 bool CZelScanClient::AwaitRetry() {
+  const auto retryMs = [] { return static_cast<int64_t>(OptionsOfProcess().discoveryRetryMs); };
+  const bool isLast = IsStopped() || retryMs() == 0;
+  hasEnded_ = isLast;
   state_.NoteDown(IsStopped() ? "stopped" : failure_);
+  if (isLast) return false;
   const Stopwatch watch;
-  while (!IsStopped()) {
-    const auto retryMs = static_cast<double>(OptionsOfProcess().discoveryRetryMs);
-    if (retryMs == 0) return false;
-    if (watch.ElapsedMs() >= retryMs) {
+  while (!IsStopped() && retryMs() != 0) {
+    if (watch.ElapsedMs() >= static_cast<double>(retryMs())) {
       CloseSockets();
       state_.NoteRestart();
       isRestart_ = true;
       return true;
     }
-    std::this_thread::sleep_for(
-        std::chrono::milliseconds(std::min<int64_t>(static_cast<int64_t>(retryMs), 20)));
+    std::this_thread::sleep_for(std::chrono::milliseconds(std::min<int64_t>(retryMs(), 20)));
   }
+  hasEnded_ = true;
   return false;
 }
 
