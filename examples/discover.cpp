@@ -11,13 +11,13 @@
 
 int main(int argc, char** argv) {
   const std::chrono::seconds duration(argc > 1 ? std::atoi(argv[1]) : 5);
+  // Only the scan thread touches it until the callback is gone, and that goes with the library.
+  std::set<std::string> seen;
   zel::Library library;
   if (!library.Start()) {
     std::cerr << library.Start().Text() << "\n";
     return 1;
   }
-  // Only the scan thread touches it until the callback is gone.
-  std::set<std::string> seen;
   library
       .OnDevice([&seen](const zel::Device& device) {
         if (!seen.insert(device.idText + " " + device.address).second) return;
@@ -25,7 +25,10 @@ int main(int argc, char** argv) {
                   << device.protocolVersion << "\n";
       })
       .Ignore();
-  library.StartScan().Ignore();
+  if (const zel::Result started = library.StartScan(); !started) {
+    std::cerr << started << ": " << library.Discovery().reason << "\n";
+    return 1;
+  }
   std::this_thread::sleep_for(duration);
   library.StopScan().Ignore();
   library.OnDevice(nullptr).Ignore();

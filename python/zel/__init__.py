@@ -9,8 +9,9 @@
         for device in devices:
             print(device.id, device.address, device.host_name)
 
-The library is loaded and set up by the first call that needs it, and discovery's thread then runs until the process
-ends: it multicasts a request every ten seconds. ZEL_LIBRARY names the library's file; without it libzel.so.0 or
+The library is loaded and set up by the first call that needs it. Discovery's thread is started by the first scan, and then
+runs until the process ends: it multicasts a request every ten seconds. A program is protected from peers that would end it or
+hold it up for ever; init(protect=False) has everything by the letter of libzel.h. ZEL_LIBRARY names the library's file; without it libzel.so.0 or
 libzel.dll is looked for as the system does. The library's log goes to logging.getLogger("zel"), unless init() says
 otherwise.
 
@@ -22,25 +23,29 @@ thread stopped from every thread, but not from a callback (RuntimeError).
 """
 
 from ._connection import Connection, Event, Message, Subscription
-from ._device import DeviceId
+from ._device import DeviceId, get_route, set_route
 from ._errors import ErrorCode, ZelDeviceError, ZelDisconnected, ZelError, ZelTimeout, error_text
 from ._files import FileProgress, FileState, FileTransfer, send_file
+from ._init import init
 from ._library import version
-from ._log import STDOUT, init
+from ._log import STDOUT
+from ._options import Option, get_option, set_option
 from ._requests import Request
-from ._scan import Device, Scan, scan
+from ._scan import Device, Discovery, Scan, discovery, scan, start_discovery
 from ._version import __version__
 
 __all__ = [
     "Connection",
     "Device",
     "DeviceId",
+    "Discovery",
     "ErrorCode",
     "Event",
     "FileProgress",
     "FileState",
     "FileTransfer",
     "Message",
+    "Option",
     "Request",
     "STDOUT",
     "Scan",
@@ -50,9 +55,15 @@ __all__ = [
     "ZelError",
     "ZelTimeout",
     "__version__",
+    "discovery",
     "error_text",
+    "get_option",
+    "get_route",
     "init",
     "scan",
     "send_file",
+    "set_option",
+    "set_route",
+    "start_discovery",
     "version",
 ]

@@ -24,6 +24,7 @@ from ._library import (
     refuse_in_callback,
     started,
 )
+from ._options import Option, OptionValues, get_of, set_of
 from ._requests import BytesLike, Request, ask, fill, last_failure, payload, reason_of, receive, submit
 
 _MAX_FRAME = 10485760
@@ -90,11 +91,16 @@ class Connection:
 
     A server that is not there is no failure: sends and the receive thread connect later, and `on_event` tells. Topics
     and routed messages come through the receive thread (start_loop); the first request starts it, too. Any number of threads
-    may use one connection.
+    may use one connection. `options` are of this connection alone, {zel.Option.WRITE_STALL_MS: 2000}.
     """
 
     def __init__(
-        self, device: DeviceLike, *, timeout: float = 1.5, on_event: Optional[EventCallback] = None
+        self,
+        device: DeviceLike,
+        *,
+        timeout: float = 1.5,
+        on_event: Optional[EventCallback] = None,
+        options: Optional[OptionValues] = None,
     ) -> None:
         self._handle = 0
         self._topics: Dict[str, int] = {}
@@ -110,6 +116,12 @@ class Connection:
             _targets.remove(self._event)
             raise error(self._library.libzel_get_errno())
         _open.add(self)
+        try:
+            for option, value in (options or {}).items():
+                self.set_option(option, value)
+        except BaseException:
+            self.close()
+            raise
 
     def close(self) -> None:
         """Stops the receive thread, waits for its callback, and closes. Again does nothing."""
@@ -132,6 +144,19 @@ class Connection:
     @property
     def closed(self) -> bool:
         return self._handle == 0
+
+    def set_option(self, option: Option, value: int) -> None:
+        """Sets an option of this connection alone.
+
+        Raises ZelError: ErrorCode.PARAM for a value out of range, ErrorCode.HANDLE for an option of the process.
+        """
+        self._refuse_closed()
+        set_of(self._handle, option, value)
+
+    def get_option(self, option: Option) -> int:
+        """What an option of this connection is now."""
+        self._refuse_closed()
+        return get_of(self._handle, option)
 
     def start_loop(self) -> None:
         """Starts the receive thread."""

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import ctypes
 from dataclasses import dataclass
-from typing import Union
+from typing import Optional, Union
 
 from ._errors import check
 from ._library import RawDeviceId, milliseconds, started
@@ -62,3 +62,19 @@ def to_raw(device: DeviceLike) -> RawDeviceId:
 
 def from_raw(raw: RawDeviceId) -> DeviceId:
     return DeviceId(bytes(raw.bytes))
+
+
+def set_route(device: DeviceLike, host: Optional[str]) -> None:
+    """Pins the host (dotted IPv4) of an identifier for connections made later, or forgets what is known of it (None).
+
+    Discovery leaves a pinned one alone, unless the program is by the letter.
+    """
+    library = started()
+    check(library.libzelx_setRoute(ctypes.byref(to_raw(device)), None if host is None else host.encode()))
+
+
+def get_route(device: DeviceLike) -> str:
+    """The host that a connection made now would get: the one that is known, else the identifier's first four bytes."""
+    host = ctypes.create_string_buffer(16)
+    check(started().libzelx_getRoute(ctypes.byref(to_raw(device)), host, len(host)))
+    return host.value.decode()

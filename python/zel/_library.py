@@ -84,6 +84,20 @@ class RawFileEvent(ctypes.Structure):
     ]
 
 
+class RawDiscovery(ctypes.Structure):
+    _fields_ = [
+        ("size", c_size_t),
+        ("running", c_int32),
+        ("adapters", c_uint32),
+        ("restarts", c_uint32),
+        ("reserved", c_uint32),
+        ("answers", c_uint64),
+        ("dropped", c_uint64),
+        ("adapterList", c_char * 512),
+        ("reason", c_char * 160),
+    ]
+
+
 EventFunction = ctypes.CFUNCTYPE(None, POINTER(RawDeviceId), c_void_p, c_int32)
 TopicFunction = ctypes.CFUNCTYPE(None, c_uint32, c_uint32, c_char_p, c_void_p, c_uint32, c_void_p)
 RouteFunction = ctypes.CFUNCTYPE(None, c_uint16, c_void_p, c_uint32, c_void_p)
@@ -132,9 +146,17 @@ _PROTOTYPES: Dict[str, Tuple[Any, List[Any]]] = {
     "libzelx_cancelFile": (c_int32, [c_uint64]),
     "libzelx_setLogSink": (c_int32, [LogFunction, c_void_p]),
     "libzelx_setLogLevel": (c_int32, [c_int32]),
+    "libzelx_protect": (c_int32, []),
+    "libzelx_setOption": (c_int32, [c_size_t, c_int32, c_int64]),
+    "libzelx_getOption": (c_int32, [c_size_t, c_int32, POINTER(c_int64)]),
+    "libzelx_setNetworks": (c_int32, [c_char_p, c_char_p]),
+    "libzelx_startDiscovery": (c_int32, []),
+    "libzelx_getDiscovery": (c_int32, [POINTER(RawDiscovery)]),
+    "libzelx_setRoute": (c_int32, [POINTER(RawDeviceId), c_char_p]),
+    "libzelx_getRoute": (c_int32, [POINTER(RawDeviceId), c_char_p, c_size_t]),
 }
 
-_lock = threading.RLock()
+setup_lock = threading.RLock()
 _loaded: Optional[ctypes.CDLL] = None
 _is_started = False
 _before_start: List[Callable[[], None]] = []
@@ -145,7 +167,7 @@ _at_end: List[Callable[[], None]] = []
 def load() -> ctypes.CDLL:
     """The library, not necessarily set up. OSError when it cannot be found."""
     global _loaded
-    with _lock:
+    with setup_lock:
         if _loaded is None:
             name = os.environ.get("ZEL_LIBRARY") or ("libzel.dll" if sys.platform == "win32" else "libzel.so.0")
             library = ctypes.CDLL(name)
@@ -160,7 +182,7 @@ def started() -> ctypes.CDLL:
     """The library, set up."""
     global _is_started
     library = load()
-    with _lock:
+    with setup_lock:
         if not _is_started:
             for function in _before_start:
                 function()
@@ -170,6 +192,11 @@ def started() -> ctypes.CDLL:
             _is_started = True
             atexit.register(_finish)
     return library
+
+
+def is_started() -> bool:
+    """Under setup_lock, for an answer that stays true."""
+    return _is_started
 
 
 def stdout_sink() -> Any:

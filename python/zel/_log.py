@@ -8,7 +8,7 @@ import threading
 import traceback
 from typing import Optional, Tuple, Union
 
-from ._library import LogFunction, at_end, before_start, callback_scope, load, started, stdout_sink
+from ._library import LogFunction, at_end, before_start, callback_scope, load, stdout_sink
 
 
 class Stdout:
@@ -103,8 +103,8 @@ class _Pump:
 
 # As of any library: a program that sets up no logging hears nothing. Some lines come with each message, of a port that
 # nobody asked for, say.
-_default = logging.getLogger("zel")
-_default.addHandler(logging.NullHandler())
+DEFAULT_LOG = logging.getLogger("zel")
+DEFAULT_LOG.addHandler(logging.NullHandler())
 
 _lock = threading.RLock()
 _pump: Optional[_Pump] = None
@@ -125,19 +125,7 @@ _LINE = LogFunction(_on_line)
 _NOBODY = LogFunction()
 
 
-def init(*, log: LogTarget = _default, level: Optional[int] = None) -> None:
-    """Sets the library up; without this call the first one that needs the library does, with the defaults.
-
-    `log` is where the library's log goes: a logging.Logger, STDOUT, or None for nowhere. `level` is one of logging's:
-    below it no line is made, which costs next to nothing. Without it the logger's level at this moment counts, and for
-    STDOUT it is DEBUG. A logger gets its lines on a thread of their own, a moment after what they tell of. May be called
-    again: the log goes elsewhere from then on.
-    """
-    _choose(log, level)
-    started()
-
-
-def _choose(log: LogTarget, level: Optional[int]) -> None:
+def choose_log(log: LogTarget, level: Optional[int]) -> None:
     global _pump, _is_chosen
     if not (log is None or log is STDOUT or isinstance(log, logging.Logger)):
         raise TypeError(f"a log is a logging.Logger, zel.STDOUT or None, not {log!r}")
@@ -166,7 +154,7 @@ def _library_level(level: int) -> int:
 
 def _choose_default() -> None:
     if not _is_chosen:
-        _choose(_default, None)
+        choose_log(DEFAULT_LOG, None)
 
 
 def _detach() -> None:

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import ctypes
 import queue
 import threading
 import time
@@ -10,8 +11,8 @@ from types import TracebackType
 from typing import Any, Callable, Iterator, Optional, Set, Tuple, Type
 
 from ._device import DeviceId
-from ._errors import check
-from ._library import ScanFunction, at_exit, callback_scope, in_callback, started
+from ._errors import check, error
+from ._library import RawDiscovery, ScanFunction, at_exit, callback_scope, in_callback, started
 
 
 @dataclass(frozen=True)
@@ -30,6 +31,50 @@ class Device:
     protocol_version: str
     runtime_version: str
     system_version: str
+
+
+@dataclass(frozen=True)
+class Discovery:
+    """The state of discovery: whether no device answered, or it is broken."""
+
+    running: bool
+    adapters: int
+    """On how many adapters it asks."""
+    adapter_names: str
+    """Joined by commas; cut at 511 bytes."""
+    restarts: int
+    """How often it was started again after a failure."""
+    answers: int
+    """Answers taken."""
+    dropped: int
+    """Answers dropped: malformed, or from networks that may not answer."""
+    reason: str
+    """Why it does not run; "" while it does, and before it was started."""
+
+
+def discovery() -> Discovery:
+    """The state of discovery now."""
+    raw = RawDiscovery(size=ctypes.sizeof(RawDiscovery))
+    check(started().libzelx_getDiscovery(ctypes.byref(raw)))
+    return Discovery(
+        running=bool(raw.running),
+        adapters=raw.adapters,
+        adapter_names=_text(raw.adapterList),
+        restarts=raw.restarts,
+        answers=raw.answers,
+        dropped=raw.dropped,
+        reason=_text(raw.reason),
+    )
+
+
+def start_discovery() -> None:
+    """Starts discovery, which has no socket and sends no packet before, unless the program is by the letter.
+
+    Again does nothing. A scan does it by itself. Raises ZelError with the reason when discovery is broken.
+    """
+    code = started().libzelx_startDiscovery()
+    if code != 0:
+        raise error(code, reason=discovery().reason)
 
 
 DeviceCallback = Callable[[Device], Any]
@@ -77,8 +122,13 @@ class Scan:
                 raise RuntimeError("another scan goes on")
             _active = self
         self._is_open = True
-        check(library.libzel_registerZelScanEvent(_SCAN, None))
-        check(library.libzel_startZelScan())
+        try:
+            start_discovery()
+            check(library.libzel_registerZelScanEvent(_SCAN, None))
+            check(library.libzel_startZelScan())
+        except BaseException:
+            self.close()
+            raise
 
     def _take(self, device: Device) -> None:
         key = (device.id_text, device.address)
@@ -125,7 +175,10 @@ class Scan:
 
 
 def scan(timeout: Optional[float] = None, callback: Optional[DeviceCallback] = None) -> Scan:
-    """Looks for devices on all networks of this machine until the scan is closed; iteration ends after `timeout`."""
+    """Looks for devices on all networks of this machine until the scan is closed; iteration ends after `timeout`.
+
+    Raises ZelError with the reason when discovery is broken: no adapter, or its port is taken.
+    """
     return Scan(timeout, callback)
 
 
