@@ -71,7 +71,6 @@ TEST(PlainTest, WrongCommandLinesAreUsage) {
       {},
       {"dance"},
       {"scan", "--seconds", "soon"},
-      {"id"},
       {"id", "get"},
       {"id", "get", "1.2.3"},
       {"id", "set", "1.2.3.4", "1.2.3.4.5.256"},
@@ -84,7 +83,8 @@ TEST(PlainTest, WrongCommandLinesAreUsage) {
       {"sub", "1.2.3.4.5.6"},
       {"sub", "1.2.3.4.5.6", "topic", "--format", "%q"},
       {"listen", "1.2.3.4.5.6", "500"},
-      {"send", "1.2.3.4.5.6", "700", "file"},
+      {"send", "1.2.3.4.5.6", "700"},
+      {"dance", "--help"},
       {"watch"},
   };
   for (const auto& arguments : wrong) {

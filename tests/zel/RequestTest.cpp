@@ -23,10 +23,12 @@ TEST(RequestTest, AnAddressIsAskedForItsIdentifier) {
   EXPECT_EQ(RunZel(Ask("600", {"hello"}, kAddress)).output, "hello\n");
 }
 
-TEST(RequestTest, AnAddressThatIsSilentIsNothingArrived) {
+TEST(RequestTest, AnAddressWithoutAServerIsAnError) {
   const ZelResult result = RunZel(Ask("600", {"hello"}, kAbsentAddress));
-  EXPECT_EQ(result.status, 27);
-  EXPECT_TRUE(Contains(result.errors, "does not tell its identifier"));
+  EXPECT_EQ(result.status, 1);
+  EXPECT_TRUE(
+      Contains(result.errors, "cannot connect to 127.0.0.9: 127.0.0.9 refuses connections to TCP port 9999"))
+      << result.errors;
 }
 
 TEST(RequestTest, ShowsBytesAsDump) {
@@ -74,13 +76,15 @@ TEST(RequestTest, TheAnswersErrorIsShown) {
 TEST(RequestTest, SilenceIsNothingArrived) {
   const ZelResult result = RunZel(Ask("602", {"x", "--timeout", "100"}));
   EXPECT_EQ(result.status, 27);
-  EXPECT_TRUE(Contains(result.errors, "no answer: error 4104: recv message timeout"));
+  EXPECT_TRUE(Contains(result.errors, "no answer from 10.77.0.2: error 4104: recv message timeout"));
 }
 
 TEST(RequestTest, NoServerIsAnError) {
   const ZelResult result = RunZel(Ask("600", {"x"}, kAbsentDevice));
   EXPECT_EQ(result.status, 1);
-  EXPECT_TRUE(Contains(result.errors, "cannot connect to 127.0.0.9.0.1: error 5: alaready disconnect"));
+  EXPECT_TRUE(Contains(result.errors,
+                       "cannot connect to 127.0.0.9.0.1 at 127.0.0.9: 127.0.0.9 refuses connections to "
+                       "TCP port 9999: error 5: alaready disconnect"));
 }
 
 TEST(RequestTest, WritesAnObject) {
@@ -117,8 +121,14 @@ TEST(RequestTest, ASeriesWithoutAnswersIsNothingArrived) {
 
 TEST(RequestTest, ASeriesOfErrorsIsAnError) { EXPECT_EQ(RunZel(Ask("601", {"--count", "2"})).status, 1); }
 
-TEST(RequestTest, TheLogGoesToStandardError) {
+TEST(RequestTest, TheLogIsSilent) {
   const ZelResult result = RunZel(Ask("600", {"hello"}));
+  EXPECT_EQ(result.output, "hello\n");
+  EXPECT_EQ(result.errors, "");
+}
+
+TEST(RequestTest, TheLogGoesToStandardErrorWhenItIsWanted) {
+  const ZelResult result = RunZel(Ask("600", {"hello", "--verbose"}));
   EXPECT_EQ(result.output, "hello\n");
   EXPECT_TRUE(Contains(result.errors, "libzelclient Version 0.2.3"));
 }
@@ -129,6 +139,7 @@ TEST(RequestTest, TheLogGoesToAFile) {
   EXPECT_EQ(result.output, "hello\n");
   EXPECT_EQ(result.errors, "");
   EXPECT_TRUE(Contains(ReadWhole(log), "libzelclient Version 0.2.3"));
+  EXPECT_FALSE(Contains(ReadWhole(log), "\x1b")) << "colours";
 }
 
 TEST(RequestTest, ALogThatCannotBeOpenedIsUsage) {

@@ -16,7 +16,7 @@ TEST(WatchTest, ShowsFailuresWithTheirTimes) {
   const auto lines = Lines(result.output);
   ASSERT_GE(lines.size(), 2U);
   EXPECT_EQ(lines[0].substr(12), "  connecting  127.0.0.9.0.1");
-  EXPECT_EQ(lines[1].substr(12), "  failed      127.0.0.9.0.1");
+  EXPECT_EQ(lines[1].substr(12), "  failed      127.0.0.9.0.1  connect 127.0.0.9:9999: refused");
   EXPECT_EQ(lines[0][2], ':');
 }
 

@@ -3,11 +3,12 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <system_error>
 
-#include "Device.h"
 #include "Failure.h"
+#include "Opening.h"
 #include "platform/Console.h"
 
 namespace zeltool {
@@ -17,11 +18,17 @@ struct FileCloser {
   void operator()(std::FILE* file) const { (void)std::fclose(file); }
 };
 
-Bytes ReadAll(std::FILE* file, const std::string& name) {
+[[noreturn]] void RefuseLong(const std::string& name, size_t limit) {
+  throw UsageFailure(name + " is too long: at most " + std::to_string(limit) + " bytes fit into one message");
+}
+
+// What has no size, such as a pipe or a device, is read until it has too much.
+Bytes ReadAll(std::FILE* file, const std::string& name, size_t limit) {
   Bytes bytes;
   std::array<uint8_t, 65536> part{};
   size_t count = 0;
   while ((count = std::fread(part.data(), 1, part.size(), file)) > 0) {
+    if (count > limit - bytes.size()) RefuseLong(name, limit);
     bytes.insert(bytes.end(), part.begin(), part.begin() + static_cast<ptrdiff_t>(count));
   }
   if (std::ferror(file) != 0)
@@ -29,19 +36,36 @@ Bytes ReadAll(std::FILE* file, const std::string& name) {
   return bytes;
 }
 
-Bytes ReadFile(const std::string& path) {
+Bytes ReadFile(const std::string& path, size_t limit) {
+  std::error_code unknown;
+  const auto size = std::filesystem::file_size(path, unknown);
+  if (!unknown && size > limit) RefuseLong(path, limit);
   const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
   if (!file) throw UsageFailure("cannot open " + path + ": " + std::generic_category().message(errno));
-  return ReadAll(file.get(), path);
+  return ReadAll(file.get(), path, limit);
 }
 
 }  // namespace
 
 CLI::Option* AddDevice(CLI::App& command, std::string& device) {
-  return command.add_option("DEVICE", device, "Identifier (192.168.1.20.0.1), or address (192.168.1.20)")
+  return command
+      .add_option("DEVICE", device,
+                  "Identifier (192.168.1.20.0.1), address, host name, or the device's own name")
       ->required()
       ->check(CheckDevice)
       ->type_name("");
+}
+
+void AddPatience(CLI::App& command, Patience& patience, const std::string& timeoutDescription) {
+  const auto inMilliseconds = CLI::Range(1, 3600000).description("");
+  command.add_option("-t,--timeout", patience.timeoutMs, timeoutDescription)
+      ->check(inMilliseconds)
+      ->type_name("MS");
+  command
+      .add_option("--connect-timeout", patience.connectMs,
+                  "How long to wait for a connection; 1500 if not given")
+      ->check(inMilliseconds)
+      ->type_name("MS");
 }
 
 CLI::Option* AddNumber(CLI::App& command, const std::string& name, uint32_t& value, uint32_t limit,
@@ -77,12 +101,12 @@ void AddPayload(CLI::App& command, PayloadSource& source) {
   hex->excludes(file);
 }
 
-Bytes ReadPayload(const PayloadSource& source) {
+Bytes ReadPayload(const PayloadSource& source, size_t limit) {
   if (source.hasHex) return *ParseHex(source.hex);
-  if (!source.file.empty()) return ReadFile(source.file);
+  if (!source.file.empty()) return ReadFile(source.file, limit);
   if (source.text != "-") return ToBytes(source.text);
   ReadInputAsBytes();
-  return ReadAll(stdin, "standard input");
+  return ReadAll(stdin, "standard input", limit);
 }
 
 }  // namespace zeltool

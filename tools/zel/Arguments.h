@@ -6,14 +6,15 @@
 #include <cstdint>
 #include <string>
 
+#include "Patience.h"
 #include "Text.h"
 
 namespace zeltool {
 
-// The time that a device has to tell its identifier.
-constexpr int32_t kAskTimeoutMs = 1000;
-
 CLI::Option* AddDevice(CLI::App& command, std::string& device);
+
+// --timeout and --connect-timeout.
+void AddPatience(CLI::App& command, Patience& patience, const std::string& timeoutDescription);
 
 // Takes decimals and, after "0x", hexadecimal numbers up to `limit`.
 CLI::Option* AddNumber(CLI::App& command, const std::string& name, uint32_t& value, uint32_t limit,
@@ -27,7 +28,7 @@ struct PayloadSource {
   bool hasHex = false;
 };
 void AddPayload(CLI::App& command, PayloadSource& source);
-// Throws UsageFailure when it cannot be read.
-Bytes ReadPayload(const PayloadSource& source);
+// Throws UsageFailure when it cannot be read, or has more than `limit` bytes.
+Bytes ReadPayload(const PayloadSource& source, size_t limit);
 
 }  // namespace zeltool

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <libzel/libzel.hpp>
 
 #include <functional>
 
@@ -14,11 +15,12 @@ namespace zeltool {
 struct Context {
   Output& output;
   Stopper& stopper;
+  zel::Library* library;  // null for commands that do not use it
 };
 
 struct Task {
   bool usesLibrary = true;
-  // Result: the exit status. Throws the failures of Failure.h.
+  // Result: the exit status. Throws failures (Failure.h).
   std::function<int(Context&)> run;
 };
 

@@ -26,4 +26,19 @@ std::vector<FoundDevice> DeviceList::TakeSilent(TimePoint now, std::chrono::seco
   return silent;
 }
 
+std::vector<std::string> DeviceList::Twins() const {
+  std::vector<std::string> sentences;
+  for (auto place = devices_.begin(); place != devices_.end();) {
+    const std::string& identifier = place->first.first;
+    std::string addresses;
+    size_t count = 0;
+    for (; place != devices_.end() && place->first.first == identifier; ++place, ++count) {
+      addresses += (count == 0 ? "" : ", ") + place->first.second;
+    }
+    if (count > 1)
+      sentences.push_back("several devices have the identifier " + identifier + ": " + addresses);
+  }
+  return sentences;
+}
+
 }  // namespace zeltool

@@ -36,6 +36,8 @@ class DeviceList {
   // Those that have not answered for `patience` and were not silent before.
   std::vector<FoundDevice> TakeSilent(TimePoint now, std::chrono::seconds patience);
   size_t Count() const { return devices_.size(); }
+  // A sentence for each identifier that more than one address has.
+  std::vector<std::string> Twins() const;
 
  private:
   struct Entry {

@@ -1,5 +1,5 @@
 // zel errors, zel version
-#include <libzel/libzel.h>
+#include <libzel/libzelx.h>
 
 #include <array>
 #include <memory>
@@ -60,19 +60,19 @@ void ShowCode(Output& output, int32_t code) {
   const std::string name = NameOf(code);
   if (output.IsJson()) {
     Record record;
-    record.Number("code", code).Text("text", libzel_strerror(code));
+    record.Number("code", code).Text("text", libzelx_strerror(code));
     if (!name.empty()) record.Text("name", name);
     output.Object(record);
     return;
   }
   output.Line(PadLeft(std::to_string(code), 5) + "  " + Hexadecimal(code) + "  " + PadRight(name, 21) +
-              libzel_strerror(code));
+              libzelx_strerror(code));
 }
 
 int ShowAll(Output& output) {
-  const std::string unknown = libzel_strerror(-1);
+  const std::string unknown = libzelx_strerror(-1);
   for (int32_t code = 0; code <= kLastCode; ++code) {
-    if (libzel_strerror(code) != unknown) ShowCode(output, code);
+    if (libzelx_strerror(code) != unknown) ShowCode(output, code);
   }
   return kDone;
 }

@@ -4,37 +4,57 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace zeltool {
 
-// Exit statuses.
+// Exit statuses. docs/tool.md, the help and the tests have the same table.
 constexpr int kDone = 0;
-constexpr int kLibraryFailed = 1;
+constexpr int kFailed = 1;
 constexpr int kUsage = 2;
 constexpr int kNothingArrived = 27;
 constexpr int kInterrupted = 130;
 
-// The library, or a device through it, answered with an error code. Ends the command with kNothingArrived for
-// a time-out, with kLibraryFailed for all others.
-class LibraryFailure : public std::runtime_error {
+// Ends the command. What went wrong is one sentence, and the advice, which may be empty, another: what to try.
+class Failure : public std::runtime_error {
  public:
-  LibraryFailure(const std::string& what, int32_t code) : std::runtime_error(what), code_(code) {}
+  Failure(int status, const std::string& what, std::string advice = {}, int32_t code = 0)
+      : std::runtime_error(what), status_(status), advice_(std::move(advice)), code_(code) {}
+
+  int Status() const { return status_; }
+  const std::string& Advice() const { return advice_; }
+  // The library's or the device's error number, 0 when there is none.
   int32_t Code() const { return code_; }
 
  private:
+  int status_;
+  std::string advice_;
   int32_t code_;
 };
 
-// What was asked for makes no sense, or an input cannot be read: ends the command with kUsage.
-class UsageFailure : public std::runtime_error {
+// The library, or a device through it, answered with an error code. Ends the command with kNothingArrived for
+// a time-out, with kFailed for all others.
+class LibraryFailure : public Failure {
  public:
-  using std::runtime_error::runtime_error;
+  LibraryFailure(const std::string& what, int32_t code, std::string advice = {});
+};
+
+// What was asked for makes no sense, or an input cannot be read: ends the command with kUsage.
+class UsageFailure : public Failure {
+ public:
+  explicit UsageFailure(const std::string& what) : Failure(kUsage, what) {}
 };
 
 // Nothing arrived in the time that the user gave: ends the command with kNothingArrived.
-class NothingArrived : public std::runtime_error {
+class NothingArrived : public Failure {
  public:
-  using std::runtime_error::runtime_error;
+  explicit NothingArrived(const std::string& what, std::string advice = {})
+      : Failure(kNothingArrived, what, std::move(advice)) {}
 };
+
+// "recv message timeout"
+const char* TextOf(int32_t code);
+// "error 4104: recv message timeout"
+std::string ErrorText(int32_t code);
 
 }  // namespace zeltool

@@ -9,11 +9,11 @@ constexpr std::string_view kConversions = "tpTndxslgo%";
 constexpr std::string_view kEscapes = "nt0\\";
 constexpr std::string_view kEscaped("\n\t\0\\", 4);
 
-std::string Convert(char conversion, const Message& message) {
+std::string Convert(char conversion, const Message& message, const ClockText& clock) {
   switch (conversion) {
     case 't': return message.topic;
     case 'p': return std::to_string(message.port);
-    case 'T': return message.time;
+    case 'T': return clock(message.time);
     case 'n': return "\n";
     case 'd': return std::string(AsText(message.data));
     case 'x': return HexBytes(message.data);
@@ -39,12 +39,12 @@ std::string CheckFormat(const std::string& format) {
   return {};
 }
 
-std::string FormatMessage(const std::string& format, const Message& message) {
+std::string FormatMessage(const std::string& format, const Message& message, const ClockText& clock) {
   std::string out;
   for (size_t i = 0; i < format.size(); ++i) {
     const bool pair = i + 1 < format.size();
     if (pair && format[i] == '%') {
-      out += Convert(format[++i], message);
+      out += Convert(format[++i], message, clock);
     } else if (pair && format[i] == '\\') {
       out += kEscaped[kEscapes.find(format[++i])];
     } else {

@@ -1,7 +1,9 @@
 // What one message looks like in a line of the user's own: the --format texts of sub and listen.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "Text.h"
@@ -16,7 +18,7 @@ struct Message {
   uint32_t group = 0;
   uint32_t offset = 0;
   Bytes data;
-  std::string time;
+  std::chrono::system_clock::time_point time;
 };
 
 // What is wrong with a format; empty when nothing is.
@@ -26,7 +28,9 @@ std::string CheckFormat(const std::string& format);
 //   %d  data as it is   %x  data as hex     %s  data printable   %l  length of the data
 //   %g  index group     %o  index offset    %%  a percent sign
 // and \n, \t, \0 and \\.
-std::string FormatMessage(const std::string& format, const Message& message);
+// `clock` writes the time.
+using ClockText = std::function<std::string(std::chrono::system_clock::time_point)>;
+std::string FormatMessage(const std::string& format, const Message& message, const ClockText& clock);
 
 // The line that is shown without a format: where it came from and what it is.
 std::string DefaultLine(const Message& message);

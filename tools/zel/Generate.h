@@ -16,5 +16,7 @@ std::vector<const CLI::App*> VisibleCommands(const CLI::App& app);
 std::string MakeManual(const CLI::App& app);
 // A script for bash.
 std::string MakeCompletion(const CLI::App& app);
+// What `kind` names: "man" or "completion".
+std::string Generate(const CLI::App& app, const std::string& kind);
 
 }  // namespace zeltool

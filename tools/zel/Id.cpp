@@ -1,12 +1,12 @@
 // zel id
-#include <libzel/libzel.h>
-
 #include <memory>
 
 #include "Arguments.h"
 #include "Commands.h"
-#include "Device.h"
 #include "Failure.h"
+#include "Lookup.h"
+#include "Opening.h"
+#include "Reasons.h"
 
 namespace zeltool {
 namespace {
@@ -14,7 +14,7 @@ namespace {
 struct IdOptions {
   std::string host;
   std::string identifier;
-  int32_t timeoutMs = kAskTimeoutMs;
+  uint32_t timeoutMs = 1000;
 };
 
 void Show(Output& output, const std::string& host, const std::string& identifier) {
@@ -25,22 +25,38 @@ void Show(Output& output, const std::string& host, const std::string& identifier
 }
 
 int ShowLocal(Context& context) {
-  ZelDeviceId id{};
-  const int32_t code = libzel_getLocalZelDeviceId(&id);
-  if (code != ZEL_OK) throw LibraryFailure("this machine has no identifier", code);
-  Show(context.output, "", ToText(id));
+  const auto id = zel::DeviceId::Local();
+  if (!id) throw LibraryFailure("this machine has no identifier", id.Code());
+  Show(context.output, "", id->ToString());
   return kDone;
 }
 
+[[noreturn]] void FailAsked(const std::string& host, const std::string& what, int32_t code) {
+  if (code == ZEL_E_SEND) {
+    const Reason reason = ExplainConnect(host, ": no route");
+    throw LibraryFailure(what + ": " + reason.sentence, code, reason.advice);
+  }
+  if (code != ZEL_E_TIMEOUT) throw LibraryFailure(what, code);
+  const Reason reason = ExplainSilence(host, IsServerThere(host));
+  throw LibraryFailure(what + ": " + reason.sentence, code, reason.advice);
+}
+
 int Get(const IdOptions& options, Context& context) {
-  Show(context.output, options.host, ToText(FindDevice(options.host, options.timeoutMs)));
+  const std::string host = FindHost(options.host, Budget(0), context);
+  const auto id = AskIdentifier(host, zel::Milliseconds(options.timeoutMs));
+  if (!id) FailAsked(host, options.host + " does not tell its identifier", id.Code());
+  Show(context.output, options.host, id->ToString());
   return kDone;
 }
 
 int Set(const IdOptions& options, Context& context) {
-  const int32_t code =
-      libzel_setRemoteZelDeviceId(options.host.c_str(), options.identifier.c_str(), options.timeoutMs);
-  if (code != ZEL_OK) throw LibraryFailure(options.host + " does not take the identifier", code);
+  const std::string host = FindHost(options.host, Budget(0), context);
+  const zel::Milliseconds time(options.timeoutMs);
+  const auto id = *zel::DeviceId::Parse(options.identifier);
+  zel::Result result = id.AssignTo(host, time / 2);
+  // Twice the same does no harm.
+  if (result.Code() == ZEL_E_TIMEOUT) result = id.AssignTo(host, time / 2);
+  if (!result) FailAsked(host, options.host + " does not take the identifier", result.Code());
   if (context.output.IsJson()) {
     Show(context.output, options.host, options.identifier);
   } else {
@@ -50,9 +66,9 @@ int Set(const IdOptions& options, Context& context) {
 }
 
 void AddHost(CLI::App& command, IdOptions& options) {
-  command.add_option("HOST", options.host, "Address of the device")
+  command.add_option("HOST", options.host, "Address of the device, or its name")
       ->required()
-      ->check(CheckAddress)
+      ->check(CheckDevice)
       ->type_name("");
 }
 
@@ -63,7 +79,7 @@ void AddTimeout(CLI::App& command, IdOptions& options) {
 }
 
 constexpr const char* kIdHelp = R"(Examples:
-  zel id local                             this machine's identifier
+  zel id                                   this machine's identifier; so does zel id local
   zel id get 192.168.1.20                  ask a device for its own
   zel id set 192.168.1.20 10.0.0.7.0.1     give it another one
 
@@ -74,7 +90,9 @@ directly, by one datagram to its UDP port 38898.)";
 
 void AddId(CLI::App& app, Task& task) {
   CLI::App* command = app.add_subcommand("id", "Show or change identifiers");
-  command->require_subcommand(1)->footer(kIdHelp);
+  command->require_subcommand(0, 1)->footer(kIdHelp);
+  // Runs before the one of a part, which then says what is to be done.
+  command->preparse_callback([&task](size_t) { task.run = ShowLocal; });
   auto options = std::make_shared<IdOptions>();
 
   CLI::App* local = command->add_subcommand("local", "Show this machine's identifier");

@@ -95,4 +95,8 @@ std::string MakeManual(const CLI::App& app) {
   return out.str();
 }
 
+std::string Generate(const CLI::App& app, const std::string& kind) {
+  return kind == "man" ? MakeManual(app) : MakeCompletion(app);
+}
+
 }  // namespace zeltool

@@ -1,5 +1,7 @@
 #include "Output.h"
 
+#include <cerrno>
+#include <cstdlib>
 #include <nlohmann/json.hpp>
 
 #include "Text.h"
@@ -31,13 +33,30 @@ Record& Record::Payload(std::span<const uint8_t> bytes) {
   return IsText(bytes) ? Text("text", AsText(bytes)) : Text("hex", HexBytes(bytes));
 }
 
-Output::Output(std::FILE* stream, bool json)
-    : stream_(stream), json_(json), live_(!json && IsTerminal(stream)) {
+namespace {
+
+// One that does not know the sequences that draw a line again says so.
+bool IsPlainTerminal() {
+  const char* terminal = std::getenv("TERM");
+  return terminal != nullptr && std::string_view(terminal) == "dumb";
+}
+
+}  // namespace
+
+Output::Output(std::FILE* stream, bool json, Remarks remarks)
+    : stream_(stream),
+      json_(json),
+      remarks_(remarks),
+      live_(!json && remarks == Remarks::kShown && IsTerminal(stream) && !IsPlainTerminal()) {
   if (live_) PrepareTerminal(stream);
 }
 
 void Output::Write(std::string_view bytes) {
-  if (std::fwrite(bytes.data(), 1, bytes.size(), stream_) != bytes.size()) good_ = false;
+  if (std::fwrite(bytes.data(), 1, bytes.size(), stream_) != bytes.size() && error_ == 0) error_ = errno;
+}
+
+void Output::Flush() {
+  if (std::fflush(stream_) != 0 && error_ == 0) error_ = errno;
 }
 
 void Output::Line(std::string_view text) { Raw(std::string(text) + "\n"); }
@@ -45,7 +64,7 @@ void Output::Line(std::string_view text) { Raw(std::string(text) + "\n"); }
 void Output::Raw(std::string_view bytes) {
   ClearStatus();
   Write(bytes);
-  if (std::fflush(stream_) != 0) good_ = false;
+  Flush();
 }
 
 void Output::Object(const Record& record) {
@@ -62,13 +81,14 @@ void Output::Status(std::string_view text) {
   const size_t columns = Size().columns;
   Write("\r\x1b[K");
   Write(DisplayWidth(text) < columns ? text : text.substr(0, columns - 1));
-  (void)std::fflush(stream_);
+  Flush();
   status_ = true;
 }
 
 void Output::ClearStatus() {
   if (!status_) return;
   Write("\r\x1b[K");
+  Flush();
   status_ = false;
 }
 
@@ -79,8 +99,25 @@ void Output::Unwrite(size_t lines) {
 }
 
 void Output::Note(std::string_view text) {
+  if (remarks_ == Remarks::kShown) Remark(text);
+}
+
+void Output::Fail(const Failure& failure) {
+  const std::string what = failure.what();
+  if (json_) {
+    Record record;
+    if (failure.Code() != 0) record.Number("error", failure.Code()).Text("errorText", TextOf(failure.Code()));
+    record.Text("what", what);
+    if (!failure.Advice().empty()) record.Text("advice", failure.Advice());
+    Object(record.Number("status", failure.Status()));
+  }
+  Remark(failure.Code() != 0 ? what + ": " + ErrorText(failure.Code()) : what);
+  if (!failure.Advice().empty()) Note(failure.Advice());
+}
+
+void Output::Remark(std::string_view text) {
   ClearStatus();
-  (void)std::fflush(stream_);
+  Flush();
   (void)std::fprintf(stderr, "zel: %.*s\n", static_cast<int>(text.size()), text.data());
   (void)std::fflush(stderr);
 }

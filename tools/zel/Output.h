@@ -10,6 +10,7 @@
 #include <variant>
 #include <vector>
 
+#include "Failure.h"
 #include "platform/Console.h"
 
 namespace zeltool {
@@ -32,17 +33,22 @@ class Record {
   std::vector<std::pair<std::string, Value>> members_;
 };
 
+// How much is said beside the results.
+enum class Remarks { kShown, kHidden };
+
 // Belongs to the main thread. Does not own the stream.
 class Output {
  public:
-  Output(std::FILE* stream, bool json);
+  Output(std::FILE* stream, bool json, Remarks remarks);
 
   bool IsJson() const { return json_; }
   // A terminal that a person looks at: lines may be drawn again.
   bool IsLive() const { return live_; }
   TerminalSize Size() const { return GetTerminalSize(stream_); }
   // False once what was written could not be taken.
-  bool IsGood() const { return good_; }
+  bool IsGood() const { return error_ == 0; }
+  // Why, in the system's numbers.
+  int Error() const { return error_; }
 
   // One line, out at once.
   void Line(std::string_view text);
@@ -56,17 +62,22 @@ class Output {
   // Takes the last `lines` lines away, on a terminal only.
   void Unwrite(size_t lines);
 
-  // A remark beside the output, on standard error.
+  // A remark beside the output, on standard error, unless nobody wants any.
   void Note(std::string_view text);
+  // Why the command fails, on standard error; as an object, too, for programs.
+  void Fail(const Failure& failure);
 
  private:
   void Write(std::string_view bytes);
+  void Flush();
+  void Remark(std::string_view text);
 
   std::FILE* stream_;
   bool json_;
+  Remarks remarks_;
   bool live_;
   bool status_ = false;
-  bool good_ = true;
+  int error_ = 0;
 };
 
 }  // namespace zeltool

@@ -1,14 +1,13 @@
 // zel pub
-#include <libzel/libzel.h>
+#include <libzel/libzel.hpp>
 
 #include <cstdio>
 #include <memory>
 
 #include "Arguments.h"
 #include "Commands.h"
-#include "Connection.h"
-#include "Device.h"
 #include "Failure.h"
+#include "Opening.h"
 #include "platform/Console.h"
 
 namespace zeltool {
@@ -17,6 +16,7 @@ namespace {
 // A record is its data, the topic and few bytes more.
 constexpr size_t kLongestPublication = 10U * 1024 * 1024 - 128;
 constexpr double kConfirmSec = 1;
+constexpr uint32_t kLeaveMs = 30000;
 
 struct PublishOptions {
   std::string device;
@@ -27,6 +27,7 @@ struct PublishOptions {
   uint32_t offset = 0;
   uint32_t count = 1;
   uint32_t intervalMs = 0;
+  Patience patience;
 };
 
 // Reads one line of standard input, without its end. False at the end of the input.
@@ -43,28 +44,34 @@ class Publisher {
   Publisher(const PublishOptions& options, Context& context) : options_(options), context_(context) {}
 
   int Run() {
-    const Bytes payload = options_.lines ? Bytes() : ReadPayload(options_.payload);
-    const Connection connection(FindDevice(options_.device, kAskTimeoutMs));
-    connection.RequireConnected();
-    if (options_.lines) {
-      PublishLines(connection);
-    } else {
-      PublishCounted(connection, payload);
+    const Bytes payload =
+        options_.lines ? Bytes() : ReadPayload(options_.payload, kLongestPublication - options_.topic.size());
+    const Budget budget(options_.patience.timeoutMs);
+    Opened opened = OpenDevice(options_.device, options_.patience, budget, context_);
+    try {
+      if (options_.lines) {
+        PublishLines(opened.connection);
+      } else {
+        PublishCounted(opened.connection, payload);
+      }
+      if (!context_.stopper.IsRequested()) AwaitEnd(opened.connection);
+    } catch (const Failure&) {
+      Report();
+      throw;
     }
-    Confirm(connection);
     Report();
     return kDone;
   }
 
  private:
-  void PublishCounted(const Connection& connection, const Bytes& payload) {
-    for (uint32_t i = 0; i < options_.count; ++i) {
+  void PublishCounted(const zel::Connection& connection, const Bytes& payload) {
+    for (uint32_t i = 0; i < options_.count && !context_.stopper.IsRequested(); ++i) {
       if (i > 0 && context_.stopper.Sleep(options_.intervalMs / 1000.0)) return;
       Publish(connection, payload);
     }
   }
 
-  void PublishLines(const Connection& connection) {
+  void PublishLines(const zel::Connection& connection) {
     ReadInputAsBytes();
     std::string line;
     while (!context_.stopper.IsRequested() && ReadLine(line)) {
@@ -72,38 +79,60 @@ class Publisher {
       PublishCounted(connection, payload);
       if (context_.stopper.Sleep(options_.intervalMs / 1000.0)) return;
     }
+    if (std::ferror(stdin) != 0) throw UsageFailure("cannot read standard input");
   }
 
-  void Publish(const Connection& connection, const Bytes& payload) {
+  uint32_t LeaveMs() const {
+    return options_.patience.timeoutMs > 0 ? options_.patience.timeoutMs : kLeaveMs;
+  }
+
+  void Publish(const zel::Connection& connection, const Bytes& payload) {
     if (payload.size() + options_.topic.size() > kLongestPublication) {
       throw UsageFailure("more than fits into one publication (10 MiB)");
     }
     const int32_t result =
-        libzel_publish(connection.Handle(), options_.group, options_.offset, options_.topic.c_str(),
-                       payload.data(), static_cast<uint32_t>(payload.size()));
-    Connection::Require(result, ("cannot publish on " + Printable(options_.topic)).c_str());
+        libzelx_publish(connection.Handle(), options_.group, options_.offset, options_.topic.c_str(),
+                        payload.data(), static_cast<uint32_t>(payload.size()), LeaveMs());
+    if (result != ZEL_OK) FailUnsent("cannot publish on " + Printable(options_.topic), connection, result);
     ++published_;
     bytes_ += payload.size();
   }
 
-  static void OnConfirmation(uint32_t, uint32_t, const char*, const uint8_t*, uint32_t, void* user) {
-    auto* self = static_cast<Publisher*>(user);
-    self->context_.stopper.Update([self] { self->confirmed_ = true; });
+  [[noreturn]] void FailUnsent(const std::string& what, const zel::Connection& connection, int32_t code) {
+    const std::string reason = IsUp(connection) ? "" : connection.LastFailure();
+    throw LibraryFailure(
+        what + (reason.empty() ? "" : ": " + reason), code,
+        "What was published before may be lost, too: " + Counted(published_, "publication") + ".");
   }
 
-  // A released connection is reset, and what the server has not read by then may be lost. Publications are
-  // not answered, but they are read in their order: a last one, on a topic of our own, comes back when all
-  // are read.
-  void Confirm(const Connection& connection) {
+  // All must have left this machine, and the server should have read it: a released connection is reset, and
+  // what it has not read by then may be lost.
+  void AwaitEnd(zel::Connection& connection) {
+    const int32_t flushed = libzelx_flush(connection.Handle(), LeaveMs());
+    const bool isKnown = flushed != ZEL_E_PROTOCOL;
+    if (isKnown && flushed != ZEL_OK) FailUnsent("not all has left", connection, flushed);
+    Confirm(connection, isKnown ? kConfirmSec : LeaveMs() / 1000.0);
+    if (confirmed_ || context_.stopper.IsRequested()) return;
+    if (!isKnown || !IsUp(connection)) {
+      FailUnsent("the server did not confirm that it read everything", connection, ZEL_E_TIMEOUT);
+    }
+    context_.output.Note("the server did not confirm that it read everything");
+  }
+
+  // Publications are not answered, but they are read in their order: a last one, on a topic of our own, comes
+  // back when all are read.
+  void Confirm(zel::Connection& connection, double seconds) {
     const std::string topic = "zel/pub/" + std::to_string(ProcessNumber()) + "/" +
                               std::to_string(Clock::now().time_since_epoch().count());
-    const bool asked = libzel_subscribe(connection.Handle(), topic.c_str(), OnConfirmation, this) == ZEL_OK &&
-                       libzel_loop_start(connection.Handle()) == ZEL_OK &&
-                       libzel_publish(connection.Handle(), 0, 0, topic.c_str(), nullptr, 0) == ZEL_OK;
-    if (asked) (void)context_.stopper.Wait(After(kConfirmSec), [this] { return confirmed_; });
-    (void)libzel_unsubscribe(connection.Handle(), topic.c_str());
-    (void)libzel_loop_stop(connection.Handle());
-    if (!confirmed_) context_.output.Note("the server did not confirm that it read everything");
+    const auto confirm = [this](const zel::TopicMessage&) {
+      context_.stopper.Update([this] { confirmed_ = true; });
+    };
+    const bool asked =
+        connection.Subscribe(topic, confirm).IsOk() && connection.StartLoop().IsOk() &&
+        libzelx_publish(connection.Handle(), 0, 0, topic.c_str(), nullptr, 0, LeaveMs()) == ZEL_OK;
+    if (asked) (void)context_.stopper.Wait(After(seconds), [this] { return confirmed_; });
+    connection.Unsubscribe(topic).Ignore();
+    connection.StopLoop().Ignore();
   }
 
   void Report() {
@@ -133,7 +162,8 @@ constexpr const char* kPubHelp = R"(Examples:
   zel pub 192.168.1.20 heartbeat alive --count 60 --interval 1000
 
 Without TEXT an empty publication is sent. Publications are not answered; the program
-ends when the server has read the last one.)";
+ends when the server has read the last one. The status is not 0 when not all of them
+have left this machine: 27 when there was no time, 1 when the connection broke.)";
 
 }  // namespace
 
@@ -151,6 +181,9 @@ void AddPub(CLI::App& app, Task& task) {
   AddNumber(*command, "-i,--interval", options->intervalMs, 3600000,
             "Time between publications; 0 if not given")
       ->type_name("MS");
+  AddPatience(*command, options->patience,
+              "How long finding and connecting may take together, each publication, and the last of all to "
+              "leave; if not given, a publication may take 30000");
   command->footer(kPubHelp);
   command->callback([options, &task] {
     task.run = [options](Context& context) { return Publisher(*options, context).Run(); };

@@ -1,15 +1,15 @@
 // zel sub, zel listen
-#include <libzel/libzel.h>
+#include <libzel/libzel.hpp>
 
 #include <algorithm>
 #include <memory>
 
 #include "Arguments.h"
 #include "Commands.h"
-#include "Connection.h"
-#include "Device.h"
 #include "Failure.h"
 #include "Format.h"
+#include "Log.h"
+#include "Opening.h"
 
 namespace zeltool {
 namespace {
@@ -21,11 +21,12 @@ struct ReceiveOptions {
   uint32_t count = 0;
   double waitSec = 0;
   std::string format;
+  Patience patience;
 };
 
 // A message, or news of the connection.
 struct Arrival {
-  int32_t event = 0;
+  std::optional<zel::Event> event;
   Message message;
 };
 
@@ -35,12 +36,13 @@ class Receiver {
       : options_(options), context_(context), arrivals_(context.stopper) {}
 
   int Run() {
-    const ZelDeviceId device = FindDevice(options_.device, kAskTimeoutMs);
+    const Budget budget(options_.patience.timeoutMs);
+    const auto onEvent = [this](const zel::DeviceId&, zel::Event event) { arrivals_.Put({event, {}}); };
     {
-      const Connection connection(device, [this](int32_t event) { arrivals_.Put({event, {}}); });
-      connection.RequireConnected();
-      Subscribe(connection);
-      connection.StartReceiving();
+      Opened opened = OpenDevice(options_.device, options_.patience, budget, context_, onEvent);
+      Subscribe(opened.connection);
+      const zel::Result started = opened.connection.StartLoop();
+      if (!started) throw LibraryFailure("cannot receive", started.Code());
       if (context_.output.IsLive()) context_.output.Note("waiting for messages; Ctrl-C ends");
       Receive();
       // The receive thread may be waiting to put; then it could not be joined.
@@ -50,25 +52,25 @@ class Receiver {
   }
 
  private:
-  static void OnTopic(uint32_t group, uint32_t offset, const char* topic, const uint8_t* data,
-                      uint32_t length, void* user) {
-    Message message{false, 0, topic, group, offset, Bytes(data, data + length), TimeOfDay()};
-    static_cast<Receiver*>(user)->arrivals_.Put({0, std::move(message)});
+  void OnTopic(const zel::TopicMessage& message) {
+    arrivals_.Put({{},
+                   {false, 0, std::string(message.topic), message.idGroup, message.idOffset,
+                    message.data.Copy(), std::chrono::system_clock::now()}});
   }
 
-  static void OnPort(uint16_t port, const uint8_t* data, uint32_t length, void* user) {
-    Message message{true, port, {}, 0, 0, Bytes(data, data + length), TimeOfDay()};
-    static_cast<Receiver*>(user)->arrivals_.Put({0, std::move(message)});
+  void OnPort(uint16_t port, zel::Bytes data) {
+    arrivals_.Put({{}, {true, port, {}, 0, 0, data.Copy(), std::chrono::system_clock::now()}});
   }
 
-  void Subscribe(const Connection& connection) {
+  void Subscribe(zel::Connection& connection) {
     // One that cannot be sent just now is kept, and is sent when the connection is restored.
     for (const std::string& topic : options_.topics) {
-      (void)libzel_subscribe(connection.Handle(), topic.c_str(), OnTopic, this);
+      connection.Subscribe(topic, [this](const zel::TopicMessage& message) { OnTopic(message); }).Ignore();
     }
     for (const uint16_t port : options_.ports) {
-      Connection::Require(libzel__registerRouterEvent(connection.Handle(), port, OnPort, this),
-                          ("cannot listen on port " + std::to_string(port)).c_str());
+      const zel::Result routed =
+          connection.Route(port, [this](uint16_t from, zel::Bytes data) { OnPort(from, data); });
+      if (!routed) throw LibraryFailure("cannot listen on port " + std::to_string(port), routed.Code());
     }
   }
 
@@ -82,8 +84,8 @@ class Receiver {
     while (!IsOver()) {
       const auto arrival = arrivals_.Take(deadline);
       if (!arrival) break;
-      if (arrival->event != 0) {
-        Report(arrival->event);
+      if (arrival->event) {
+        Report(*arrival->event);
       } else {
         ++received_;
         Show(arrival->message);
@@ -92,21 +94,23 @@ class Receiver {
   }
 
   // The first connect is no news.
-  void Report(int32_t event) {
-    if (event == ZEL_EVENT_DISCONNECTED) context_.output.Note("the connection is lost");
-    if (event == ZEL_EVENT_CONNECTED && connected_) context_.output.Note("connected again");
-    if (event == ZEL_EVENT_CONNECTED) connected_ = true;
+  void Report(zel::Event event) {
+    if (event == zel::Event::kDisconnected) context_.output.Note("the connection is lost");
+    if (event == zel::Event::kConnected && connected_) context_.output.Note("connected again");
+    if (event == zel::Event::kConnected) connected_ = true;
   }
 
   void Show(const Message& message) {
     if (context_.output.IsJson()) return ShowObject(message);
-    if (!options_.format.empty()) return context_.output.Raw(FormatMessage(options_.format, message));
+    if (!options_.format.empty()) {
+      return context_.output.Raw(FormatMessage(options_.format, message, TimeOfDay));
+    }
     context_.output.Line(DefaultLine(message));
   }
 
   void ShowObject(const Message& message) {
     Record record;
-    record.Text("time", message.time);
+    record.Text("time", TimeStamp(message.time));
     if (message.routed) {
       record.Number("port", message.port);
     } else {
@@ -138,6 +142,7 @@ void AddLimits(CLI::App& command, ReceiveOptions& options) {
   command.add_option("-F,--format", options.format, "Show messages like this; see below")
       ->check(CheckFormat)
       ->type_name("TEXT");
+  AddPatience(command, options.patience, "How long finding and connecting may take; 6 s in all if not given");
 }
 
 void SetTask(CLI::App& command, Task& task, const std::shared_ptr<ReceiveOptions>& options) {

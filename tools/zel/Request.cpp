@@ -1,20 +1,19 @@
 // zel request
-#include <libzel/libzel.h>
+#include <libzel/libzel.hpp>
 
 #include <memory>
+#include <optional>
 
 #include "Arguments.h"
 #include "Commands.h"
-#include "Connection.h"
-#include "Device.h"
 #include "Failure.h"
+#include "Opening.h"
 #include "Statistics.h"
 
 namespace zeltool {
 namespace {
 
-// More than any answer can have.
-constexpr uint32_t kAnswerSize = 10U * 1024 * 1024;
+constexpr uint32_t kAnswerMs = 1000;
 constexpr size_t kPreviewWidth = 60;
 
 struct RequestOptions {
@@ -24,82 +23,97 @@ struct RequestOptions {
   uint32_t offset = 0;
   PayloadSource payload;
   std::string show = "auto";
-  uint32_t timeoutMs = 1000;
+  Patience patience;
   uint32_t count = 0;
   uint32_t intervalMs = 0;
   bool summary = false;
 };
 
-// The answer's payload stays valid until the next request.
-struct Answer {
+struct TimedAnswer {
   int32_t error = 0;
-  std::span<const uint8_t> payload;
+  Bytes payload;
+  std::string reason;  // why the link failed, if it did
   double milliseconds = 0;
 };
 
 class Requester {
  public:
   Requester(const RequestOptions& options, Context& context)
-      : options_(options), context_(context), payload_(ReadPayload(options.payload)), buffer_(kAnswerSize) {}
+      : options_(options),
+        context_(context),
+        payload_(ReadPayload(options.payload, zel::kMaxPayload)),
+        budget_(options.patience.timeoutMs) {}
 
   int Run() {
-    const Connection connection(FindDevice(options_.device, kAskTimeoutMs));
-    connection.RequireConnected();
-    return options_.count == 0 ? RunOnce(connection) : RunSeries(connection);
+    const Opened opened = OpenDevice(options_.device, options_.patience, budget_, context_);
+    return options_.count == 0 ? RunOnce(opened) : RunSeries(opened);
   }
 
  private:
-  int RunOnce(const Connection& connection) {
-    const Answer answer = Ask(connection);
+  int RunOnce(const Opened& opened) {
+    const auto answer = Ask(opened, budget_.Take(AnswerTime(), "ask " + opened.host));
+    if (!answer) return kInterrupted;
     if (context_.output.IsJson()) {
-      ShowObject(1, answer);
+      ShowObject(1, *answer);
     } else {
-      Show(answer.payload);
+      Show(answer->payload);
     }
-    if (answer.error != ZEL_OK) throw LibraryFailure(Describe(answer.error), answer.error);
+    if (answer->error != ZEL_OK) throw LibraryFailure(Describe(opened, *answer), answer->error);
     return kDone;
   }
 
-  int RunSeries(const Connection& connection) {
+  int RunSeries(const Opened& opened) {
     for (uint32_t number = 1; number <= options_.count; ++number) {
       if (number > 1 && context_.stopper.Sleep(options_.intervalMs / 1000.0)) break;
       if (!context_.output.IsGood()) break;
-      const Answer answer = Ask(connection);
+      const auto answer = Ask(opened, AnswerTime());
+      if (!answer) break;
       ++sent_;
-      if (answer.error == ZEL_OK) {
-        times_.Add(answer.milliseconds);
+      if (answer->error == ZEL_OK) {
+        times_.Add(answer->milliseconds);
       } else {
-        onlyTimeouts_ = onlyTimeouts_ && answer.error == ZEL_E_TIMEOUT;
+        onlyTimeouts_ = onlyTimeouts_ && answer->error == ZEL_E_TIMEOUT;
       }
-      if (!options_.summary) ShowLine(number, answer);
+      if (!options_.summary) ShowLine(number, *answer);
     }
     ShowSummary();
     if (times_.Count() == sent_) return kDone;
-    return onlyTimeouts_ ? kNothingArrived : kLibraryFailed;
+    return onlyTimeouts_ ? kNothingArrived : kFailed;
   }
 
-  Answer Ask(const Connection& connection) {
+  zel::Milliseconds AnswerTime() const {
+    return zel::Milliseconds(options_.patience.timeoutMs > 0 ? options_.patience.timeoutMs : kAnswerMs);
+  }
+
+  // Nothing when it was interrupted.
+  std::optional<TimedAnswer> Ask(const Opened& opened, zel::Milliseconds time) {
     const auto start = Clock::now();
-    Answer answer;
-    const int32_t sent = libzel_sync_send(connection.Handle(), static_cast<uint16_t>(options_.port),
-                                          options_.group, options_.offset, payload_.data(),
-                                          static_cast<uint32_t>(payload_.size()), options_.timeoutMs);
-    if (sent == 0) throw UsageFailure("more than fits into one request (10 MiB)");
-    if (sent < 0) {
-      answer.error = libzel_get_errno();
-      return answer;
+    const auto arrived = std::make_shared<std::optional<zel::Answer>>();
+    Stopper& stopper = context_.stopper;
+    const zel::Address address{options_.group, options_.offset};
+    auto& connection = const_cast<zel::Connection&>(opened.connection);
+    const auto asked = connection.RequestAsync(static_cast<uint16_t>(options_.port), address, payload_, time,
+                                               [arrived, &stopper](zel::Answer answer) {
+                                                 stopper.Update([&] { arrived->emplace(std::move(answer)); });
+                                               });
+    TimedAnswer timed;
+    if (!asked) {
+      timed.error = asked.Code();
+      timed.reason = connection.LastFailure();
+      return timed;
     }
-    const int32_t received =
-        libzel_sync_recv(connection.Handle(), nullptr, buffer_.data(), kAnswerSize, options_.timeoutMs);
-    answer.error = libzel_get_errno();
-    answer.milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-    if (received > 0) answer.payload = std::span(buffer_).first(static_cast<size_t>(received));
-    return answer;
+    if (!stopper.Wait(std::nullopt, [&] { return arrived->has_value(); })) return std::nullopt;
+    timed.milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+    timed.error = (*arrived)->Code();
+    timed.reason = (*arrived)->Reason();
+    timed.payload = std::move(***arrived);
+    return timed;
   }
 
-  static std::string Describe(int32_t error) {
-    if (error == ZEL_E_TIMEOUT) return "no answer";
-    if (error == ZEL_E_DISCONNECTED) return "no answer, the connection is lost";
+  static std::string Describe(const Opened& opened, const TimedAnswer& answer) {
+    if (!answer.reason.empty()) return "no answer, the connection is lost: " + answer.reason;
+    if (answer.error == ZEL_E_TIMEOUT) return "no answer from " + opened.host;
+    if (answer.error == ZEL_E_DISCONNECTED) return "no answer, the connection is lost";
     return "the answer is an error";
   }
 
@@ -116,18 +130,18 @@ class Requester {
     }
   }
 
-  void ShowObject(uint32_t number, const Answer& answer) {
+  void ShowObject(uint32_t number, const TimedAnswer& answer) {
     Record record;
     record.Number("number", number).Real("milliseconds", answer.milliseconds).Number("error", answer.error);
-    if (answer.error != ZEL_OK) record.Text("errorText", libzel_strerror(answer.error));
+    if (answer.error != ZEL_OK) record.Text("errorText", TextOf(answer.error));
     context_.output.Object(record.Payload(answer.payload));
   }
 
-  void ShowLine(uint32_t number, const Answer& answer) {
+  void ShowLine(uint32_t number, const TimedAnswer& answer) {
     if (context_.output.IsJson()) return ShowObject(number, answer);
     const std::string head = PadLeft(std::to_string(number), 5) + "  ";
     if (answer.error != ZEL_OK) return context_.output.Line(head + ErrorText(answer.error));
-    const auto begin = answer.payload.first(std::min(kPreviewWidth / 3, answer.payload.size()));
+    const auto begin = std::span(answer.payload).first(std::min(kPreviewWidth / 3, answer.payload.size()));
     std::string preview = IsText(answer.payload) && answer.payload.size() <= kPreviewWidth
                               ? Printable(AsText(answer.payload))
                               : HexBytes(begin) + (begin.size() < answer.payload.size() ? " ..." : "");
@@ -159,7 +173,7 @@ class Requester {
   const RequestOptions& options_;
   Context& context_;
   Bytes payload_;
-  Bytes buffer_;
+  Budget budget_;
   Statistics times_;
   uint32_t sent_ = 0;
   bool onlyTimeouts_ = true;
@@ -169,7 +183,7 @@ constexpr const char* kRequestHelp = R"(Examples:
   zel request 192.168.1.20.0.1 --port 600 --group 1 --offset 2 "How are you?"
   zel request 192.168.1.20 -p 600 -g 0x1000 -o 1 --hex "01 02 ff" --show hex
   zel request 192.168.1.20 -p 600 -g 1 -o 2 --file question.bin --show raw >answer.bin
-  zel request 192.168.1.20 -p 600 -g 1 -o 2 hello --count 100 --interval 10
+  zel request press-4 -p 600 -g 1 -o 2 hello --count 100 --interval 10
 
 The answer is shown as text if it is text, as a hex dump if not. With --count, each
 answer has a line with its time, and a summary follows. The status is 1 when the
@@ -183,14 +197,15 @@ void AddRequest(CLI::App& app, Task& task) {
   AddDevice(*command, options->device);
   AddPayload(*command, options->payload);
   AddNumber(*command, "-p,--port", options->port, 65535, "Router port of the one who is asked")->required();
-  AddNumber(*command, "-g,--group", options->group, 0xFFFFFFFFU, "Index group")->required();
-  AddNumber(*command, "-o,--offset", options->offset, 0xFFFFFFFFU, "Index offset")->required();
+  AddNumber(*command, "-g,--group", options->group, 0xFFFFFFFFU, "Index group; 0 if not given");
+  AddNumber(*command, "-o,--offset", options->offset, 0xFFFFFFFFU, "Index offset; 0 if not given");
   command->add_option("--show", options->show, "How to show the answer: auto, text, hex or raw")
       ->check(CLI::IsMember({"auto", "text", "hex", "raw"}, CLI::ignore_case).description(""))
       ->type_name("HOW");
-  AddNumber(*command, "-t,--timeout", options->timeoutMs, 3600000,
-            "How long to wait for an answer; 1000 if not given")
-      ->type_name("MS");
+  AddPatience(
+      *command, options->patience,
+      "How long finding, connecting and the answer may take together, and each answer of a series; if "
+      "not given, an answer may take 1000");
   AddNumber(*command, "-c,--count", options->count, 1000000000, "Ask so often, and measure");
   AddNumber(*command, "-i,--interval", options->intervalMs, 3600000,
             "Time between an answer and the next request")

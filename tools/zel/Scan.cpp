@@ -1,12 +1,14 @@
 // zel scan
-#include <libzel/libzel.h>
+#include <libzel/libzel.hpp>
 
-#include <cstring>
+#include <algorithm>
 #include <memory>
 
 #include "Commands.h"
 #include "DeviceList.h"
 #include "Failure.h"
+#include "Log.h"
+#include "Lookup.h"
 #include "Table.h"
 #include "Text.h"
 
@@ -15,6 +17,8 @@ namespace {
 
 constexpr std::chrono::seconds kSilencePatience{10};
 constexpr double kTickSec = 0.5;
+// The library asks for the first time when its thread has waited for a second.
+constexpr double kFirstQuestionSec = 1.1;
 
 struct ScanOptions {
   double seconds = 5;
@@ -22,17 +26,10 @@ struct ScanOptions {
   bool watch = false;
 };
 
-// A field of a record; never read past its end.
-template <size_t size>
-std::string FieldText(const char (&field)[size]) {
-  const void* end = std::memchr(field, 0, size);
-  return {field, end == nullptr ? size : static_cast<size_t>(static_cast<const char*>(end) - field)};
-}
-
-FoundDevice ToFound(const ZelScanResult& result) {
-  return {FieldText(result.zelDeviceId),   FieldText(result.ip),         FieldText(result.hostName),
-          FieldText(result.frameMacAddr),  FieldText(result.zelVersion), FieldText(result.rteVersion),
-          FieldText(result.vorlinVersion), FieldText(result.serialNo),   FieldText(result.sn)};
+FoundDevice ToFound(const zel::Device& device) {
+  return {device.idText,          device.address,         device.hostName,
+          device.hardwareAddress, device.protocolVersion, device.runtimeVersion,
+          device.systemVersion,   device.serialNumber,    device.secondSerialNumber};
 }
 
 Record& AddTo(Record& record, const FoundDevice& device) {
@@ -76,7 +73,7 @@ class ScanView {
     if (change == DeviceChange::kNone || (!options_.watch && change != DeviceChange::kFound)) return;
     if (output_.IsJson()) return ShowObject(change, device);
     std::vector<std::string> row = ToRow(device);
-    if (options_.watch) row.insert(row.begin(), {TimeOfDay(), Name(change)});
+    if (options_.watch) row.insert(row.begin(), {TimeOfDay(std::chrono::system_clock::now()), Name(change)});
     AddRow(std::move(row));
   }
 
@@ -97,7 +94,8 @@ class ScanView {
 
   void ShowObject(DeviceChange change, const FoundDevice& device) {
     Record record;
-    if (options_.watch) record.Text("time", TimeOfDay()).Text("event", Name(change));
+    if (options_.watch)
+      record.Text("time", TimeStamp(std::chrono::system_clock::now())).Text("event", Name(change));
     output_.Object(AddTo(record, device));
   }
 
@@ -126,23 +124,20 @@ class Scan {
       : options_(options), context_(context), found_(context.stopper), view_(options, context.output) {}
 
   int Run() {
+    StartDiscovery();
     const auto start = Clock::now();
-    end_ = IsEndless() ? Deadline() : After(options_.seconds);
-    (void)libzel_registerZelScanEvent(OnDevice, &found_);
-    (void)libzel_startZelScan();
+    end_ = IsEndless() ? Deadline() : Deadline(After(kFirstQuestionSec + options_.seconds));
+    context_.library->OnDevice([this](const zel::Device& device) { found_.Put(ToFound(device)); }).Ignore();
+    context_.library->StartScan().Ignore();
     while (!IsOver()) Turn();
-    (void)libzel_stopZelScan();
+    context_.library->StopScan().Ignore();
     found_.Close();
-    (void)libzel_registerZelScanEvent(nullptr, nullptr);
+    context_.library->OnDevice(nullptr).Ignore();
     context_.output.ClearStatus();
     return Finish(std::chrono::duration<double>(Clock::now() - start).count());
   }
 
  private:
-  static void OnDevice(ZelScanResult device, void* user) {
-    static_cast<Mailbox<FoundDevice>*>(user)->Put(ToFound(device));
-  }
-
   bool IsEndless() const { return options_.watch && !options_.hasSeconds; }
 
   bool IsOver() const {
@@ -151,8 +146,8 @@ class Scan {
 
   void Turn() {
     context_.output.Status(StatusText());
-    Deadline tick = After(kTickSec);
-    if (end_ && *end_ < *tick) tick = end_;
+    const Clock::time_point nextTick = After(kTickSec);
+    const Deadline tick = end_ ? std::min(*end_, nextTick) : nextTick;
     while (const auto device = found_.Take(tick)) {
       view_.Show(devices_.Note(*device, Clock::now()), *device);
       if (IsOver()) return;
@@ -171,9 +166,13 @@ class Scan {
 
   int Finish(double seconds) {
     const std::string time = Fixed(seconds, 1) + " s";
+    if (context_.stopper.IsRequested()) return kDone;
+    for (const std::string& twin : devices_.Twins()) context_.output.Note(twin);
     if (devices_.Count() == 0) {
-      if (context_.stopper.IsRequested()) return kDone;
-      throw NothingArrived("no device answered in " + time);
+      RequireDiscovery();
+      throw NothingArrived(
+          "no device answered in " + time,
+          "Are the devices on, and in a network of this machine? Does a firewall let UDP in?");
     }
     if (context_.output.IsLive()) context_.output.Line(Counted(devices_.Count(), "device") + " in " + time);
     return kDone;
@@ -193,8 +192,9 @@ constexpr const char* kScanHelp = R"(Examples:
   zel scan --watch                keep looking; say who comes, changes, falls silent
 
 Devices are asked by multicast and by broadcast on every network adapter, so they are
-found on the networks that this machine is joined to, not behind routers. With --watch
-a device that has not answered for ten seconds is called silent.)";
+found on the networks that this machine is joined to, not behind routers. The first
+question leaves after a second; the time counts from there. With --watch a device that
+has not answered for ten seconds is called silent.)";
 
 }  // namespace
 

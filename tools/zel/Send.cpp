@@ -1,39 +1,31 @@
 // zel send
-#include <libzel/libzel.h>
+#include <libzel/libzel.hpp>
 
 #include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <filesystem>
 #include <memory>
+#include <optional>
 
 #include "Arguments.h"
 #include "Commands.h"
-#include "Device.h"
 #include "Failure.h"
+#include "Opening.h"
 #include "Progress.h"
 
 namespace zeltool {
 namespace {
 
-// An exchange may take a second to send, one to be answered, and the reconnect before it.
-constexpr double kSilenceSec = 6;
 constexpr double kShowEverySec = 0.1;
 constexpr size_t kLongestPath = 255;
-
-enum class TransferState : uint8_t { kRegistered = 0, kGoingOn = 1, kFinished = 2, kFailed = 3 };
 
 struct SendOptions {
   std::string device;
   uint16_t port = 0;
   std::string file;
   std::string remote;
-};
-
-struct Step {
-  double progress = 0;
-  int32_t error = 0;
-  TransferState state = TransferState::kRegistered;
+  Patience patience;
 };
 
 // Outlives its command: the transfer thread may still be in a step when the command ends.
@@ -43,58 +35,70 @@ class Sender {
       : options_(options), context_(context), steps_(context.stopper) {}
 
   int Run() {
-    CheckPaths();
-    progress_.name = std::filesystem::path(options_.file).filename().string();
-    const ZelDeviceAddr target{FindDevice(options_.device, kAskTimeoutMs), options_.port};
+    const std::string remote = CheckPaths();
+    progress_.name = NameOf(options_.file);
+    const Budget budget(options_.patience.timeoutMs);
+    // Kept beside the transfer's own: it tells a silent device from a lost one.
+    Opened opened = OpenDevice(options_.device, options_.patience, budget, context_);
+    opened.connection.StartLoop().Ignore();
     start_ = Clock::now();
-    (void)ZelFileTransfer(target, 0, 0, options_.file.c_str(), options_.remote.c_str(), OnStep, this);
-    Follow();
-    stop_ = true;
+    auto transfer =
+        zel::SendFile(opened.id, options_.port, options_.file, remote, [this](const zel::FileProgress& step) {
+          steps_.Put(step);
+          return !stopped_;
+        });
+    const auto end = Follow();
+    stopped_ = true;
     steps_.Close();
-    if (finished_) return Finish();
-    if (context_.stopper.IsRequested()) {
-      context_.output.Note("stopped; the device has a part of the file at most");
-      return kInterrupted;
-    }
-    throw LibraryFailure("the device does not say that it has the file", ZEL_E_TIMEOUT);
+    if (end) return Finish(*end, opened);
+    transfer.Cancel();
+    context_.output.Note("stopped; the device has a part of the file at most");
+    return kInterrupted;
   }
 
  private:
-  // On the main thread when the transfer is registered, then on the library's transfer thread.
-  static int32_t OnStep(const ZelDeviceId*, uint32_t, float progress, uint32_t error, uint8_t state,
-                        void* user) {
-    auto* self = static_cast<Sender*>(user);
-    self->steps_.Put({progress, static_cast<int32_t>(error), static_cast<TransferState>(state)});
-    return error != 0 || self->stop_ ? -1 : 0;
+  static std::string NameOf(const std::string& path) {
+    return std::filesystem::path(path).filename().string();
   }
 
-  void CheckPaths() {
+  std::string RemoteName() const { return options_.remote.empty() ? NameOf(options_.file) : options_.remote; }
+
+  // Gives the name on the device.
+  std::string CheckPaths() {
     std::error_code problem;
     const auto size = std::filesystem::file_size(options_.file, problem);
     if (problem)
       throw LibraryFailure("cannot read " + options_.file + " (" + problem.message() + ")", ZEL_E_FILE_OPEN);
     progress_.bytes = static_cast<double>(size);
-    if (options_.file.size() > kLongestPath || options_.remote.size() > kLongestPath) {
+    const std::string remote = RemoteName();
+    if (options_.file.size() > kLongestPath || remote.size() > kLongestPath) {
       throw UsageFailure("a path is longer than 255 bytes");
     }
+    return remote;
   }
 
-  void Follow() {
-    while (!context_.stopper.IsRequested()) {
-      const auto step = steps_.Take(After(kSilenceSec));
-      if (!step) return;
-      if (step->error != ZEL_OK) {
-        stop_ = true;
-        throw LibraryFailure(step->error == ZEL_E_FILE_OPEN ? "cannot send " + options_.file
-                                                            : "sending " + options_.file + " failed",
-                             step->error);
-      }
-      progress_.fraction = std::min(1.0, step->progress);
+  // The last step; nothing when it is to stop.
+  std::optional<zel::FileProgress> Follow() {
+    while (const auto step = steps_.Take(std::nullopt)) {
+      progress_.fraction = std::min(1.0F, step->progress);
       progress_.seconds = std::chrono::duration<double>(Clock::now() - start_).count();
-      finished_ = step->state == TransferState::kFinished;
-      Show(finished_);
-      if (finished_) return;
+      if (step->state == zel::FileState::kFailed) return step;
+      Show(step->state == zel::FileState::kFinished);
+      if (step->state == zel::FileState::kFinished) return step;
     }
+    return std::nullopt;
+  }
+
+  int Finish(const zel::FileProgress& end, const Opened& opened) {
+    if (end.state == zel::FileState::kFinished) return Finish();
+    const int32_t code = end.result.Code();
+    if (code == ZEL_E_FILE_TRANSFER && IsUp(opened.connection)) {
+      throw LibraryFailure(opened.host + " does not answer on port " + std::to_string(options_.port),
+                           ZEL_E_TIMEOUT, "Is this the port that takes files on the device?");
+    }
+    throw LibraryFailure(
+        code == ZEL_E_FILE_OPEN ? "cannot send " + options_.file : "sending " + options_.file + " failed",
+        code);
   }
 
   void Show(bool last) {
@@ -107,7 +111,7 @@ class Sender {
 
   void ShowObject(const char* event) {
     Record record;
-    record.Text("event", event).Text("file", options_.file).Text("remote", options_.remote);
+    record.Text("event", event).Text("file", options_.file).Text("remote", RemoteName());
     record.Number("bytes", std::llround(progress_.bytes * progress_.fraction))
         .Real("progress", progress_.fraction)
         .Real("seconds", progress_.seconds)
@@ -128,9 +132,8 @@ class Sender {
 
   const SendOptions& options_;
   Context& context_;
-  Mailbox<Step> steps_;
-  std::atomic<bool> stop_ = false;
-  bool finished_ = false;
+  Mailbox<zel::FileProgress> steps_;
+  std::atomic<bool> stopped_ = false;
   Clock::time_point start_;
   Clock::time_point shown_;
   ProgressState progress_;
@@ -155,7 +158,10 @@ void AddSend(CLI::App& app, Task& task) {
       ->check(CLI::Range(1, 65535).description(""))
       ->type_name("");
   command->add_option("FILE", options->file, "File to send")->required()->type_name("");
-  command->add_option("REMOTE", options->remote, "Its name on the device")->required()->type_name("");
+  command->add_option("REMOTE", options->remote, "Its name on the device; its own name if not given")
+      ->type_name("");
+  AddPatience(*command, options->patience,
+              "How long finding and connecting may take; 6 s in all if not given");
   command->footer(kSendHelp);
   command->callback([options, &task] {
     task.run = [options](Context& context) {

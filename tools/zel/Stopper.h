@@ -14,7 +14,7 @@ namespace zeltool {
 using Clock = std::chrono::steady_clock;
 using Deadline = std::optional<Clock::time_point>;
 
-inline Deadline After(double seconds) {
+inline Clock::time_point After(double seconds) {
   return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
 

@@ -1,13 +1,13 @@
 // zel watch
-#include <libzel/libzel.h>
+#include <libzel/libzel.hpp>
 
 #include <memory>
 
 #include "Arguments.h"
 #include "Commands.h"
-#include "Connection.h"
-#include "Device.h"
 #include "Failure.h"
+#include "Log.h"
+#include "Opening.h"
 
 namespace zeltool {
 namespace {
@@ -16,46 +16,55 @@ struct WatchOptions {
   std::string device;
   double seconds = 0;
   uint32_t intervalSec = 2;
+  Patience patience;
 };
 
 struct TimedEvent {
-  int32_t event = 0;
-  std::string time;
+  zel::Event event = zel::Event::kPending;
+  std::chrono::system_clock::time_point time;
 };
 
-std::string Name(int32_t event) {
+std::string Name(zel::Event event) {
   switch (event) {
-    case ZEL_EVENT_CONNECTED: return "connected";
-    case ZEL_EVENT_PENDING: return "connecting";
-    case ZEL_EVENT_DISCONNECTED: return "lost";
-    case ZEL_EVENT_FAILED: return "failed";
-    default: return "event " + std::to_string(event);
+    case zel::Event::kConnected: return "connected";
+    case zel::Event::kPending: return "connecting";
+    case zel::Event::kDisconnected: return "lost";
+    case zel::Event::kFailed: return "failed";
+    default: return "event " + std::to_string(static_cast<int32_t>(event));
   }
 }
 
-void Show(Output& output, const ZelDeviceId& device, const TimedEvent& event) {
+// Where it goes, and why it went wrong.
+void Show(Output& output, const Opened& opened, const TimedEvent& event) {
+  const bool isBad = event.event == zel::Event::kDisconnected || event.event == zel::Event::kFailed;
+  const std::string reason = isBad ? opened.connection.LastFailure() : std::string();
   if (output.IsJson()) {
-    return output.Object(Record()
-                             .Text("time", event.time)
-                             .Text("identifier", ToText(device))
-                             .Number("code", event.event)
-                             .Text("event", Name(event.event)));
+    Record record;
+    record.Text("time", TimeStamp(event.time)).Text("identifier", opened.id.ToString());
+    record.Text("address", opened.host).Number("code", static_cast<int32_t>(event.event));
+    record.Text("event", Name(event.event));
+    if (!reason.empty()) record.Text("reason", reason);
+    return output.Object(record);
   }
-  output.Line(event.time + "  " + PadRight(Name(event.event), 10) + "  " + ToText(device));
+  output.Line(TimeOfDay(event.time) + "  " + PadRight(Name(event.event), 10) + "  " + opened.id.ToString() +
+              (reason.empty() ? "" : "  " + reason));
 }
 
 int Watch(const WatchOptions& options, Context& context) {
-  const ZelDeviceId device = FindDevice(options.device, kAskTimeoutMs);
+  const Deadline deadline = options.seconds > 0 ? Deadline(After(options.seconds)) : Deadline();
+  const Budget budget(static_cast<uint32_t>(options.seconds * 1000));
   Mailbox<TimedEvent> events(context.stopper);
-  const Connection connection(device, [&events](int32_t event) { events.Put({event, TimeOfDay()}); });
-  Connection::Require(libzel_reconnect_delay_set(connection.Handle(), options.intervalSec),
-                      "cannot set the interval");
-  connection.StartReceiving();
-  const Deadline deadline = options.seconds > 0 ? After(options.seconds) : Deadline();
+  const auto onEvent = [&events](const zel::DeviceId&, zel::Event event) {
+    events.Put({event, std::chrono::system_clock::now()});
+  };
+  Opened opened = OpenDevice(options.device, options.patience, budget, context, onEvent, WhenDown::kGoOn);
+  opened.connection.SetReconnectInterval(std::chrono::seconds(options.intervalSec)).Ignore();
+  const zel::Result started = opened.connection.StartLoop();
+  if (!started) throw LibraryFailure("cannot receive", started.Code());
   while (context.output.IsGood()) {
     const auto event = events.Take(deadline);
     if (!event) break;
-    Show(context.output, device, *event);
+    Show(context.output, opened, *event);
   }
   events.Close();
   return kDone;
@@ -66,7 +75,7 @@ constexpr const char* kWatchHelp = R"(Examples:
   zel watch 192.168.1.20 --seconds 60 --json
 
 Events: "connecting" before every attempt, then "connected" or "failed", and "lost" when
-the connection breaks. A lost connection is restored, so this goes on until Ctrl-C.)";
+the connection breaks, these two with their reason. A lost connection is restored, so this goes on until Ctrl-C.)";
 
 }  // namespace
 

@@ -2,23 +2,20 @@
 // implements it.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace zeltool {
 
-// Where the library's log, which it writes to standard output, goes.
-enum class LogTarget { kStandardError, kFile, kNowhere };
-
-// Gives the program a stream of its own for what standard output was, without any translation of line ends,
-// and turns descriptor 1, which the library logs to, to `target`. Call it once, before the library is used.
-// Null when `logFile` cannot be opened or descriptors run out; errno tells.
-std::FILE* SeparateOutputFromLog(LogTarget target, const std::string& logFile);
+// What is written to standard output goes out byte for byte.
+void WriteOutputAsBytes();
 
 bool IsTerminal(std::FILE* stream);
-bool IsErrorTerminal();
 
 struct TerminalSize {
   size_t columns = 80;
@@ -39,6 +36,10 @@ void OnInterrupt(std::function<void()> handler);
 unsigned long ProcessNumber();
 
 // Local time of day, HH:MM:SS.mmm.
-std::string TimeOfDay();
+std::string TimeOfDay(std::chrono::system_clock::time_point time);
+
+// The first IPv4 address of a host name, dotted; nothing when the system knows none. May take seconds. The
+// library must be set up.
+std::optional<std::string> LookUpHost(const std::string& name);
 
 }  // namespace zeltool

@@ -1,6 +1,8 @@
-#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
 #include <pthread.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -11,31 +13,10 @@
 #include "platform/Console.h"
 
 namespace zeltool {
-namespace {
 
-int OpenLog(LogTarget target, const std::string& logFile) {
-  if (target == LogTarget::kStandardError) return dup(STDERR_FILENO);
-  const char* path = target == LogTarget::kNowhere ? "/dev/null" : logFile.c_str();
-  return open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-}
-
-}  // namespace
-
-std::FILE* SeparateOutputFromLog(LogTarget target, const std::string& logFile) {
-  const int output = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
-  if (output < 0) return nullptr;
-  const int log = OpenLog(target, logFile);
-  if (log < 0 || dup2(log, STDOUT_FILENO) < 0) {
-    (void)close(output);
-    return nullptr;
-  }
-  (void)close(log);
-  return fdopen(output, "wb");
-}
+void WriteOutputAsBytes() {}
 
 bool IsTerminal(std::FILE* stream) { return isatty(fileno(stream)) == 1; }
-
-bool IsErrorTerminal() { return isatty(STDERR_FILENO) == 1; }
 
 TerminalSize GetTerminalSize(std::FILE* stream) {
   winsize size{};
@@ -65,14 +46,28 @@ void OnInterrupt(std::function<void()> handler) {
 
 unsigned long ProcessNumber() { return static_cast<unsigned long>(getpid()); }
 
-std::string TimeOfDay() {
-  timespec now{};
-  (void)clock_gettime(CLOCK_REALTIME, &now);
+std::string TimeOfDay(std::chrono::system_clock::time_point time) {
+  using std::chrono::system_clock;
+  const auto second = std::chrono::floor<std::chrono::seconds>(time);
+  const std::time_t seconds = system_clock::to_time_t(second);
   tm local{};
-  (void)localtime_r(&now.tv_sec, &local);
+  (void)localtime_r(&seconds, &local);
   char text[32];
   const size_t length = std::strftime(text, sizeof text, "%H:%M:%S", &local);
-  (void)std::snprintf(text + length, sizeof text - length, ".%03d", static_cast<int>(now.tv_nsec / 1000000));
+  const auto rest = std::chrono::floor<std::chrono::milliseconds>(time - second).count();
+  (void)std::snprintf(text + length, sizeof text - length, ".%03d", static_cast<int>(rest));
+  return text;
+}
+
+std::optional<std::string> LookUpHost(const std::string& name) {
+  addrinfo wanted{};
+  wanted.ai_family = AF_INET;
+  wanted.ai_socktype = SOCK_STREAM;
+  addrinfo* found = nullptr;
+  if (getaddrinfo(name.c_str(), nullptr, &wanted, &found) != 0) return std::nullopt;
+  char text[INET_ADDRSTRLEN] = {};
+  (void)getnameinfo(found->ai_addr, found->ai_addrlen, text, sizeof text, nullptr, 0, NI_NUMERICHOST);
+  freeaddrinfo(found);
   return text;
 }
 

@@ -1,9 +1,11 @@
 #include <windows.h>
+#include <winsock2.h>
+#include <ws2tcpip.h>
 
 #include <fcntl.h>
 #include <io.h>
-#include <sys/stat.h>
 
+#include <ctime>
 #include <utility>
 
 #include "platform/Console.h"
@@ -13,7 +15,6 @@ namespace {
 
 constexpr int kInput = 0;
 constexpr int kOutput = 1;
-constexpr int kError = 2;
 
 std::function<void()>& Handler() {
   static std::function<void()> handler;
@@ -25,35 +26,16 @@ BOOL WINAPI OnControl(DWORD) {
   return TRUE;
 }
 
-int OpenLog(LogTarget target, const std::string& logFile) {
-  if (target == LogTarget::kStandardError) return _dup(kError);
-  const char* path = target == LogTarget::kNowhere ? "NUL" : logFile.c_str();
-  return _open(path, _O_WRONLY | _O_CREAT | _O_APPEND | _O_NOINHERIT | _O_TEXT, _S_IREAD | _S_IWRITE);
-}
-
 HANDLE HandleOf(std::FILE* stream) { return reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream))); }
 
 }  // namespace
 
-std::FILE* SeparateOutputFromLog(LogTarget target, const std::string& logFile) {
-  const int output = _dup(kOutput);
-  if (output < 0) return nullptr;
-  const int log = OpenLog(target, logFile);
-  if (log < 0 || _dup2(log, kOutput) < 0) {
-    (void)_close(output);
-    return nullptr;
-  }
-  (void)_close(log);
-  (void)_setmode(output, _O_BINARY);
-  return _fdopen(output, "wb");
-}
+void WriteOutputAsBytes() { (void)_setmode(kOutput, _O_BINARY); }
 
 bool IsTerminal(std::FILE* stream) {
   DWORD mode = 0;
   return GetConsoleMode(HandleOf(stream), &mode) != 0;
 }
-
-bool IsErrorTerminal() { return IsTerminal(stderr); }
 
 TerminalSize GetTerminalSize(std::FILE* stream) {
   CONSOLE_SCREEN_BUFFER_INFO info{};
@@ -82,12 +64,28 @@ void OnInterrupt(std::function<void()> handler) {
 
 unsigned long ProcessNumber() { return GetCurrentProcessId(); }
 
-std::string TimeOfDay() {
-  SYSTEMTIME now{};
-  GetLocalTime(&now);
+std::string TimeOfDay(std::chrono::system_clock::time_point time) {
+  const auto second = std::chrono::floor<std::chrono::seconds>(time);
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(second);
+  tm local{};
+  (void)localtime_s(&local, &seconds);
+  const auto rest = std::chrono::floor<std::chrono::milliseconds>(time - second).count();
   char text[32];
-  (void)std::snprintf(text, sizeof text, "%02d:%02d:%02d.%03d", now.wHour, now.wMinute, now.wSecond,
-                      now.wMilliseconds);
+  (void)std::snprintf(text, sizeof text, "%02d:%02d:%02d.%03d", local.tm_hour, local.tm_min, local.tm_sec,
+                      static_cast<int>(rest));
+  return text;
+}
+
+std::optional<std::string> LookUpHost(const std::string& name) {
+  addrinfo wanted{};
+  wanted.ai_family = AF_INET;
+  wanted.ai_socktype = SOCK_STREAM;
+  addrinfo* found = nullptr;
+  if (getaddrinfo(name.c_str(), nullptr, &wanted, &found) != 0) return std::nullopt;
+  char text[INET_ADDRSTRLEN] = {};
+  (void)getnameinfo(found->ai_addr, static_cast<socklen_t>(found->ai_addrlen), text, sizeof text, nullptr, 0,
+                    NI_NUMERICHOST);
+  freeaddrinfo(found);
   return text;
 }
 

@@ -1,0 +1,18 @@
+// The library's log, as lines of a file or of standard error: plain text, no colours.
+#pragma once
+
+#include <libzel/libzel.hpp>
+
+#include <chrono>
+#include <cstdio>
+#include <string>
+
+namespace zeltool {
+
+// "2026-11-21T20:37:04.123Z": RFC 3339, in UTC.
+std::string TimeStamp(std::chrono::system_clock::time_point time);
+
+// Writes each line to a stream, which must stay open while the library logs.
+zel::LogSink MakeLogSink(std::FILE* stream);
+
+}  // namespace zeltool

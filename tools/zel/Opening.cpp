@@ -1,0 +1,279 @@
+#include "Opening.h"
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <optional>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "Lookup.h"
+#include "Reasons.h"
+#include "Text.h"
+
+namespace zeltool {
+namespace {
+
+constexpr zel::Milliseconds kAskTime{1000};
+// An identifier's own address answers at once, or is not the device's.
+constexpr zel::Milliseconds kFirstAskTime{300};
+// The first question of a scan leaves after a second, as a rule.
+constexpr zel::Milliseconds kLookTime{3000};
+constexpr zel::Milliseconds kProbeTime{500};
+
+std::optional<std::vector<uint8_t>> ParseNumbers(std::string_view text, size_t count) {
+  std::vector<uint8_t> numbers;
+  for (bool more = true; more;) {
+    const size_t point = text.find('.');
+    const auto number = ParseNumber(text.substr(0, point), 255);
+    if (!number || text.substr(0, point).size() > 3) return std::nullopt;
+    numbers.push_back(static_cast<uint8_t>(*number));
+    more = point != std::string_view::npos;
+    if (more) text.remove_prefix(point + 1);
+  }
+  if (numbers.size() != count) return std::nullopt;
+  return numbers;
+}
+
+// Such as 1.2.3, which is neither an identifier nor an address, and no name either.
+bool IsBrokenNumbers(const std::string& text) {
+  const auto points = std::count(text.begin(), text.end(), '.');
+  const bool onlyDecimals = text.find_first_not_of("0123456789.") == std::string::npos;
+  const bool onlyNumbers = text.find_first_not_of("0123456789abcdefxABCDEFX.") == std::string::npos;
+  return (onlyDecimals && points > 0) || (onlyNumbers && points >= 3);
+}
+
+bool IsSameName(const std::string& left, const std::string& right) {
+  const auto lower = [](char letter) { return letter >= 'A' && letter <= 'Z' ? letter + 32 : letter; };
+  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                    [&](char a, char b) { return lower(a) == lower(b); });
+}
+
+// What connects to an address whose device does not tell its identifier.
+zel::DeviceId MadeOf(const std::string& address) {
+  const auto numbers = *ParseNumbers(address, 4);
+  return {numbers[0], numbers[1], numbers[2], numbers[3], 0, 1};
+}
+
+// The address of a host name, looked up on a thread of its own, as that may take long.
+class NameLookup {
+ public:
+  explicit NameLookup(const std::string& name, Stopper& stopper) : state_(std::make_shared<State>()) {
+    std::thread([state = state_, name, &stopper] {
+      auto address = LookUpHost(name);
+      stopper.Update([&] {
+        state->address = std::move(address);
+        state->isOver = true;
+      });
+    }).detach();
+  }
+  // Nothing while it goes on, and when there is none.
+  std::optional<std::string> Address(Stopper& stopper) const {
+    std::optional<std::string> address;
+    stopper.Update([&] { address = state_->address; });
+    return address;
+  }
+
+ private:
+  struct State {
+    std::optional<std::string> address;
+    bool isOver = false;
+  };
+  std::shared_ptr<State> state_;
+};
+
+class Opener {
+ public:
+  Opener(const std::string& device, const Patience& patience, const Budget& budget, Context& context,
+         const zel::EventCallback& onEvent, WhenDown whenDown)
+      : device_(device),
+        patience_(patience),
+        budget_(budget),
+        context_(context),
+        onEvent_(onEvent),
+        whenDown_(whenDown) {}
+
+  Opened Open() {
+    if (const auto id = zel::DeviceId::Parse(device_)) return OpenIdentifier(*id);
+    return OpenAddress(FindAddress());
+  }
+
+  std::string FindAddress() {
+    if (const auto id = zel::DeviceId::Parse(device_)) {
+      if (const auto found = Look(HasIdentifier(*id))) return found->address;
+      return RouteOf(*id);
+    }
+    return IsAddress(device_) ? device_ : FindName();
+  }
+
+ private:
+  static DeviceTest HasIdentifier(const zel::DeviceId& id) {
+    return [id](const zel::Device& device) { return device.id == id; };
+  }
+
+  static std::string RouteOf(const zel::DeviceId& id) {
+    std::array<char, 16> host{};
+    (void)libzelx_getRoute(&id.Raw(), host.data(), host.size());
+    return host.data();
+  }
+
+  void StopIfAsked() const {
+    if (context_.stopper.IsRequested()) throw Failure(kInterrupted, "interrupted");
+  }
+
+  // Nothing when nobody is found. Throws when there are several.
+  std::optional<zel::Device> Look(const DeviceTest& isWanted, const std::function<bool()>& isOver = {}) {
+    const auto found = LookFor(context_, isWanted, budget_.Take(kLookTime, "look for " + device_), isOver);
+    StopIfAsked();
+    if (found.empty()) return std::nullopt;
+    if (found.size() == 1) return found.front();
+    std::string addresses;
+    for (const zel::Device& device : found) addresses += (addresses.empty() ? "" : ", ") + device.address;
+    throw LibraryFailure(Counted(found.size(), "device") + " answer to " + device_ + ": " + addresses,
+                         ZEL_E_DEVICE_ID, "Name the device by its address.");
+  }
+
+  Opened OpenIdentifier(const zel::DeviceId& id) {
+    const std::string host = RouteOf(id);
+    const auto told = AskIdentifier(host, budget_.Take(kFirstAskTime, "ask " + host));
+    StopIfAsked();
+    if (told && *told == id) return Connect(id, host);
+    if (told) {
+      context_.output.Note(host + " is " + told->ToString() + ", not " + device_ + "; looking for that");
+      return OpenFound(id, host, {});
+    }
+    Opened tried = Try(id, host);
+    if (IsUp(tried.connection)) return tried;
+    StopIfAsked();
+    if (whenDown_ == WhenDown::kGoOn) {
+      LookMeanwhile();
+      return tried;
+    }
+    return OpenFound(id, host, ExplainConnect(host, tried.connection.LastFailure()));
+  }
+
+  // Goes where a scan finds the identifier, or to the host all the same unless that is known to be in vain.
+  Opened OpenFound(const zel::DeviceId& id, const std::string& host, const Reason& vain) {
+    std::optional<zel::Device> found;
+    try {
+      found = Look(HasIdentifier(id));
+    } catch (const LibraryFailure& failure) {
+      if (failure.Code() == ZEL_E_DEVICE_ID || vain.sentence.empty()) throw;
+    }
+    if (found) return Connect(id, found->address);
+    if (!vain.sentence.empty()) Fail(id, host, vain);
+    return Connect(id, host);
+  }
+
+  // Reconnects follow what discovery finds.
+  void LookMeanwhile() {
+    if (libzelx_startDiscovery() != ZEL_OK) return;
+    context_.library->OnDevice([](const zel::Device&) {}).Ignore();
+    context_.library->StartScan().Ignore();
+  }
+
+  Opened OpenAddress(const std::string& host) {
+    const auto told = AskIdentifier(host, budget_.Take(kAskTime, "ask " + host));
+    StopIfAsked();
+    if (!told) {
+      context_.output.Note(host + " does not tell its identifier on UDP port 38898; trying TCP port 9999");
+    }
+    return Connect(told ? *told : MadeOf(host), host);
+  }
+
+  std::string FindName() {
+    const NameLookup lookup(device_, context_.stopper);
+    const auto isNamed = [this](const zel::Device& device) {
+      return IsSameName(device.hostName, device_) || device.serialNumber == device_ ||
+             device.secondSerialNumber == device_;
+    };
+    const auto hasAddress = [&] { return lookup.Address(context_.stopper).has_value(); };
+    std::string problem;
+    try {
+      if (const auto found = Look(isNamed, hasAddress)) return found->address;
+    } catch (const LibraryFailure& failure) {
+      if (failure.Code() != ZEL_E_RESOURCE) throw;
+      problem = std::string("; ") + failure.what();
+      (void)context_.stopper.Sleep(0.2);
+    }
+    if (const auto address = lookup.Address(context_.stopper)) return *address;
+    throw LibraryFailure(
+        device_ + " is no host name that this machine knows, and no device calls itself so" + problem,
+        ZEL_E_DEVICE_ID, "zel scan shows who is there; an address or an identifier works, too.");
+  }
+
+  Opened Try(const zel::DeviceId& id, const std::string& host) {
+    if (host != RouteOf(id)) (void)libzelx_setRoute(&id.Raw(), host.c_str());
+    zel::Connection::Options options;
+    options.timeout = budget_.Take(zel::Milliseconds(patience_.connectMs), "connect to " + host);
+    options.onEvent = onEvent_;
+    auto made = zel::Connection::Create(id, std::move(options));
+    if (!made) throw LibraryFailure("cannot create a connection", made.Code());
+    return {id, host, *std::move(made)};
+  }
+
+  Opened Connect(const zel::DeviceId& id, const std::string& host) {
+    Opened opened = Try(id, host);
+    if (IsUp(opened.connection) || whenDown_ == WhenDown::kGoOn) return opened;
+    Fail(id, host, ExplainConnect(host, opened.connection.LastFailure()));
+  }
+
+  [[noreturn]] void Fail(const zel::DeviceId& id, const std::string& host, const Reason& reason) const {
+    StopIfAsked();
+    const std::string at = device_ == host ? "" : " at " + host;
+    const std::string name = device_ == host ? host : zel::DeviceId::Parse(device_) ? id.ToString() : device_;
+    throw LibraryFailure("cannot connect to " + name + at + ": " + reason.sentence, ZEL_E_DISCONNECTED,
+                         reason.advice);
+  }
+
+  const std::string& device_;
+  const Patience& patience_;
+  const Budget& budget_;
+  Context& context_;
+  const zel::EventCallback& onEvent_;
+  WhenDown whenDown_;
+};
+
+}  // namespace
+
+bool IsAddress(const std::string& text) { return ParseNumbers(text, 4).has_value(); }
+
+std::string CheckDevice(const std::string& text) {
+  if (zel::DeviceId::Parse(text) || IsAddress(text)) return {};
+  if (!text.empty() && Printable(text) == text && !IsBrokenNumbers(text)) return {};
+  return "'" + text +
+         "' is neither an identifier (192.168.1.20.0.1) nor an address (192.168.1.20) nor a name";
+}
+
+std::string CheckDeviceId(const std::string& text) {
+  if (zel::DeviceId::Parse(text)) return {};
+  return "'" + text +
+         "' is no identifier: six numbers from 0 to 255 joined by points, as in 192.168.1.20.0.1";
+}
+
+Opened OpenDevice(const std::string& device, const Patience& patience, const Budget& budget, Context& context,
+                  const zel::EventCallback& onEvent, WhenDown whenDown) {
+  return Opener(device, patience, budget, context, onEvent, whenDown).Open();
+}
+
+std::string FindHost(const std::string& device, const Budget& budget, Context& context) {
+  const Patience patience;
+  const zel::EventCallback none;
+  return Opener(device, patience, budget, context, none, WhenDown::kFail).FindAddress();
+}
+
+bool IsServerThere(const std::string& host) {
+  const zel::DeviceId id = MadeOf(host);
+  (void)libzelx_setRoute(&id.Raw(), host.c_str());
+  const auto made = zel::Connection::Create(id, {kProbeTime, {}});
+  return made && IsUp(*made);
+}
+
+bool IsUp(const zel::Connection& connection) {
+  libzelx_Stats stats{};
+  stats.size = sizeof stats;
+  return libzelx_getStats(connection.Handle(), &stats) == ZEL_OK && stats.connected != 0;
+}
+
+}  // namespace zeltool
