@@ -18,8 +18,8 @@ CondVar::Clock::time_point EndOf(int64_t timeoutMs) {
 
 }  // namespace
 
-BoundedCalls::BoundedCalls(CTcpclient& connection, uint32_t timeoutMs)
-    : connection_(connection), timeoutMs_(timeoutMs), end_(EndOf(timeoutMs)) {}
+BoundedCalls::BoundedCalls(CTcpclient& connection, uint32_t timeoutMs, uint32_t answerMs)
+    : connection_(connection), timeoutMs_(timeoutMs), answerMs_(answerMs), end_(EndOf(timeoutMs)) {}
 
 bool BoundedCalls::IsTooLong(uint64_t payloadSize) {
   if (payloadSize <= kMaxSentFrame - kRequestOverhead) return false;
@@ -85,6 +85,7 @@ int32_t BoundedCalls::Request(const libzelx_Request& request, std::span<uint8_t>
   const bool isOver = written.end != Written::End::kWhole && table.Withdraw(pending);
   Settle(link, written);
   if (isOver) return ResultOf(written);
+  if (answerMs_ < timeoutMs_) pending.end = std::min(end_, EndOf(answerMs_));
   ReadInTurn(*link, pending);
   table.Await(pending);
   out.deviceError = pending.deviceError;

@@ -17,8 +17,9 @@ namespace libzel {
 
 class BoundedCalls {
  public:
-  // For calls that end within `timeoutMs` from now.
-  BoundedCalls(CTcpclient& connection, uint32_t timeoutMs);
+  // For calls that end within `timeoutMs` from now, and answers that come within `answerMs` from when the request is
+  // written.
+  BoundedCalls(CTcpclient& connection, uint32_t timeoutMs, uint32_t answerMs = UINT32_MAX);
 
   // Fills what `out` tells of the answer and of whether bytes may have left; the rest of it is the caller's.
   int32_t Request(const libzelx_Request& request, std::span<uint8_t> answer, libzelx_Outcome& out);
@@ -55,6 +56,7 @@ class BoundedCalls {
 
   CTcpclient& connection_;
   const uint32_t timeoutMs_;
+  const uint32_t answerMs_;
   const CondVar::Clock::time_point end_;
 };
 

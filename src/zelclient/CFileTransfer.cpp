@@ -56,7 +56,7 @@ void CFileTransfer::Step() {
   const uint32_t size = firstStepPending_ ? WriteFileInfo(buffer) : WriteChunk(buffer);
   error_ = 0;
   FileAnswerBuffer answer{};
-  if (link_.Exchange(std::span(buffer).first(size), answer, {.end = *end_})) {
+  if (link_.Exchange(std::span(buffer).first(size), answer, *end_)) {
     TakeAnswer(ReadFileAnswer(answer), size);
   } else {
     Fail(FileLink::IsOver(*end_) ? ZEL_E_TIMEOUT : ZEL_E_FILE_TRANSFER);

@@ -12,7 +12,6 @@ namespace libzel {
 
 namespace {
 
-constexpr AddressBlock kFileAddress{0x1002, 1};
 constexpr int64_t kMessageTimeoutMs = 1000;
 constexpr std::chrono::milliseconds kEarly{20};  // that a wait may end before its time
 
@@ -26,11 +25,6 @@ uint32_t TimeoutBefore(FileLink::TimePoint end) {
   return static_cast<uint32_t>(std::clamp<int64_t>(leftMs, 0, kMessageTimeoutMs));
 }
 
-FileLink::TimePoint WriteEnd(const FileLink::Bounds& bounds) {
-  if (bounds.writeMs == INT64_MAX) return bounds.end;
-  return std::min(bounds.end, CondVar::Clock::now() + std::chrono::milliseconds(bounds.writeMs));
-}
-
 }  // namespace
 
 FileLink::TimePoint FileLink::EndFromNow() {
@@ -42,28 +36,23 @@ bool FileLink::IsOver(TimePoint end) {
   return end != SocketLink::kNoEnd && CondVar::Clock::now() + kEarly >= end;
 }
 
-bool FileLink::Exchange(std::span<const uint8_t> message, FileAnswerBuffer& answer, const Bounds& bounds) {
-  answerError_ = 0;
-  return Send(message, bounds) > 0 && Receive(answer, bounds) > 0;
+bool FileLink::Exchange(std::span<const uint8_t> message, FileAnswerBuffer& answer, TimePoint end) {
+  return Send(message, end) > 0 && Receive(answer, end) > 0;
 }
 
 // Each call is made as an application's would be: with the error number cleared, on a live instance.
-int32_t FileLink::Send(std::span<const uint8_t> message, const Bounds& bounds) const {
+int32_t FileLink::Send(std::span<const uint8_t> message, TimePoint end) const {
   SetErrno(ZEL_OK);
   if (const auto client = LiveClient(connection_))
-    return client->SendBefore(port_, kFileAddress, message, TimeoutBefore(bounds.end), WriteEnd(bounds));
+    return client->SendBefore(port_, kFileAddress, message, TimeoutBefore(end), end);
   SetErrno(ZEL_E_HANDLE);
   return -1;
 }
 
-int32_t FileLink::Receive(FileAnswerBuffer& answer, const Bounds& bounds) {
+int32_t FileLink::Receive(FileAnswerBuffer& answer, TimePoint end) const {
   SetErrno(ZEL_OK);
-  if (const auto client = LiveClient(connection_)) {
-    const int32_t size =
-        client->Recv(nullptr, answer.data(), static_cast<uint32_t>(answer.size()), TimeoutBefore(bounds.end));
-    answerError_ = client->answerError();
-    return size;
-  }
+  if (const auto client = LiveClient(connection_))
+    return client->Recv(nullptr, answer.data(), static_cast<uint32_t>(answer.size()), TimeoutBefore(end));
   SetErrno(ZEL_E_HANDLE);
   return -1;
 }

@@ -1,4 +1,5 @@
-// The way to the port of a device that takes files: one message, and its answer.
+// The way of the old queue's files to the port of a device: one message, and its answer, by the calls that any program
+// makes.
 //
 // Used by one thread at a time, on a connection that nobody else receives from.
 #pragma once
@@ -17,12 +18,6 @@ namespace libzel {
 class FileLink {
  public:
   using TimePoint = CondVar::Clock::time_point;
-  // When the whole has to be over, and how long a peer may take to read a message.
-  struct Bounds {
-    TimePoint end = SocketLink::kNoEnd;
-    int64_t writeMs = INT64_MAX;
-  };
-
   // When a transfer's time is over whose turn comes now.
   static TimePoint EndFromNow();
   // True when an exchange that failed had no time left.
@@ -33,18 +28,14 @@ class FileLink {
 
   // Sends the message and takes its answer, whose missing bytes stay as they are; each has a second at most, for
   // connecting or waiting. False when that failed. The connection's life is looked at anew for both.
-  bool Exchange(std::span<const uint8_t> message, FileAnswerBuffer& answer, const Bounds& bounds);
-  // The error word in the header of the last answer, also of one that had nothing else and so counts as failed; 0 without
-  // one.
-  uint32_t answerError() const { return answerError_; }
+  bool Exchange(std::span<const uint8_t> message, FileAnswerBuffer& answer, TimePoint end);
 
  private:
-  int32_t Send(std::span<const uint8_t> message, const Bounds& bounds) const;
-  int32_t Receive(FileAnswerBuffer& answer, const Bounds& bounds);
+  int32_t Send(std::span<const uint8_t> message, TimePoint end) const;
+  int32_t Receive(FileAnswerBuffer& answer, TimePoint end) const;
 
   const uint16_t port_;
   std::weak_ptr<IZelPeerConnection> connection_;
-  uint32_t answerError_ = 0;
 };
 
 }  // namespace libzel

@@ -6,10 +6,14 @@
 #include <span>
 #include <string>
 
+#include "zelcomm/Frame.h"
+
 namespace libzel {
 
 inline constexpr uint32_t kFileChunkSize = 8192;
 inline constexpr size_t kMaxFileText = 255;  // of a name or a remote path: their lengths have a byte
+
+inline constexpr AddressBlock kFileAddress{0x1002, 1};
 
 using FileMessageBuffer = std::array<uint8_t, 10240>;
 using FileAnswerBuffer = std::array<uint8_t, 1024>;

@@ -225,7 +225,7 @@ void FileSender::BeginSending(FileSending& sending) {
   const auto end = FileLink::EndFromNow();
   const auto leftMs = std::chrono::ceil<std::chrono::milliseconds>(end - CondVar::Clock::now()).count();
   const auto connection =
-      connections_.ConnectionTo(sending.device(), std::min<int64_t>(leftMs, kCreateTimeoutMs));
+      connections_.RequestsTo(sending.device(), std::min<int64_t>(leftMs, kCreateTimeoutMs));
   // One that was made while all instances were destroyed would stay behind.
   const auto live = sending.IsCancelled() ? CPeerConnMgr::IfLive(connection) : nullptr;
   if (live != nullptr) CPeerConnMgr::Instance().ReleaseInstance(CPeerConnMgr::HandleOf(live));

@@ -4,7 +4,9 @@
 #include <utility>
 
 #include "utils/Log.h"
+#include "zelclient/BoundedCalls.h"
 #include "zelclient/CFileTransfer.h"
+#include "zelclient/ZelCreateFactory.h"
 #include "zelcomm/DeviceId.h"
 
 namespace libzel {
@@ -12,6 +14,13 @@ namespace libzel {
 namespace {
 
 constexpr int64_t kMaxWriteMs = 5000;
+constexpr int64_t kAnswerMs = 1000;
+
+// How long a message and its answer may take.
+uint32_t MsBefore(FileLink::TimePoint end) {
+  const auto leftMs = std::chrono::ceil<std::chrono::milliseconds>(end - CondVar::Clock::now()).count();
+  return static_cast<uint32_t>(std::clamp<int64_t>(leftMs, 0, kMaxWriteMs + kAnswerMs));
+}
 
 // As many bytes as a message has room for, and no part of a character.
 std::string CutName(std::string name) {
@@ -25,11 +34,11 @@ std::string CutName(std::string name) {
 }  // namespace
 
 FileSending::FileSending(FileOrder order, RegularFile file)
-    : order_(std::move(order)), file_(std::move(file)), link_(order_.target.port) {}
+    : order_(std::move(order)), file_(std::move(file)) {}
 
 void FileSending::Begin(std::weak_ptr<IZelPeerConnection> connection, FileLink::TimePoint end) {
-  link_.SetConnection(std::move(connection));
-  bounds_ = {end, kMaxWriteMs};
+  connection_ = std::move(connection);
+  end_ = end;
 }
 
 void FileSending::Step() {
@@ -64,15 +73,33 @@ libzelx_FileEvent FileSending::Progress() const {
 }
 
 int32_t FileSending::SendNext() {
-  if (CondVar::Clock::now() >= bounds_.end) return ZEL_E_TIMEOUT;
+  if (CondVar::Clock::now() >= end_) return ZEL_E_TIMEOUT;
   FileMessageBuffer buffer{};
   uint32_t size = 0;
   if (const int32_t result = WriteNext(buffer, size); result != ZEL_OK) return result;
   FileAnswerBuffer answer{};
-  const bool isAnswered = link_.Exchange(std::span(buffer).first(size), answer, bounds_);
-  deviceError_ = link_.answerError();
-  if (!isAnswered) return WhyFailed();
+  if (!Exchange(std::span(buffer).first(size), answer)) return WhyFailed();
   return TakeAnswer(ReadFileAnswer(answer));
+}
+
+// A request like any: what the device says meanwhile to nobody in particular costs neither time nor the answer.
+bool FileSending::Exchange(std::span<const uint8_t> message, FileAnswerBuffer& answer) {
+  deviceError_ = 0;
+  const auto connection = CPeerConnMgr::IfLive(connection_);
+  if (connection == nullptr) return false;
+  const libzelx_Request request{sizeof request,
+                                order_.target.port,
+                                0,
+                                kFileAddress.IdGroup,
+                                kFileAddress.IdOffset,
+                                message.data(),
+                                static_cast<uint32_t>(message.size()),
+                                0};
+  libzelx_Outcome outcome{};
+  BoundedCalls calls(static_cast<CTcpclient&>(*connection), MsBefore(end_), kAnswerMs);
+  const bool isAnswered = calls.Request(request, answer, outcome) == ZEL_OK;
+  deviceError_ = outcome.deviceError;
+  return isAnswered && outcome.answerLength != 0;
 }
 
 int32_t FileSending::WriteNext(FileMessageBuffer& buffer, uint32_t& size) {
@@ -109,7 +136,7 @@ int32_t FileSending::WriteChunk(FileMessageBuffer& buffer, uint32_t& size) {
 int32_t FileSending::WhyFailed() {
   if (deviceError_ != 0) return LIBZELX_E_DEVICE;
   if (IsCancelled()) return LIBZELX_E_CANCELLED;
-  return FileLink::IsOver(bounds_.end) ? ZEL_E_TIMEOUT : ZEL_E_FILE_TRANSFER;
+  return FileLink::IsOver(end_) ? ZEL_E_TIMEOUT : ZEL_E_FILE_TRANSFER;
 }
 
 // An answer of another type says nothing but that it came.

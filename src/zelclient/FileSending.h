@@ -49,6 +49,7 @@ class FileSending {
   static constexpr int32_t kGoesOn = -1;
 
   int32_t SendNext();
+  bool Exchange(std::span<const uint8_t> message, FileAnswerBuffer& answer);
   int32_t WriteNext(FileMessageBuffer& buffer, uint32_t& size);
   int32_t WriteChunk(FileMessageBuffer& buffer, uint32_t& size);
   int32_t WhyFailed();
@@ -57,8 +58,8 @@ class FileSending {
 
   const FileOrder order_;
   const RegularFile file_;
-  FileLink link_;
-  FileLink::Bounds bounds_;
+  std::weak_ptr<IZelPeerConnection> connection_;
+  FileLink::TimePoint end_ = SocketLink::kNoEnd;
   uint64_t ticket_ = 0;
   bool isDescribed_ = false;
   bool isLast_ = false;    // the message that is being sent

@@ -23,7 +23,6 @@ int64_t WholeMs(const Stopwatch& watch) {
 }  // namespace
 
 int32_t CTcpclient::Recv(void* /*context*/, uint8_t* buffer, uint32_t size, uint32_t timeoutMs) {
-  answerError_ = 0;
   if (IsCancelled()) return FailDisconnected();
   if (!IsConnected()) {
     ZEL_LOG_CLIENT("CTcpclient::Recv", kError, "connection is lost,ready reconnect");
@@ -159,7 +158,6 @@ bool CTcpclient::TakeAnswer(const FrameView& frame, std::span<uint8_t> out, int3
       if (frame.header.port != kTopicPort) notes().Add(Count::kLateAnswers);
       return false;
     }
-    answerError_ = error;
     payload = payload.subspan(kZoeHeaderSize);
   }
   const size_t count = std::min(payload.size(), out.size());

@@ -117,6 +117,11 @@ void CTcpclient::ConnectInBackground() {
   (void)loop_start();
 }
 
+void CTcpclient::KeepForRequests() {
+  isForRequestsAlone_ = true;
+  SetReconnectDelay(reconnectIntervalSec(), false);
+}
+
 bool CTcpclient::WrapReconnect(int64_t timeoutMs) { return TryPaced({timeoutMs}); }
 
 bool CTcpclient::TryPaced(const Patience& patience) {
@@ -357,7 +362,8 @@ int32_t CTcpclient::svc() {
       (void)Reconnect(kReceiveReconnectMs);
       continue;
     }
-    PauseUnlessWoken(std::min(kDownPauseMs, requests_.MsUntilDue()));
+    const bool isLeftAlone = !IsAutoReconnect() && loopWaker().IsOpen();
+    PauseUnlessWoken(std::min(isLeftAlone ? kIdleWaitMs : kDownPauseMs, requests_.MsUntilDue()));
     if (!IsStopped() && !IsConnected()) (void)WrapReconnect(kReceiveReconnectMs);
   }
   requests_.Close(LIBZELX_E_CANCELLED);
@@ -424,6 +430,10 @@ void CTcpclient::Dispatch(const FrameView& frame) {
   if (taken == Taken::kLate) notes().Add(Count::kLateAnswers);
   if (taken != Taken::kNo) return;
   requests_.WakeAnswered();
+  if (isForRequestsAlone_) {
+    notes().Add(Count::kNoPort);
+    return;
+  }
   const auto length = static_cast<uint32_t>(frame.body.size());
   if (router().call(frame.header, frame.body.data(), length, this) == ZEL_E_NO_ROUTER)
     notes().Add(Count::kNoPort);

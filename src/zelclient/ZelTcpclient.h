@@ -61,13 +61,13 @@ class CTcpclient : public IZelPeerConnection {
                      uint32_t timeoutMs, CondVar::Clock::time_point end) {
     return SendPieces(port, address, {&payload, 1}, timeoutMs, end);
   }
-  // The error word of the answer that the last Recv took, for whoever is the only one to receive; 0 when it took none.
-  uint32_t answerError() const { return answerError_; }
   // To be told when one of its options was set.
   void OptionsChanged();
 
   // Starts the receive thread, which connects at once.
   void ConnectInBackground();
+  // From here on a lost link is restored by a Connect alone, and messages that are no answers are dropped without a line.
+  void KeepForRequests();
 
   // ---- For calls that end in time
 
@@ -155,7 +155,7 @@ class CTcpclient : public IZelPeerConnection {
   ConnectAttempts attempts_;
   ReconnectPace pace_;
   std::atomic<bool> connectAtOnce_{false};
-  std::atomic<uint32_t> answerError_{0};
+  std::atomic<bool> isForRequestsAlone_{false};
   int64_t idleWaitMs_ = 0;  // the receive thread's own
 };
 

@@ -14,6 +14,7 @@
 #include "support/ScriptedServer.h"
 #include "support/TemporaryFolder.h"
 #include "zelclient/ZelCreateFactory.h"
+#include "zelclient/ZelTcpclient.h"
 
 namespace libzel {
 namespace {
@@ -217,7 +218,7 @@ TEST_F(FileSendingTest, AConnectionThatWasReleasedIsTheNetworks) {
   EXPECT_EQ(Result(), ZEL_E_FILE_TRANSFER);
 }
 
-TEST_F(FileSendingTest, APeerThatDoesNotReadLosesTheLinkAfterTheTime) {
+TEST_F(FileSendingTest, APeerThatDoesNotReadEndsItInTime) {
   end_ = CondVar::Clock::now() + std::chrono::milliseconds(300);
   const auto sending = Make("content");
   const Bytes huge(10000000, 'h');  // more than the systems take in
@@ -226,8 +227,26 @@ TEST_F(FileSendingTest, APeerThatDoesNotReadLosesTheLinkAfterTheTime) {
   ASSERT_TRUE(peer_.HasInput(zeltest::kPatienceMs));
   sending->Step();
   EXPECT_EQ(Result(), ZEL_E_TIMEOUT);
-  EXPECT_FALSE(connection_->IsConnected());
+  CPeerConnMgr::Instance().ReleaseInstance(CPeerConnMgr::HandleOf(connection_));
   stuck.join();
+}
+
+// By a receive each would cost all the time so far, and the answer would come too late.
+TEST_F(FileSendingTest, WhatADeviceSaysByItselfDoesNotDelayIt) {
+  static_cast<CTcpclient&>(*connection_).KeepForRequests();
+  const auto sending = Make("content");
+  const Bytes unasked = zeltest::Answer(700, 0, Text("tick"));
+  for (int i = 0; i < 3000; ++i) EXPECT_TRUE(peer_.Send(unasked));
+  std::thread step([&] { sending->Step(); });
+  const zeltest::Request request = peer_.ReadRequest();
+  for (int i = 0; i < 50; ++i) {
+    EXPECT_TRUE(peer_.Send(unasked));
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  EXPECT_TRUE(peer_.Send(zeltest::Answer(kSendingPort, request.invokeId, Taken(1))));
+  step.join();
+  EXPECT_FALSE(sending->HasEnded());
+  EXPECT_EQ(events_.size(), 1U);
 }
 
 }  // namespace
