@@ -12,6 +12,14 @@ TEST(IdTest, LocalHasSixNumbers) {
   EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '.'), 5);
 }
 
+TEST(IdTest, AloneShowsTheLocalOne) { EXPECT_EQ(RunZel({"id"}).output, RunZel({"id", "local"}).output); }
+
+// 127.0.0.9 does not answer the first question.
+TEST(IdTest, ALostDatagramIsAskedAgain) {
+  const ZelResult result = RunZel({"id", "get", "127.0.0.9"});
+  EXPECT_EQ(result.output, "127.0.0.9.0.1\n") << result.errors;
+}
+
 TEST(IdTest, GetAsksTheDevice) {
   EXPECT_EQ(RunZel({"id", "get", "127.0.0.5"}).output, "127.0.0.5.0.1\n");
   EXPECT_EQ(RunZel({"id", "get", "127.0.0.5", "--json"}).output,

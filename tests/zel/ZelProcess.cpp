@@ -51,11 +51,13 @@ void WriteWhole(const std::string& path, const std::string& content) {
   std::ofstream(path, std::ios::binary) << content;
 }
 
-ZelProcess::ZelProcess(const std::vector<std::string>& arguments, const std::string& input) {
+ZelProcess::ZelProcess(const std::vector<std::string>& arguments, const std::string& input,
+                       const std::string& outputTo) {
   static int number = 0;
   prefix_ = ScratchFile("zel" + std::to_string(++number));
   WriteWhole(prefix_ + ".in", input);
-  system_ = std::make_unique<System>(ZelProgram(), arguments, prefix_);
+  system_ = std::make_unique<System>(ZelProgram(), arguments, prefix_,
+                                     outputTo.empty() ? prefix_ + ".out" : outputTo);
 }
 
 ZelProcess::~ZelProcess() {
@@ -85,6 +87,11 @@ bool ZelProcess::SaysOutput(const std::string& text, int times) {
 }
 bool ZelProcess::SaysError(const std::string& text, int times) { return Says(prefix_ + ".err", text, times); }
 void ZelProcess::Interrupt() { system_->Interrupt(); }
+bool ZelProcess::EndsSoonAfterInterrupt(std::chrono::milliseconds time) {
+  const auto start = std::chrono::steady_clock::now();
+  Interrupt();
+  return Wait() == 130 && std::chrono::steady_clock::now() - start <= time;
+}
 std::string ZelProcess::Output() const { return ReadWhole(prefix_ + ".out"); }
 std::string ZelProcess::Errors() const { return ReadWhole(prefix_ + ".err"); }
 
@@ -92,6 +99,12 @@ ZelResult RunZel(const std::vector<std::string>& arguments, const std::string& i
   ZelProcess process(arguments, input);
   const int status = process.Wait();
   return {status, process.Output(), process.Errors()};
+}
+
+ZelResult RunZelTo(const std::string& outputTo, const std::vector<std::string>& arguments) {
+  ZelProcess process(arguments, "", outputTo);
+  const int status = process.Wait();
+  return {status, "", process.Errors()};
 }
 
 std::vector<std::string> Lines(const std::string& text) {

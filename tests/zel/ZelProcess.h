@@ -1,6 +1,7 @@
 // The zel program, run as a user runs it.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -14,8 +15,9 @@ void WriteWhole(const std::string& path, const std::string& content);
 
 class ZelProcess {
  public:
-  // Starts it with standard input, output and error in files.
-  explicit ZelProcess(const std::vector<std::string>& arguments, const std::string& input = "");
+  // Starts it with standard input, output and error in files; with `outputTo`, standard output goes there.
+  explicit ZelProcess(const std::vector<std::string>& arguments, const std::string& input = "",
+                      const std::string& outputTo = "");
   // Ends it if it still runs.
   ~ZelProcess();
   ZelProcess(const ZelProcess&) = delete;
@@ -29,6 +31,8 @@ class ZelProcess {
   bool SaysError(const std::string& text, int times = 1);
   // As Ctrl-C does. Linux only.
   void Interrupt();
+  // Interrupts it; true when it ends with status 130 within the time.
+  bool EndsSoonAfterInterrupt(std::chrono::milliseconds time);
 
   std::string Output() const;
   std::string Errors() const;
@@ -49,6 +53,8 @@ struct ZelResult {
   std::string errors;
 };
 ZelResult RunZel(const std::vector<std::string>& arguments, const std::string& input = "");
+// With standard output at a device or file.
+ZelResult RunZelTo(const std::string& outputTo, const std::vector<std::string>& arguments);
 
 std::vector<std::string> Lines(const std::string& text);
 bool Contains(const std::string& text, const std::string& part);

@@ -17,14 +17,14 @@ void Replace(int descriptor, const std::string& path, int flags) {
 }  // namespace
 
 ZelProcess::System::System(const std::string& program, const std::vector<std::string>& arguments,
-                           const std::string& prefix) {
+                           const std::string& prefix, const std::string& output) {
   std::vector<char*> texts = {const_cast<char*>(program.c_str())};
   for (const std::string& argument : arguments) texts.push_back(const_cast<char*>(argument.c_str()));
   texts.push_back(nullptr);
   process_ = fork();
   if (process_ != 0) return;
   Replace(STDIN_FILENO, prefix + ".in", O_RDONLY);
-  Replace(STDOUT_FILENO, prefix + ".out", O_WRONLY | O_CREAT | O_TRUNC);
+  Replace(STDOUT_FILENO, output, O_WRONLY | O_CREAT | O_TRUNC);
   Replace(STDERR_FILENO, prefix + ".err", O_WRONLY | O_CREAT | O_TRUNC);
   (void)execv(texts[0], texts.data());
   _exit(95);

@@ -8,8 +8,9 @@
 #include "ZelProcess.h"
 
 struct ZelProcess::System {
-  // The streams are the files `prefix`.in, .out and .err.
-  System(const std::string& program, const std::vector<std::string>& arguments, const std::string& prefix);
+  // The streams are the files `prefix`.in, `output` and `prefix`.err.
+  System(const std::string& program, const std::vector<std::string>& arguments, const std::string& prefix,
+         const std::string& output);
   ~System();
   System(const System&) = delete;
   System& operator=(const System&) = delete;

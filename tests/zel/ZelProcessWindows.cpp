@@ -27,14 +27,14 @@ HANDLE AsHandle(intptr_t process) { return reinterpret_cast<HANDLE>(process); }
 }  // namespace
 
 ZelProcess::System::System(const std::string& program, const std::vector<std::string>& arguments,
-                           const std::string& prefix) {
+                           const std::string& prefix, const std::string& output) {
   std::string line = Quoted(program);
   for (const std::string& argument : arguments) line += " " + Quoted(argument);
   STARTUPINFOA start{};
   start.cb = sizeof start;
   start.dwFlags = STARTF_USESTDHANDLES;
   start.hStdInput = OpenInherited(prefix + ".in", GENERIC_READ, OPEN_EXISTING);
-  start.hStdOutput = OpenInherited(prefix + ".out", GENERIC_WRITE, CREATE_ALWAYS);
+  start.hStdOutput = OpenInherited(output, GENERIC_WRITE, CREATE_ALWAYS);
   start.hStdError = OpenInherited(prefix + ".err", GENERIC_WRITE, CREATE_ALWAYS);
   PROCESS_INFORMATION info{};
   (void)CreateProcessA(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &start, &info);

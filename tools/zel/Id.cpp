@@ -31,20 +31,21 @@ int ShowLocal(Context& context) {
   return kDone;
 }
 
-[[noreturn]] void FailAsked(const std::string& host, const std::string& what, int32_t code) {
+[[noreturn]] void FailAsked(Context& context, const std::string& host, const std::string& what,
+                            int32_t code) {
   if (code == ZEL_E_SEND) {
     const Reason reason = ExplainConnect(host, ": no route");
     throw LibraryFailure(what + ": " + reason.sentence, code, reason.advice);
   }
   if (code != ZEL_E_TIMEOUT) throw LibraryFailure(what, code);
-  const Reason reason = ExplainSilence(host, IsServerThere(host));
+  const Reason reason = ExplainSilence(host, IsServerThere(host, *context.library));
   throw LibraryFailure(what + ": " + reason.sentence, code, reason.advice);
 }
 
 int Get(const IdOptions& options, Context& context) {
   const std::string host = FindHost(options.host, Budget(0), context);
   const auto id = AskIdentifier(host, zel::Milliseconds(options.timeoutMs));
-  if (!id) FailAsked(host, options.host + " does not tell its identifier", id.Code());
+  if (!id) FailAsked(context, host, options.host + " does not tell its identifier", id.Code());
   Show(context.output, options.host, id->ToString());
   return kDone;
 }
@@ -56,7 +57,7 @@ int Set(const IdOptions& options, Context& context) {
   zel::Result result = id.AssignTo(host, time / 2);
   // Twice the same does no harm.
   if (result.Code() == ZEL_E_TIMEOUT) result = id.AssignTo(host, time / 2);
-  if (!result) FailAsked(host, options.host + " does not take the identifier", result.Code());
+  if (!result) FailAsked(context, host, options.host + " does not take the identifier", result.Code());
   if (context.output.IsJson()) {
     Show(context.output, options.host, options.identifier);
   } else {

@@ -1,6 +1,8 @@
 #include "Log.h"
 
 #include <array>
+#include <mutex>
+#include <utility>
 
 namespace zeltool {
 
@@ -18,13 +20,40 @@ std::string TimeStamp(std::chrono::system_clock::time_point time) {
   return text.data();
 }
 
+namespace {
+
+struct AnswerWarnings {
+  std::mutex mutex;
+  std::vector<std::string> texts;
+};
+
+AnswerWarnings& Warnings() {
+  static auto* const warnings = new AnswerWarnings;
+  return *warnings;
+}
+
+void KeepAnswerWarning(const zel::LogLine& line) {
+  if (line.level != zel::LogLevel::kWarning || !line.message.starts_with("scan answer of ")) return;
+  const std::lock_guard lock(Warnings().mutex);
+  Warnings().texts.emplace_back(line.message);
+}
+
+}  // namespace
+
 zel::LogSink MakeLogSink(std::FILE* stream) {
   return [stream](const zel::LogLine& line) {
+    KeepAnswerWarning(line);
+    if (stream == nullptr) return;
     std::string text = TimeStamp(line.time) + " " + zel::NameOf(line.level) + " ";
     text.append(line.function).append(": ").append(line.message) += '\n';
     (void)std::fwrite(text.data(), 1, text.size(), stream);
     (void)std::fflush(stream);
   };
+}
+
+std::vector<std::string> TakeAnswerWarnings() {
+  const std::lock_guard lock(Warnings().mutex);
+  return std::exchange(Warnings().texts, {});
 }
 
 }  // namespace zeltool

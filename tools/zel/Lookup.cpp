@@ -12,13 +12,6 @@ namespace {
 constexpr double kTwinSec = 0.3;
 constexpr double kTickSec = 0.05;
 
-libzelx_Discovery StateOfDiscovery() {
-  libzelx_Discovery state{};
-  state.size = sizeof state;
-  (void)libzelx_getDiscovery(&state);
-  return state;
-}
-
 [[noreturn]] void FailDiscovery(const std::string& reason) {
   throw LibraryFailure("devices cannot be looked for: " + reason, ZEL_E_RESOURCE,
                        "Does another program hold UDP port 38897, is an adapter up? A device's address works "
@@ -27,20 +20,20 @@ libzelx_Discovery StateOfDiscovery() {
 
 }  // namespace
 
-void StartDiscovery() {
-  (void)libzelx_startDiscovery();
-  RequireDiscovery();
+void StartDiscovery(zel::Library& library) {
+  library.StartDiscovery().Ignore();  // what follows has the reason
+  RequireDiscovery(library);
 }
 
-void RequireDiscovery() {
-  const libzelx_Discovery state = StateOfDiscovery();
-  if (state.running == 0) FailDiscovery(state.reason);
+void RequireDiscovery(const zel::Library& library) {
+  const zel::DiscoveryState state = library.Discovery();
+  if (!state.isRunning) FailDiscovery(state.reason);
   if (state.adapters == 0) FailDiscovery("no network adapter has an address");
 }
 
 std::vector<zel::Device> LookFor(Context& context, const DeviceTest& isWanted, zel::Milliseconds time,
                                  const std::function<bool()>& isOver) {
-  StartDiscovery();
+  StartDiscovery(*context.library);
   const auto found = std::make_shared<Mailbox<zel::Device>>(context.stopper);
   context.library->OnDevice([found](const zel::Device& device) { found->Put(device); }).Ignore();
   context.library->StartScan().Ignore();

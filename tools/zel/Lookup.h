@@ -13,8 +13,8 @@
 namespace zeltool {
 
 // Throws LibraryFailure when discovery cannot run: a port is taken, there is no network.
-void StartDiscovery();
-void RequireDiscovery();
+void StartDiscovery(zel::Library& library);
+void RequireDiscovery(const zel::Library& library);
 
 using DeviceTest = std::function<bool(const zel::Device&)>;
 

@@ -1,7 +1,6 @@
 #include "Opening.h"
 
 #include <algorithm>
-#include <array>
 #include <memory>
 #include <optional>
 #include <thread>
@@ -112,11 +111,7 @@ class Opener {
     return [id](const zel::Device& device) { return device.id == id; };
   }
 
-  static std::string RouteOf(const zel::DeviceId& id) {
-    std::array<char, 16> host{};
-    (void)libzelx_getRoute(&id.Raw(), host.data(), host.size());
-    return host.data();
-  }
+  std::string RouteOf(const zel::DeviceId& id) const { return context_.library->RouteOf(id); }
 
   void StopIfAsked() const {
     if (context_.stopper.IsRequested()) throw Failure(kInterrupted, "interrupted");
@@ -130,8 +125,8 @@ class Opener {
     if (found.size() == 1) return found.front();
     std::string addresses;
     for (const zel::Device& device : found) addresses += (addresses.empty() ? "" : ", ") + device.address;
-    throw LibraryFailure(Counted(found.size(), "device") + " answer to " + device_ + ": " + addresses,
-                         ZEL_E_DEVICE_ID, "Name the device by its address.");
+    throw Failure(kFailed, Counted(found.size(), "device") + " answer to " + device_ + ": " + addresses,
+                  "Name the device by its address.");
   }
 
   Opened OpenIdentifier(const zel::DeviceId& id) {
@@ -159,7 +154,7 @@ class Opener {
     try {
       found = Look(HasIdentifier(id));
     } catch (const LibraryFailure& failure) {
-      if (failure.Code() == ZEL_E_DEVICE_ID || vain.sentence.empty()) throw;
+      if (vain.sentence.empty()) throw;
     }
     if (found) return Connect(id, found->address);
     if (!vain.sentence.empty()) Fail(id, host, vain);
@@ -168,7 +163,6 @@ class Opener {
 
   // Reconnects follow what discovery finds.
   void LookMeanwhile() {
-    if (libzelx_startDiscovery() != ZEL_OK) return;
     context_.library->OnDevice([](const zel::Device&) {}).Ignore();
     context_.library->StartScan().Ignore();
   }
@@ -193,18 +187,18 @@ class Opener {
     try {
       if (const auto found = Look(isNamed, hasAddress)) return found->address;
     } catch (const LibraryFailure& failure) {
-      if (failure.Code() != ZEL_E_RESOURCE) throw;
       problem = std::string("; ") + failure.what();
       (void)context_.stopper.Sleep(0.2);
     }
     if (const auto address = lookup.Address(context_.stopper)) return *address;
-    throw LibraryFailure(
+    throw Failure(
+        kFailed,
         device_ + " is no host name that this machine knows, and no device calls itself so" + problem,
-        ZEL_E_DEVICE_ID, "zel scan shows who is there; an address or an identifier works, too.");
+        "zel scan shows who is there; an address or an identifier works, too.");
   }
 
   Opened Try(const zel::DeviceId& id, const std::string& host) {
-    if (host != RouteOf(id)) (void)libzelx_setRoute(&id.Raw(), host.c_str());
+    if (host != RouteOf(id)) context_.library->PinRoute(id, host).Ignore();
     zel::Connection::Options options;
     options.timeout = budget_.Take(zel::Milliseconds(patience_.connectMs), "connect to " + host);
     options.onEvent = onEvent_;
@@ -263,9 +257,9 @@ std::string FindHost(const std::string& device, const Budget& budget, Context& c
   return Opener(device, patience, budget, context, none, WhenDown::kFail).FindAddress();
 }
 
-bool IsServerThere(const std::string& host) {
+bool IsServerThere(const std::string& host, zel::Library& library) {
   const zel::DeviceId id = MadeOf(host);
-  (void)libzelx_setRoute(&id.Raw(), host.c_str());
+  library.PinRoute(id, host).Ignore();
   const auto made = zel::Connection::Create(id, {kProbeTime, {}});
   return made && IsUp(*made);
 }

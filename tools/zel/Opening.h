@@ -36,7 +36,7 @@ Opened OpenDevice(const std::string& device, const Patience& patience, const Bud
 std::string FindHost(const std::string& device, const Budget& budget, Context& context);
 
 // True when the server of a host takes a connection.
-bool IsServerThere(const std::string& host);
+bool IsServerThere(const std::string& host, zel::Library& library);
 
 bool IsUp(const zel::Connection& connection);
 

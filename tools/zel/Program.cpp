@@ -49,11 +49,12 @@ void WatchInterrupts(Stopper& stopper) {
   });
 }
 
-// No peer ends the program or holds it up for ever. The pauses between reconnects are the user's business.
-void Protect() {
-  (void)libzelx_protect();
-  (void)libzelx_setOption(0, LIBZELX_JITTER_PERCENT, 0);
-  (void)libzelx_setOption(0, LIBZELX_RECONNECT_MAX_SEC, 0);
+// No peer ends the program or holds it up for ever, which is the library's default in C++. The pauses between
+// reconnects are the user's business.
+zel::Options LibraryOptions(std::FILE* log) {
+  zel::Options options;
+  options.Set(zel::Option::kJitterPercent, 0).Set(zel::TimeOption::kReconnectMax, zel::Milliseconds(0));
+  return options.Log(MakeLogSink(log), log != nullptr ? zel::LogLevel::kDebug : zel::LogLevel::kWarning);
 }
 
 // What ends a command, as the failure that it is.
@@ -80,6 +81,7 @@ int RunTask(const Task& task, Context& context) {
     status = failure.Status();
   }
   context.output.ClearStatus();
+  for (const std::string& warning : TakeAnswerWarnings()) context.output.Note(warning);
   if (!context.stopper.IsRequested()) return status;
   if (context.output.IsJson()) context.output.Fail(Failure(kInterrupted, "interrupted"));
   return kInterrupted;
@@ -111,11 +113,7 @@ int Start(const Task& task, const CommonOptions& common) {
     Context context{*output, *stopper, nullptr};
     return CheckOutput(*output, RunTask(task, context));
   }
-  Protect();
-  zel::Options options;
-  options.Log(log != nullptr ? MakeLogSink(log) : zel::LogSink(),
-              log != nullptr ? zel::LogLevel::kDebug : zel::LogLevel::kNothing);
-  static zel::Library* const library = new zel::Library(options);
+  static zel::Library* const library = new zel::Library(LibraryOptions(log));
   Context context{*output, *stopper, library};
   const int status = CheckOutput(*output, RunTask(task, context));
   (void)libzel_destory();

@@ -124,7 +124,7 @@ class Scan {
       : options_(options), context_(context), found_(context.stopper), view_(options, context.output) {}
 
   int Run() {
-    StartDiscovery();
+    StartDiscovery(*context_.library);
     const auto start = Clock::now();
     end_ = IsEndless() ? Deadline() : Deadline(After(kFirstQuestionSec + options_.seconds));
     context_.library->OnDevice([this](const zel::Device& device) { found_.Put(ToFound(device)); }).Ignore();
@@ -169,7 +169,7 @@ class Scan {
     if (context_.stopper.IsRequested()) return kDone;
     for (const std::string& twin : devices_.Twins()) context_.output.Note(twin);
     if (devices_.Count() == 0) {
-      RequireDiscovery();
+      RequireDiscovery(*context_.library);
       throw NothingArrived(
           "no device answered in " + time,
           "Are the devices on, and in a network of this machine? Does a firewall let UDP in?");
