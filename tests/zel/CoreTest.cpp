@@ -2,8 +2,10 @@
 #include <gtest/gtest.h>
 
 #include "DeviceList.h"
+#include "ErrorPage.h"
 #include "Format.h"
 #include "Progress.h"
+#include "Reasons.h"
 #include "Statistics.h"
 #include "Table.h"
 #include "Text.h"
@@ -50,6 +52,48 @@ TEST(TextTest, SizesAndTimesAreReadable) {
   EXPECT_EQ(ReadableDuration(3600), "1:00:00");
   EXPECT_EQ(Counted(1, "device"), "1 device");
   EXPECT_EQ(Counted(0, "device"), "0 devices");
+}
+
+TEST(TextTest, WrapsAtWords) {
+  EXPECT_EQ(Wrapped("one two three", 12, 5), "one two\n     three");
+  EXPECT_EQ(Wrapped("", 10, 5), "");
+  EXPECT_EQ(Wrapped("aVeryLongWord x", 5, 2), "aVeryLongWord\n  x");
+}
+
+TEST(ErrorPageTest, ReadsRowsAndNothingElse) {
+  const auto entries = ReadErrorPage(
+      "| Code | Name and text | Cause | Cure |\n|---:|---|---|---|\n"
+      "| 4108<br>0x100C | `ZEL_E_A`, `ZEL_E_B`<br>\"text\" | Some `cause`. | Look (\\ref wire). |\n"
+      "| 3<br>0x0003 | \"no name\" | x | y |\nwords\n");
+  ASSERT_EQ(entries.size(), 2U);
+  EXPECT_EQ(entries[0].code, 4108);
+  EXPECT_EQ(entries[0].names, (std::vector<std::string>{"ZEL_E_A", "ZEL_E_B"}));
+  EXPECT_EQ(entries[0].cause, "Some cause.");
+  EXPECT_EQ(entries[0].cure, "Look.");
+  EXPECT_TRUE(entries[1].names.empty());
+}
+
+TEST(DeviceListTest, PointsOutTwins) {
+  DeviceList list;
+  FoundDevice device;
+  device.identifier = "1.2.3.4.5.6";
+  device.address = "10.0.0.1";
+  (void)list.Note(device, {});
+  EXPECT_TRUE(list.Twins().empty());
+  device.address = "10.0.0.2";
+  (void)list.Note(device, {});
+  EXPECT_EQ(list.Twins(),
+            std::vector<std::string>{"several devices have the identifier 1.2.3.4.5.6: 10.0.0.1, 10.0.0.2"});
+}
+
+TEST(ReasonsTest, EachHasASentenceAndAnAdvice) {
+  EXPECT_EQ(ExplainConnect("10.0.0.9", "connect 10.0.0.9:9999: refused").sentence,
+            "10.0.0.9 refuses connections to TCP port 9999");
+  EXPECT_EQ(ExplainConnect("10.0.0.9", "connect 10.0.0.9:9999: no route").sentence,
+            "there is no way to 10.0.0.9");
+  EXPECT_EQ(ExplainConnect("10.0.0.9", "connect 10.0.0.9:9999: timed out").sentence,
+            "10.0.0.9 does not answer on TCP port 9999");
+  EXPECT_EQ(ExplainConnect("10.0.0.9", "").sentence, "10.0.0.9 cannot be reached");
 }
 
 TEST(TableTest, GrowsWithItsRows) {

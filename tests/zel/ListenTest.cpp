@@ -32,6 +32,12 @@ TEST(ListenTest, HearsSeveralPortsOnly) {
 
 TEST(ListenTest, WritesObjects) {
   const ZelResult result = RunZel({"listen", kAddress, "700", "--count", "1", "--json"});
+  // 2026-11-21T20:37:04.123Z
+  const std::string start = "{\"time\":\"";
+  ASSERT_TRUE(result.output.starts_with(start)) << result.output;
+  EXPECT_EQ(result.output.substr(start.size() + 10, 1), "T");
+  EXPECT_EQ(result.output.substr(start.size() + 19, 1), ".");
+  EXPECT_EQ(result.output.substr(start.size() + 23, 2), "Z\"");
   EXPECT_TRUE(Contains(result.output, "\"port\":700,\"length\":1,\"text\":\"")) << result.output;
 }
 

@@ -13,11 +13,26 @@ TEST(PlainTest, ErrorsListsEveryCode) {
   EXPECT_TRUE(Contains(result.output, "16389  0x4005                       component name is illegal\n"));
 }
 
-TEST(PlainTest, ErrorsExplainsOneCodeInBothNotations) {
+TEST(PlainTest, ErrorsExplainsOneCodeByNumberOrName) {
   const ZelResult decimal = RunZel({"errors", "4104"});
   EXPECT_EQ(decimal.status, 0);
-  EXPECT_EQ(Lines(decimal.output).size(), 1U);
+  EXPECT_TRUE(
+      decimal.output.starts_with(" 4104  0x1008  ZEL_E_TIMEOUT        recv message timeout\n"
+                                 "  Cause: No answer came in time: "))
+      << decimal.output;
+  EXPECT_TRUE(Contains(decimal.output, "\n  Cure:  Check the port; allow more time. ")) << decimal.output;
   EXPECT_EQ(RunZel({"errors", "0x1008"}).output, decimal.output);
+  EXPECT_EQ(RunZel({"errors", "ZEL_E_TIMEOUT"}).output, decimal.output);
+}
+
+TEST(PlainTest, ErrorsExplainsTheCodesOfTheSecondFamily) {
+  const ZelResult result = RunZel({"errors", "LIBZELX_E_CANCELLED"});
+  EXPECT_TRUE(Contains(result.output, "20481  0x5001  LIBZELX_E_CANCELLED  cancelled\n")) << result.output;
+  EXPECT_TRUE(Contains(result.output, "  Cause: A cancel, ")) << result.output;
+}
+
+TEST(PlainTest, CausesFitTheirLines) {
+  for (const std::string& line : Lines(RunZel({"errors", "5"}).output)) EXPECT_LT(line.size(), 80U) << line;
 }
 
 TEST(PlainTest, ErrorsKnowsCodesWithoutText) {
@@ -25,8 +40,12 @@ TEST(PlainTest, ErrorsKnowsCodesWithoutText) {
 }
 
 TEST(PlainTest, ErrorsWritesObjects) {
-  EXPECT_EQ(RunZel({"errors", "5", "--json"}).output,
-            "{\"code\":5,\"text\":\"alaready disconnect\",\"name\":\"ZEL_E_DISCONNECTED\"}\n");
+  const std::string output = RunZel({"errors", "5", "--json"}).output;
+  EXPECT_TRUE(
+      output.starts_with("{\"code\":5,\"text\":\"alaready disconnect\",\"name\":\"ZEL_E_DISCONNECTED\","
+                         "\"cause\":\"The link is down"))
+      << output;
+  EXPECT_TRUE(Contains(output, "\"cure\":\"Is the device on, ")) << output;
 }
 
 TEST(PlainTest, ErrorsRefusesWhatIsNoNumber) {
@@ -95,6 +114,28 @@ TEST(PlainTest, WrongCommandLinesAreUsage) {
     EXPECT_EQ(result.output, "") << line;
     EXPECT_NE(result.errors, "") << line;
   }
+}
+
+TEST(PlainTest, EverythingThatIsMissingIsNamed) {
+  EXPECT_TRUE(
+      Contains(RunZel({"sub"}).errors, "zel: DEVICE and TOPIC are missing\nzel: see zel sub --help\n"));
+  EXPECT_TRUE(Contains(RunZel({"send", "1.2.3.4"}).errors, "zel: PORT and FILE are missing"));
+  EXPECT_TRUE(Contains(RunZel({"request", "1.2.3.4"}).errors, "zel: --port is missing"));
+  EXPECT_TRUE(
+      Contains(RunZel({"id", "set"}).errors, "zel: HOST and ID are missing\nzel: see zel id set --help"));
+}
+
+TEST(PlainTest, AWordThatIsNearlyRightIsSuggested) {
+  EXPECT_TRUE(Contains(RunZel({"reqest", "--help"}).errors, "no command 'reqest'; did you mean request?"));
+  EXPECT_TRUE(Contains(RunZel({"request", "1.2.3.4", "-p", "1", "--ofset", "1"}).errors,
+                       "'--ofset' is no option here; did you mean --offset?"));
+}
+
+TEST(PlainTest, AWrongCommandLineIsAnObject) {
+  const ZelResult result = RunZel({"sub", "--json"});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.output,
+            "{\"what\":\"DEVICE and TOPIC are missing\",\"advice\":\"see zel sub --help\",\"status\":2}\n");
 }
 
 TEST(PlainTest, ManualDescribesEveryCommandAndOption) {

@@ -15,6 +15,12 @@ TEST(ScanTest, FindsTheDevicesOnce) {
   EXPECT_TRUE(Contains(result.output, "10.77.0.2.0.2"));
 }
 
+TEST(ScanTest, ASecondIsEnough) {
+  const ZelResult result = RunZel({"scan", "-s", "1"});
+  EXPECT_EQ(result.status, 0) << result.errors;
+  EXPECT_EQ(Lines(result.output).size(), 3U) << result.output;
+}
+
 TEST(ScanTest, WritesObjectsWithEveryField) {
   const ZelResult result = RunZel({"--json", "scan", "-s", "4"});
   EXPECT_EQ(result.status, 0);

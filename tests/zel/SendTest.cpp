@@ -34,6 +34,13 @@ TEST(SendTest, SaysHowMuchWasSent) {
   EXPECT_TRUE(Contains(result.output, ": 19.5 KiB in ")) << result.output;
 }
 
+TEST(SendTest, TheRemoteNameIsTheFilesOwn) {
+  const std::string path = LocalFile(77);
+  EXPECT_EQ(RunZel({"send", kDevice, "710", path, "--json"}).status, 0);
+  const ZelResult result = RunZel({"send", kDevice, "710", path, "--json"});
+  EXPECT_TRUE(Contains(result.output, "\"remote\":\"local77\"")) << result.output;
+}
+
 TEST(SendTest, WritesObjects) {
   const ZelResult result = RunZel({"send", kDevice, "710", LocalFile(20000), "object", "--json"});
   const auto lines = Lines(result.output);

@@ -194,10 +194,12 @@ std::string ExplainParse(const CLI::App& app, const CLI::ParseError& problem) {
   return problem.what();
 }
 
-int ReportUsage(const CLI::App& app, const CommonOptions& common, const std::string& what) {
+int ReportUsage(const CLI::App& app, const std::vector<std::string>& arguments, const std::string& what) {
   const std::string path = Path(NamedCommand(app));
   WriteOutputAsBytes();
-  Output output(stdout, common.json, Remarks::kShown);
+  // What a wrong line wants is not read by the one that reads right ones.
+  const auto wantsJson = [](const std::string& word) { return word == "-j" || word == "--json"; };
+  Output output(stdout, std::any_of(arguments.begin(), arguments.end(), wantsJson), Remarks::kShown);
   output.Fail(Failure(kUsage, what, "see " + path + " --help"));
   return kUsage;
 }

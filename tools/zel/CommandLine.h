@@ -29,6 +29,6 @@ void CheckCommandName(const CLI::App& app, const std::vector<std::string>& argum
 std::string ExplainParse(const CLI::App& app, const CLI::ParseError& problem);
 
 // Says it, and where help is. Gives kUsage.
-int ReportUsage(const CLI::App& app, const CommonOptions& common, const std::string& what);
+int ReportUsage(const CLI::App& app, const std::vector<std::string>& arguments, const std::string& what);
 
 }  // namespace zeltool

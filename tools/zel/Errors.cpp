@@ -1,11 +1,13 @@
 // zel errors, zel version
 #include <libzel/libzelx.h>
 
+#include <algorithm>
 #include <array>
 #include <memory>
-#include <utility>
+#include <optional>
 
 #include "Commands.h"
+#include "ErrorPage.h"
 #include "Failure.h"
 #include "Text.h"
 
@@ -14,80 +16,83 @@ namespace {
 
 constexpr int32_t kLastCode = 0x4FFF;
 
-constexpr std::array<std::pair<int32_t, const char*>, 25> kNames = {{
-    {ZEL_OK, "ZEL_OK"},
-    {ZEL_EVENT_CONNECTED, "ZEL_EVENT_CONNECTED"},
-    {ZEL_EVENT_PENDING, "ZEL_EVENT_PENDING"},
-    {ZEL_E_DISCONNECTED, "ZEL_E_DISCONNECTED"},
-    {ZEL_EVENT_FAILED, "ZEL_EVENT_FAILED"},
-    {ZEL_E_DEVICE_ID, "ZEL_E_DEVICE_ID"},
-    {ZEL_E_NO_ROUTER, "ZEL_E_NO_ROUTER"},
-    {ZEL_E_ROUTER, "ZEL_E_ROUTER"},
-    {ZEL_E_TIMEOUT, "ZEL_E_TIMEOUT"},
-    {ZEL_E_TOPIC, "ZEL_E_TOPIC"},
-    {ZEL_E_PROTOCOL, "ZEL_E_PROTOCOL"},
-    {ZEL_E_TOO_SHORT, "ZEL_E_TOO_SHORT"},
-    {ZEL_E_LENGTH, "ZEL_E_LENGTH"},
-    {ZEL_E_SEND, "ZEL_E_SEND"},
-    {ZEL_E_RESERVED_PORT, "ZEL_E_RESERVED_PORT"},
-    {ZEL_E_INVOKE_ID, "ZEL_E_INVOKE_ID"},
-    {ZEL_E_HANDLE, "ZEL_E_HANDLE"},
-    {ZEL_E_ADAPTER, "ZEL_E_ADAPTER"},
-    {ZEL_E_RESOURCE, "ZEL_E_RESOURCE"},
-    {ZEL_E_PARAM, "ZEL_E_PARAM"},
-    {ZEL_E_MEMORY, "ZEL_E_MEMORY"},
-    {ZEL_E_FILE_OPEN, "ZEL_E_FILE_OPEN"},
-    {ZEL_E_FILE_READ, "ZEL_E_FILE_READ"},
-    {ZEL_E_FILE_HANDLE, "ZEL_E_FILE_HANDLE"},
-    {ZEL_E_FILE_TRANSFER, "ZEL_E_FILE_TRANSFER"},
-}};
+const ErrorEntry* Find(int32_t code) {
+  const auto& all = AllErrors();
+  const auto found =
+      std::find_if(all.begin(), all.end(), [&](const ErrorEntry& one) { return one.code == code; });
+  return found == all.end() ? nullptr : &*found;
+}
 
 std::string NameOf(int32_t code) {
-  for (const auto& [value, name] : kNames) {
-    if (value == code) return name;
+  const ErrorEntry* entry = Find(code);
+  return entry == nullptr || entry->names.empty() ? "" : entry->names.front();
+}
+
+// The number that a text is, or names.
+std::optional<int32_t> ReadCode(const std::string& text) {
+  for (const ErrorEntry& entry : AllErrors()) {
+    if (std::find(entry.names.begin(), entry.names.end(), text) != entry.names.end()) return entry.code;
   }
-  return {};
+  const bool negative = text.starts_with('-');
+  const auto number = ParseNumber(std::string_view(text).substr(negative ? 1 : 0), 0xFFFFFFFFU);
+  if (!number) return std::nullopt;
+  const auto bits = static_cast<uint32_t>(*number);
+  return static_cast<int32_t>(negative ? 0U - bits : bits);
 }
 
 std::string Hexadecimal(int32_t code) {
   const auto bits = static_cast<uint32_t>(code);
-  std::array<char, 16> text{};
+  std::array<char, 24> text{};
   (void)std::snprintf(text.data(), text.size(), "0x%04lX", static_cast<unsigned long>(bits));
   return text.data();
 }
 
-void ShowCode(Output& output, int32_t code) {
-  const std::string name = NameOf(code);
-  if (output.IsJson()) {
-    Record record;
-    record.Number("code", code).Text("text", libzelx_strerror(code));
-    if (!name.empty()) record.Text("name", name);
-    output.Object(record);
-    return;
-  }
-  output.Line(PadLeft(std::to_string(code), 5) + "  " + Hexadecimal(code) + "  " + PadRight(name, 21) +
-              libzelx_strerror(code));
+std::string Title(int32_t code) {
+  return PadLeft(std::to_string(code), 5) + "  " + Hexadecimal(code) + "  " + PadRight(NameOf(code), 21) +
+         libzelx_strerror(code);
+}
+
+Record MakeRecord(int32_t code) {
+  Record record;
+  record.Number("code", code).Text("text", libzelx_strerror(code));
+  if (const std::string name = NameOf(code); !name.empty()) record.Text("name", name);
+  return record;
 }
 
 int ShowAll(Output& output) {
   const std::string unknown = libzelx_strerror(-1);
   for (int32_t code = 0; code <= kLastCode; ++code) {
-    if (libzelx_strerror(code) != unknown) ShowCode(output, code);
+    if (libzelx_strerror(code) == unknown) continue;
+    if (output.IsJson()) {
+      output.Object(MakeRecord(code));
+    } else {
+      output.Line(Title(code));
+    }
   }
   return kDone;
 }
 
 std::string CheckCode(const std::string& text) {
-  const bool negative = text.starts_with('-');
-  const auto number = ParseNumber(std::string_view(text).substr(negative ? 1 : 0), 0xFFFFFFFFU);
-  return number ? std::string() : "'" + text + "' is no error number, as in 4104 or 0x1008";
+  return ReadCode(text)
+             ? std::string()
+             : "'" + text + "' is no error number and no error's name, as in 4104, 0x1008 or ZEL_E_TIMEOUT";
 }
 
 int ShowOne(Output& output, const std::string& text) {
-  const bool negative = text.starts_with('-');
-  const auto number =
-      static_cast<uint32_t>(*ParseNumber(std::string_view(text).substr(negative ? 1 : 0), 0xFFFFFFFFU));
-  ShowCode(output, static_cast<int32_t>(negative ? 0U - number : number));
+  const int32_t code = *ReadCode(text);
+  const ErrorEntry* entry = Find(code);
+  if (output.IsJson()) {
+    Record record = MakeRecord(code);
+    if (entry != nullptr) record.Text("cause", entry->cause).Text("cure", entry->cure);
+    output.Object(record);
+    return kDone;
+  }
+  output.Line(Title(code));
+  if (entry == nullptr) return kDone;
+  constexpr size_t kIndent = 9;
+  const size_t width = output.Size().columns - 1;
+  output.Line("  Cause: " + Wrapped(entry->cause, width, kIndent));
+  output.Line("  Cure:  " + Wrapped(entry->cure, width, kIndent));
   return kDone;
 }
 
@@ -108,8 +113,8 @@ int ShowVersion(Context& context) {
 
 constexpr const char* kErrorsHelp = R"(Examples:
   zel errors            every code: decimal, hexadecimal, its name in C, its text
-  zel errors 4104       one of them
-  zel errors 0x1008     the same one
+  zel errors 4104       one of them, with its cause and its cure
+  zel errors 0x1008     the same one; so is zel errors ZEL_E_TIMEOUT
 
 Servers and devices may answer with codes that the library has no text for.)";
 
@@ -118,7 +123,7 @@ Servers and devices may answer with codes that the library has no text for.)";
 void AddErrors(CLI::App& app, Task& task) {
   CLI::App* command = app.add_subcommand("errors", "Explain error numbers");
   auto code = std::make_shared<std::string>();
-  command->add_option("CODE", *code, "The number to explain; all if not given")
+  command->add_option("CODE", *code, "The number to explain, or its name; all if not given")
       ->check(CheckCode)
       ->type_name("");
   command->footer(kErrorsHelp);

@@ -133,9 +133,10 @@ int Write(const std::string& text) {
 int RunProgram(int argc, char** argv) {
   CommonOptions common;
   Task task;
+  const std::vector<std::string> arguments(argv + 1, argv + argc);
   const auto app = MakeCommandLine(common, task);
   try {
-    CheckCommandName(*app, {argv + 1, argv + argc});
+    CheckCommandName(*app, arguments);
     app->parse(argc, argv);
     if (!common.generate.empty()) return Write(Generate(*app, common.generate));
     if (!task.run) throw UsageFailure("no command is given");
@@ -144,9 +145,9 @@ int RunProgram(int argc, char** argv) {
     (void)app->exit(wish, text, text);
     return Write(text.str());
   } catch (const CLI::ParseError& problem) {
-    return ReportUsage(*app, common, ExplainParse(*app, problem));
+    return ReportUsage(*app, arguments, ExplainParse(*app, problem));
   } catch (const UsageFailure& failure) {
-    return ReportUsage(*app, common, failure.what());
+    return ReportUsage(*app, arguments, failure.what());
   }
   return Start(task, common);
 }

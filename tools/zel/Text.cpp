@@ -148,6 +148,26 @@ std::string ReadableDuration(double seconds) {
   return std::to_string(hours) + ":" + (minutes.size() < 2 ? "0" : "") + minutes + tail;
 }
 
+std::string Wrapped(std::string_view text, size_t width, size_t indent) {
+  std::string out;
+  size_t column = indent;
+  while (!text.empty()) {
+    const size_t end = std::min(text.find(' '), text.size());
+    const std::string_view word = text.substr(0, end);
+    if (column > indent && column + 1 + DisplayWidth(word) > width) {
+      out += "\n" + std::string(indent, ' ');
+      column = indent;
+    } else if (column > indent) {
+      out += ' ';
+      ++column;
+    }
+    out += word;
+    column += DisplayWidth(word);
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return out;
+}
+
 std::string Counted(uint64_t count, std::string_view thing) {
   return std::to_string(count) + " " + std::string(thing) + (count == 1 ? "" : "s");
 }
