@@ -176,3 +176,46 @@ def test_missing_library_is_said_plainly():
     environment = {"ZEL_LIBRARY": "/nowhere/libzel.so.0", "PYTHONPATH": ":".join(sys.path)}
     done = subprocess.run([sys.executable, "-c", script], capture_output=True, timeout=60, env=environment)
     assert b"/nowhere/libzel.so.0" in done.stdout
+
+
+@pytest.mark.parametrize("number", [-1, 2**32])
+def test_numbers_that_do_not_fit_are_refused(connection, number):
+    with pytest.raises(ValueError):
+        connection.publish("a", b"", group=number)
+    with pytest.raises(ValueError):
+        connection.publish("a", b"", offset=number)
+    with pytest.raises(ValueError):
+        connection.set_reconnect_interval(number)
+    with pytest.raises(ValueError):
+        connection.receive(max_size=number)
+
+
+@pytest.mark.parametrize("end", ["subscription", "connection"])
+def test_close_wakes_whoever_waits_for_messages(device, seen, end):
+    connection = zel.Connection(device, timeout=5)
+    messages = connection.messages("nothing/here")
+    reader = threading.Thread(target=lambda: seen.put([messages.get(), messages.get()]))
+    reader.start()
+    (messages if end == "subscription" else connection).close()
+    assert seen.take() == [None, None]
+    reader.join()
+    connection.close()
+
+
+FORK = """
+import os, sys, zel
+connection = zel.Connection({device!r}, timeout=5)
+print(connection.request(600, b"before", timeout=5), flush=True)
+if os.fork() == 0:
+    sys.exit(0)  # with all that is done at the end
+print(os.wait()[1])
+print(connection.request(600, b"after", timeout=5), repr(connection.last_failure))
+"""
+
+
+def test_end_of_a_forked_child_leaves_the_connection_alone(device):
+    done = subprocess.run(
+        [sys.executable, "-c", FORK.format(device=str(device))], capture_output=True, text=True, timeout=60
+    )
+    assert done.stderr == ""
+    assert done.stdout.splitlines() == ["b'before'", "0", "b'after' ''"]

@@ -1,5 +1,7 @@
 """Scans, and identifiers asked of a host."""
 
+import threading
+
 import pytest
 import zel
 
@@ -42,3 +44,18 @@ def test_silent_host_is_a_timeout():
 
 def test_local_identifier_is_not_zero():
     assert zel.DeviceId.local() != zel.DeviceId()
+
+
+def test_scans_in_a_row_need_no_close(device):
+    for i in range(2):
+        found = [d.id for d in zel.scan(timeout=4)]
+        assert found == [device]
+
+
+def test_close_ends_the_iteration_at_once(seen):
+    devices = zel.scan()
+    reader = threading.Thread(target=lambda: seen.put(list(devices)))
+    reader.start()
+    devices.close()
+    seen.take()
+    reader.join()

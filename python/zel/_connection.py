@@ -4,7 +4,6 @@ from __future__ import annotations
 
 import ctypes
 import enum
-import queue
 import time
 import weakref
 from dataclasses import dataclass
@@ -16,6 +15,7 @@ from ._errors import ErrorCode, ZelDeviceError, ZelError, check, error
 from ._library import (
     EventFunction,
     RouteFunction,
+    Inbox,
     Targets,
     TopicFunction,
     at_exit,
@@ -23,6 +23,7 @@ from ._library import (
     milliseconds,
     refuse_in_callback,
     started,
+    unsigned,
 )
 from ._options import Option, OptionValues, get_of, set_of
 from ._requests import BytesLike, Request, ask, fill, last_failure, payload, reason_of, receive, submit
@@ -30,7 +31,6 @@ from ._requests import BytesLike, Request, ask, fill, last_failure, payload, rea
 _MAX_FRAME = 10485760
 _REQUEST_OVERHEAD = 29
 _PUBLICATION_OVERHEAD = 38
-_POLL_SECONDS = 0.5
 
 
 class Event(enum.IntEnum):
@@ -105,6 +105,7 @@ class Connection:
         self._handle = 0
         self._topics: Dict[str, int] = {}
         self._routes: Dict[int, int] = {}
+        self._subscriptions: weakref.WeakSet[Subscription] = weakref.WeakSet()
         raw = to_raw(device)
         self.device = from_raw(raw)
         self._library = started()
@@ -131,6 +132,8 @@ class Connection:
             self._library.libzel_releaseInstance(handle)
             for number in [self._event, *self._topics.values(), *self._routes.values()]:
                 _targets.remove(number)
+            for subscription in list(self._subscriptions):
+                subscription._inbox.close()
         _open.discard(self)
 
     def __enter__(self) -> Connection:
@@ -179,7 +182,7 @@ class Connection:
 
     def set_reconnect_interval(self, seconds: int) -> None:
         """The least time between two automatic reconnects."""
-        check(self._library.libzel_reconnect_delay_set(self._handle, seconds))
+        check(self._library.libzel_reconnect_delay_set(self._handle, unsigned("time", seconds)))
 
     # ---- Requests
 
@@ -220,7 +223,7 @@ class Connection:
 
         A server's error is raised, with the data it sent.
         """
-        got, code, data = receive(self._handle, timeout, max_size)
+        got, code, data = receive(self._handle, timeout, unsigned("size", max_size, 0x7FFFFFFF))
         if got < 0:
             raise self._error(code or ErrorCode.DISCONNECTED)
         if code != 0:
@@ -233,7 +236,8 @@ class Connection:
         name, given = _topic_bytes(topic), payload(data)
         if len(name) + len(given) + _PUBLICATION_OVERHEAD > _MAX_FRAME - _REQUEST_OVERHEAD:
             raise error(ErrorCode.TOO_LONG)
-        self._check(self._library.libzel_publish(self._handle, group, offset, name, given, len(given)))
+        words = unsigned("group", group), unsigned("offset", offset)
+        self._check(self._library.libzel_publish(self._handle, *words, name, given, len(given)))
 
     def subscribe(self, topic: str, callback: TopicCallback) -> None:
         """Subscribes, or gives a subscribed topic another callback.
@@ -307,10 +311,11 @@ class Subscription:
     def __init__(self, connection: Connection, topics: Sequence[str], timeout: Optional[float]) -> None:
         self._connection = connection
         self._timeout = timeout
-        self._queue: queue.SimpleQueue[Message] = queue.SimpleQueue()
+        self._inbox: Inbox[Message] = Inbox()
+        connection._subscriptions.add(self)
         self._topics: List[str] = list(topics)
         for topic in topics:
-            connection.subscribe(topic, self._queue.put)
+            connection.subscribe(topic, self._inbox.put)
         connection.start_loop()
 
     def __iter__(self) -> Iterator[Message]:
@@ -323,18 +328,12 @@ class Subscription:
         return message
 
     def get(self, timeout: Optional[float] = None) -> Optional[Message]:
-        """The next message; None when none came in time, or the connection was closed."""
-        end = None if timeout is None else time.monotonic() + timeout
-        while True:
-            rest = _POLL_SECONDS if end is None else min(_POLL_SECONDS, max(0.0, end - time.monotonic()))
-            try:
-                return self._queue.get(timeout=rest)
-            except queue.Empty:
-                if self._connection.closed or (end is not None and time.monotonic() >= end):
-                    return None
+        """The next message; None when none came in time, or the subscription or the connection was closed."""
+        return self._inbox.get(None if timeout is None else time.monotonic() + timeout)
 
     def close(self) -> None:
         """Ends the subscriptions. Again does nothing."""
+        self._inbox.close()
         topics, self._topics = self._topics, []
         for topic in topics:
             if not self._connection.closed:
@@ -350,8 +349,7 @@ class Subscription:
 
 
 def _check_port(port: int) -> None:
-    if not 0 <= port <= 0xFFFF:
-        raise ValueError(f"not a port: {port}")
+    unsigned("port", port, 0xFFFF)
 
 
 def _topic_bytes(topic: str) -> bytes:

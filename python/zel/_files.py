@@ -11,7 +11,16 @@ from typing import Any, Callable, Optional, Union
 
 from ._device import DeviceId, DeviceLike, from_raw, to_raw
 from ._errors import ErrorCode, ZelDeviceError, ZelError, error
-from ._library import FileFunction, RawDeviceAddress, RawFileEvent, Targets, callback_scope, refuse_in_callback, started
+from ._library import (
+    FileFunction,
+    RawDeviceAddress,
+    RawFileEvent,
+    Targets,
+    callback_scope,
+    refuse_in_callback,
+    started,
+    unsigned,
+)
 
 _STOP = -1
 _GO_ON = 0
@@ -139,8 +148,7 @@ def send_file(
     `progress` is called for each step, on a thread of the library; it stops the transfer by returning False. What cannot
     be opened, or is no regular file, is over at once with ErrorCode.FILE_OPEN; progress is told of that on this thread.
     """
-    if not 0 <= port <= 0xFFFF:
-        raise ValueError(f"not a port: {port}")
+    unsigned("port", port, 0xFFFF)
     paths = [os.fsencode(local_path), remote_path.encode()]
     if any(b"\0" in path for path in paths):
         raise ValueError("a path with a NUL")

@@ -6,12 +6,16 @@ import atexit
 import ctypes
 import itertools
 import os
+import queue
 import sys
 import threading
+import time
 from contextlib import ExitStack, contextmanager
 from ctypes import POINTER, c_bool, c_char, c_char_p, c_int32, c_int64, c_size_t, c_uint8, c_uint16, c_uint32
 from ctypes import c_uint64, c_void_p
-from typing import Any, Callable, Dict, Iterator, List, Optional, Tuple
+from typing import Any, Callable, Dict, Generic, Iterator, List, Optional, Tuple, TypeVar
+
+Item = TypeVar("Item")
 
 
 class RawDeviceId(ctypes.Structure):
@@ -237,6 +241,44 @@ def milliseconds(seconds: float) -> int:
     if not seconds >= 0:
         raise ValueError(f"not a time-out: {seconds}")
     return int(min(seconds * 1000, 0x7FFFFFFF))
+
+
+def unsigned(name: str, number: int, most: int = 0xFFFFFFFF) -> int:
+    """The number; ctypes would cut one that does not fit."""
+    if not 0 <= number <= most:
+        raise ValueError(f"not a {name}: {number}")
+    return number
+
+
+class Inbox(Generic[Item]):
+    """Items from one thread to another, until it is closed."""
+
+    # On Windows Ctrl-C does not end a wait for a lock.
+    _LONGEST_WAIT = 0.5 if sys.platform == "win32" else None
+
+    def __init__(self) -> None:
+        self._queue: queue.SimpleQueue[Optional[Item]] = queue.SimpleQueue()
+
+    def put(self, item: Item) -> None:
+        self._queue.put(item)
+
+    def close(self) -> None:
+        """What is in it can still be got."""
+        self._queue.put(None)
+
+    def get(self, end: Optional[float]) -> Optional[Item]:
+        """The next item; None at the end, of time.monotonic(), or when there are none and it is closed."""
+        while True:
+            waits = [self._LONGEST_WAIT, None if end is None else max(0.0, end - time.monotonic())]
+            try:
+                item = self._queue.get(timeout=min((wait for wait in waits if wait is not None), default=None))
+            except queue.Empty:
+                if end is not None and time.monotonic() >= end:
+                    return None
+                continue
+            if item is None:
+                self._queue.put(None)  # for whoever asks next
+            return item
 
 
 class Targets:

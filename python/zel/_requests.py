@@ -9,7 +9,17 @@ from concurrent.futures import Future
 from typing import Any, Optional, Tuple, Union
 
 from ._errors import ErrorCode, ZelDeviceError, ZelError, error
-from ._library import AnswerFunction, RawOutcome, RawRequest, RawStats, Targets, callback_scope, load, milliseconds
+from ._library import (
+    AnswerFunction,
+    RawOutcome,
+    RawRequest,
+    RawStats,
+    Targets,
+    callback_scope,
+    load,
+    milliseconds,
+    unsigned,
+)
 
 BytesLike = Union[bytes, bytearray, memoryview]
 
@@ -42,8 +52,7 @@ def reason_of(handle: int, code: int) -> str:
 def fill(port: int, data: BytesLike, group: int, offset: int, timeout: float) -> RawRequest:
     """ValueError for a number that does not fit, ZelError for data that do not."""
     for name, number, most in (("port", port, 0xFFFF), ("group", group, 0xFFFFFFFF), ("offset", offset, 0xFFFFFFFF)):
-        if not 0 <= number <= most:
-            raise ValueError(f"not a {name}: {number}")
+        unsigned(name, number, most)
     given = payload(data)
     if len(given) > _MAX_PAYLOAD:
         raise error(ErrorCode.TOO_LONG, may_be_sent=False)

@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import ctypes
-import queue
 import threading
 import time
 from dataclasses import dataclass
@@ -12,7 +11,7 @@ from typing import Any, Callable, Iterator, Optional, Set, Tuple, Type
 
 from ._device import DeviceId
 from ._errors import check, error
-from ._library import RawDiscovery, ScanFunction, at_exit, callback_scope, in_callback, started
+from ._library import Inbox, RawDiscovery, ScanFunction, at_exit, callback_scope, in_callback, started
 
 
 @dataclass(frozen=True)
@@ -104,7 +103,8 @@ _NOBODY = ScanFunction()
 
 
 class Scan:
-    """A scan that goes on; there can be one at a time. An iterator over the devices, each of which comes once.
+    """A scan that goes on; there can be one at a time. An iterator over the devices, each of which comes once; its end
+    closes the scan.
 
     With a callback it is called, on the library's scan thread, each time that a device answers.
     """
@@ -113,7 +113,7 @@ class Scan:
         global _active
         self._end = None if timeout is None else time.monotonic() + timeout
         self._callback = callback
-        self._queue: queue.SimpleQueue[Device] = queue.SimpleQueue()
+        self._found: Inbox[Device] = Inbox()
         self._seen: Set[Tuple[str, str]] = set()
         self._is_open = False
         library = started()
@@ -134,7 +134,7 @@ class Scan:
         key = (device.id_text, device.address)
         if key not in self._seen:
             self._seen.add(key)
-            self._queue.put(device)
+            self._found.put(device)
         if self._callback is not None:
             self._callback(device)
 
@@ -142,13 +142,10 @@ class Scan:
         return self
 
     def __next__(self) -> Device:
-        while self._is_open or not self._queue.empty():
-            rest = 0.5 if self._end is None else min(0.5, max(0.0, self._end - time.monotonic()))
-            try:
-                return self._queue.get(timeout=rest)
-            except queue.Empty:
-                if self._end is not None and time.monotonic() >= self._end:
-                    break
+        device = self._found.get(self._end)
+        if device is not None:
+            return device
+        self.close()
         raise StopIteration
 
     def close(self) -> None:
@@ -157,6 +154,7 @@ class Scan:
         if not self._is_open:
             return
         self._is_open = False
+        self._found.close()
         library = started()
         library.libzel_stopZelScan()
         library.libzel_registerZelScanEvent(_NOBODY, None)
