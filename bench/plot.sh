@@ -1,6 +1,6 @@
 #!/bin/bash
 # Draws what bench/run.sh printed, as bench/results/ keeps it:  bench/plot.sh FOLDER
-# FOLDER gets relative.svg, round_trip.svg and publish.svg. Wants gnuplot.
+# FOLDER gets relative.svg, round_trip.svg, publish.svg and distance.svg. Wants gnuplot.
 set -euo pipefail
 results=$(cd "$(dirname "$0")" && pwd)/results
 mkdir -p "$1"
@@ -18,19 +18,28 @@ rows() {
   }' "$1"
 }
 
+# "where";eight threads' requests;one thread's, in thousands a second, from the rows that compare the two.
+threads() {
+  awk '/^requests, 8 threads.* one / {
+    name = substr($0, 1, 30); sub(/ +$/, "", name)
+    sub(/^requests, 8 threads(, )?/, "", name)
+    split(substr($0, 31), field)
+    printf "\"%s\";%s;%s\n", name == "" ? "same host" : name " away", field[1], field[4]
+  }' "$1"
+}
+
 # The rows of one kind, named by their sizes alone.
 sizes() { sed -n "s/^\"$1, \([0-9]* B\)\"/\"\1\"/p" "$2"; }
 
-for run in quiet busy; do
-  rows "$results/$run.txt" >"$run.all"
-  # Indented rows go into the details of the one above.
-  grep -v '^" ' "$run.all" >"$run.rows"
-done
+rows "$results/quiet.txt" >quiet.all
+# Indented rows go into the details of the one above.
+grep -v '^" ' quiet.all >quiet.rows
 sizes "round trip" quiet.rows >round_trip.rows
 sizes publish quiet.rows >publish.rows
+threads "$results/quiet.txt" | sort -r >distance.rows
 rowCount=$(wc -l <quiet.rows)
-[ "$rowCount" -gt 0 ] && [ "$(wc -l <busy.rows)" = "$rowCount" ] || {
-  echo "bench/plot.sh: the rows of bench/results/quiet.txt and busy.txt do not match" >&2
+[ "$rowCount" -gt 0 ] || {
+  echo "bench/plot.sh: bench/results/quiet.txt has no rows" >&2
   exit 1
 }
 
@@ -38,12 +47,11 @@ gnuplot <<GNUPLOT
 set datafile separator ';'
 set style fill solid noborder
 quiet = '#2f6db5'
-busy = '#c9a24b'
 raw = '#9aa3ad'
 set border 3
 set tics nomirror
 
-set terminal svg size 900,560 font 'sans-serif,13' background '#ffffff'
+set terminal svg size 900,640 font 'sans-serif,13' background '#ffffff'
 set output 'relative.svg'
 set title 'Speed against a raw program that does the same (1 is as fast, more is better)'
 set yrange [$rowCount - 0.4:-0.6]
@@ -51,10 +59,9 @@ set logscale x 2
 set xrange [0.125:8]
 set xtics (0.125, 0.25, 0.5, 1, 2, 4, 8)
 set grid xtics lc '#dddddd'
-set key bottom left Left reverse
+set key off
 set arrow from 1, graph 0 to 1, graph 1 nohead lw 2 lc '#444444' back
-plot 'quiet.rows' using 4:0:(1):4:(\$0-0.34):(\$0-0.02):ytic(1) with boxxyerror lc rgb quiet title 'nothing else running', \
-     'busy.rows' using 4:0:(1):4:(\$0+0.02):(\$0+0.34) with boxxyerror lc rgb busy title 'both cores compiling'
+plot 'quiet.rows' using 4:0:(1):4:(\$0-0.3):(\$0+0.3):ytic(1) with boxxyerror lc rgb quiet
 
 unset arrow
 unset grid
@@ -67,13 +74,22 @@ set style histogram clustered gap 1
 set boxwidth 0.9
 set xrange [-0.6:$(wc -l <round_trip.rows) - 0.4]
 set yrange [0:*]
-set key top left
+set key on top left
 set ylabel 'us, less is better'
 set output 'round_trip.svg'
 set title 'Request and answer, by payload'
 plot 'round_trip.rows' using 2:xtic(1) lc rgb quiet title 'library', '' using 3 lc rgb raw title 'raw socket'
 
+set output 'distance.svg'
+set title 'Requests on one connection, by the way there and back'
+set ylabel 'thousand/s, more is better'
+set xrange [-0.6:$(wc -l <distance.rows) - 0.4]
+set key top right
+plot 'distance.rows' using 3:xtic(1) lc rgb raw title 'one thread', '' using 2 lc rgb quiet title 'eight threads'
+
 set output 'publish.svg'
+set ylabel 'us, less is better'
+set key top left
 set title 'Publishing one message, by size'
 set xrange [-0.6:$(wc -l <publish.rows) - 0.4]
 set logscale y
