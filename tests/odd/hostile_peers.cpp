@@ -21,7 +21,7 @@ namespace {
 
 using namespace zeltest;
 
-constexpr int64_t kMostGrowth = 8 << 20;
+constexpr int64_t kMostGrowth = int64_t{MOST_GROWTH_MIB} << 20;
 constexpr uint64_t kWarmUpShare = 10;  // the first tenth fills what is kept
 
 bool Check(bool isGood, const char* what) {
