@@ -1,5 +1,5 @@
-// What a C++ program is protected from, and how it chooses something else. Each case has a process of its own, since the
-// first Library chooses for all of it.
+// What a C++ program is protected from, and how it chooses something else. Each case has a process of its
+// own, since the first Library chooses for all of it.
 #include <gtest/gtest.h>
 
 #include <chrono>
