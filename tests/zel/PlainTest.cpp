@@ -71,7 +71,7 @@ TEST(PlainTest, HelpShowsEveryCommand) {
   const ZelResult result = RunZel({"--help"});
   EXPECT_EQ(result.status, 0);
   for (const char* command :
-       {"scan", "id", "errors", "version", "request", "pub", "sub", "listen", "send", "watch"}) {
+       {"scan", "id", "doctor", "errors", "version", "request", "pub", "sub", "listen", "send", "watch"}) {
     EXPECT_TRUE(Contains(result.output, std::string("\n  ") + command + " ")) << command;
     const ZelResult own = RunZel({command, "--help"});
     EXPECT_EQ(own.status, 0) << command;

@@ -50,6 +50,7 @@ void AddCommands(CLI::App& app, Task& task) {
   AddListen(app, task);
   AddSend(app, task);
   AddWatch(app, task);
+  AddDoctor(app, task);
   AddErrors(app, task);
   AddVersion(app, task);
 }

@@ -32,6 +32,7 @@ void AddSub(CLI::App& app, Task& task);
 void AddListen(CLI::App& app, Task& task);
 void AddSend(CLI::App& app, Task& task);
 void AddWatch(CLI::App& app, Task& task);
+void AddDoctor(CLI::App& app, Task& task);
 void AddErrors(CLI::App& app, Task& task);
 void AddVersion(CLI::App& app, Task& task);
 

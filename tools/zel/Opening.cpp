@@ -49,12 +49,6 @@ bool IsSameName(const std::string& left, const std::string& right) {
                     [&](char a, char b) { return lower(a) == lower(b); });
 }
 
-// What connects to an address whose device does not tell its identifier.
-zel::DeviceId MadeOf(const std::string& address) {
-  const auto numbers = *ParseNumbers(address, 4);
-  return {numbers[0], numbers[1], numbers[2], numbers[3], 0, 1};
-}
-
 // The address of a host name, looked up on a thread of its own, as that may take long.
 class NameLookup {
  public:
@@ -173,15 +167,12 @@ class Opener {
     if (!told) {
       context_.output.Note(host + " does not tell its identifier on UDP port 38898; trying TCP port 9999");
     }
-    return Connect(told ? *told : MadeOf(host), host);
+    return Connect(told ? *told : PlaceholderId(host), host);
   }
 
   std::string FindName() {
     const NameLookup lookup(device_, context_.stopper);
-    const auto isNamed = [this](const zel::Device& device) {
-      return IsSameName(device.hostName, device_) || device.serialNumber == device_ ||
-             device.secondSerialNumber == device_;
-    };
+    const auto isNamed = [this](const zel::Device& device) { return IsCalled(device, device_); };
     const auto hasAddress = [&] { return lookup.Address(context_.stopper).has_value(); };
     std::string problem;
     try {
@@ -257,8 +248,18 @@ std::string FindHost(const std::string& device, const Budget& budget, Context& c
   return Opener(device, patience, budget, context, none, WhenDown::kFail).FindAddress();
 }
 
+zel::DeviceId PlaceholderId(const std::string& address) {
+  const auto numbers = *ParseNumbers(address, 4);
+  return {numbers[0], numbers[1], numbers[2], numbers[3], 0, 1};
+}
+
+bool IsCalled(const zel::Device& device, const std::string& name) {
+  return IsSameName(device.hostName, name) || device.serialNumber == name ||
+         device.secondSerialNumber == name;
+}
+
 bool IsServerThere(const std::string& host, zel::Library& library) {
-  const zel::DeviceId id = MadeOf(host);
+  const zel::DeviceId id = PlaceholderId(host);
   library.PinRoute(id, host).Ignore();
   const auto made = zel::Connection::Create(id, {kProbeTime, {}});
   return made && IsUp(*made);

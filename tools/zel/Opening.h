@@ -35,6 +35,12 @@ Opened OpenDevice(const std::string& device, const Patience& patience, const Bud
 // The address of a device that is named so, and is not connected to.
 std::string FindHost(const std::string& device, const Budget& budget, Context& context);
 
+// What connects to an address whose device does not tell its identifier, once the route is pinned.
+zel::DeviceId PlaceholderId(const std::string& address);
+
+// True for a device's own name and serial numbers.
+bool IsCalled(const zel::Device& device, const std::string& name);
+
 // True when the server of a host takes a connection.
 bool IsServerThere(const std::string& host, zel::Library& library);
 

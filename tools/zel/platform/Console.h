@@ -12,7 +12,7 @@
 
 namespace zeltool {
 
-// What is written to standard output goes out byte for byte.
+// What is written to standard output and error goes out byte for byte.
 void WriteOutputAsBytes();
 
 bool IsTerminal(std::FILE* stream);
@@ -41,5 +41,9 @@ std::string TimeOfDay(std::chrono::system_clock::time_point time);
 // The first IPv4 address of a host name, dotted; nothing when the system knows none. May take seconds. The
 // library must be set up.
 std::optional<std::string> LookUpHost(const std::string& name);
+
+// The program that holds a UDP port, "name (process 123)" or as much of it as the system tells; empty when none does,
+// or nobody may know.
+std::string HolderOfUdpPort(uint16_t port);
 
 }  // namespace zeltool

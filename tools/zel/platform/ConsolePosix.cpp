@@ -6,9 +6,15 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "platform/Console.h"
 
@@ -69,6 +75,50 @@ std::optional<std::string> LookUpHost(const std::string& name) {
   (void)getnameinfo(found->ai_addr, found->ai_addrlen, text, sizeof text, nullptr, 0, NI_NUMERICHOST);
   freeaddrinfo(found);
   return text;
+}
+
+namespace {
+
+// Of the socket that is bound to the port, as /proc/net/udp lists it: its inode.
+std::string InodeOfUdpPort(uint16_t port) {
+  std::ifstream table("/proc/net/udp");
+  std::string line;
+  (void)std::getline(table, line);
+  while (std::getline(table, line)) {
+    std::istringstream words(line);
+    std::vector<std::string> fields(std::istream_iterator<std::string>(words), {});
+    if (fields.size() < 10) continue;
+    const size_t colon = fields[1].find(':');
+    if (std::strtoul(fields[1].c_str() + colon + 1, nullptr, 16) == port) return fields[9];
+  }
+  return {};
+}
+
+bool HoldsSocket(const std::filesystem::path& process, const std::string& link) {
+  std::error_code problem;
+  for (const auto& entry : std::filesystem::directory_iterator(process / "fd", problem)) {
+    std::error_code unreadable;
+    if (std::filesystem::read_symlink(entry.path(), unreadable) == link) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+std::string HolderOfUdpPort(uint16_t port) {
+  const std::string inode = InodeOfUdpPort(port);
+  if (inode.empty()) return {};
+  std::error_code problem;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc", problem)) {
+    const std::string number = entry.path().filename().string();
+    const bool isProcess = number.find_first_not_of("0123456789") == std::string::npos;
+    if (!isProcess || !HoldsSocket(entry.path(), "socket:[" + inode + "]")) continue;
+    std::ifstream file(entry.path() / "comm");
+    std::string name;
+    (void)std::getline(file, name);
+    return name + " (process " + number + ")";
+  }
+  return "another program";
 }
 
 }  // namespace zeltool

@@ -1,12 +1,15 @@
-#include <windows.h>
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
+#include <windows.h>
+
 #include <fcntl.h>
 #include <io.h>
+#include <iphlpapi.h>
 
 #include <ctime>
 #include <utility>
+#include <vector>
 
 #include "platform/Console.h"
 
@@ -15,6 +18,7 @@ namespace {
 
 constexpr int kInput = 0;
 constexpr int kOutput = 1;
+constexpr int kError = 2;
 
 std::function<void()>& Handler() {
   static std::function<void()> handler;
@@ -30,7 +34,10 @@ HANDLE HandleOf(std::FILE* stream) { return reinterpret_cast<HANDLE>(_get_osfhan
 
 }  // namespace
 
-void WriteOutputAsBytes() { (void)_setmode(kOutput, _O_BINARY); }
+void WriteOutputAsBytes() {
+  (void)_setmode(kOutput, _O_BINARY);
+  (void)_setmode(kError, _O_BINARY);
+}
 
 bool IsTerminal(std::FILE* stream) {
   DWORD mode = 0;
@@ -87,6 +94,20 @@ std::optional<std::string> LookUpHost(const std::string& name) {
                     NI_NUMERICHOST);
   freeaddrinfo(found);
   return text;
+}
+
+std::string HolderOfUdpPort(uint16_t port) {
+  DWORD size = 0;
+  (void)GetExtendedUdpTable(nullptr, &size, FALSE, AF_INET, UDP_TABLE_OWNER_PID, 0);
+  std::vector<char> room(size + 4096);
+  size = static_cast<DWORD>(room.size());
+  if (GetExtendedUdpTable(room.data(), &size, FALSE, AF_INET, UDP_TABLE_OWNER_PID, 0) != NO_ERROR) return {};
+  const auto* table = reinterpret_cast<const MIB_UDPTABLE_OWNER_PID*>(room.data());
+  for (DWORD i = 0; i < table->dwNumEntries; ++i) {
+    const auto held = ntohs(static_cast<u_short>(table->table[i].dwLocalPort));
+    if (held == port) return "process " + std::to_string(table->table[i].dwOwningPid);
+  }
+  return {};
 }
 
 }  // namespace zeltool
