@@ -36,7 +36,7 @@ rows "$results/quiet.txt" >quiet.all
 grep -v '^" ' quiet.all >quiet.rows
 sizes "round trip" quiet.rows >round_trip.rows
 sizes publish quiet.rows >publish.rows
-threads "$results/quiet.txt" | sort -r >distance.rows
+threads "$results/quiet.txt" | sort -t ';' -k 3 -rn >distance.rows
 rowCount=$(wc -l <quiet.rows)
 [ "$rowCount" -gt 0 ] || {
   echo "bench/plot.sh: bench/results/quiet.txt has no rows" >&2
@@ -53,7 +53,7 @@ set tics nomirror
 
 set terminal svg size 900,640 font 'sans-serif,13' background '#ffffff'
 set output 'relative.svg'
-set title 'Speed against a raw program that does the same (1 is as fast, more is better)'
+set title 'Speed against a raw program (more is better)'
 set yrange [$rowCount - 0.4:-0.6]
 set logscale x 2
 set xrange [0.125:8]
