@@ -54,6 +54,17 @@ TEST(TextTest, SizesAndTimesAreReadable) {
   EXPECT_EQ(Counted(0, "device"), "0 devices");
 }
 
+TEST(TextTest, Base64IsThatOfTheStandard) {
+  const std::vector<std::pair<std::string, std::string>> pairs = {
+      {"", ""},        {"f", "Zg=="},        {"fo", "Zm8="},
+      {"foo", "Zm9v"}, {"foob", "Zm9vYg=="}, {"\xff\xfe\xfd", "//79"}};
+  for (const auto& [text, base64] : pairs) {
+    EXPECT_EQ(Base64(ToBytes(text)), base64);
+    EXPECT_EQ(ParseBase64(base64), ToBytes(text));
+  }
+  for (const char* wrong : {"Zg=", "Z===", "Zg==Zg==", "Z!8="}) EXPECT_FALSE(ParseBase64(wrong)) << wrong;
+}
+
 TEST(TextTest, WrapsAtWords) {
   EXPECT_EQ(Wrapped("one two three", 12, 5), "one two\n     three");
   EXPECT_EQ(Wrapped("", 10, 5), "");

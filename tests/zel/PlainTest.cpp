@@ -70,8 +70,8 @@ TEST(PlainTest, VersionTellsTheProgramsAndTheLibrarys) {
 TEST(PlainTest, HelpShowsEveryCommand) {
   const ZelResult result = RunZel({"--help"});
   EXPECT_EQ(result.status, 0);
-  for (const char* command :
-       {"scan", "id", "doctor", "errors", "version", "request", "pub", "sub", "listen", "send", "watch"}) {
+  for (const char* command : {"scan", "id", "doctor", "errors", "version", "request", "pub", "sub", "listen",
+                              "record", "replay", "send", "watch"}) {
     EXPECT_TRUE(Contains(result.output, std::string("\n  ") + command + " ")) << command;
     const ZelResult own = RunZel({command, "--help"});
     EXPECT_EQ(own.status, 0) << command;
@@ -80,7 +80,8 @@ TEST(PlainTest, HelpShowsEveryCommand) {
 }
 
 TEST(PlainTest, HelpHasExamples) {
-  for (const char* command : {"scan", "id", "errors", "request", "pub", "sub", "listen", "send", "watch"}) {
+  for (const char* command :
+       {"scan", "id", "errors", "request", "pub", "sub", "listen", "record", "replay", "send", "watch"}) {
     EXPECT_TRUE(Contains(RunZel({command, "--help"}).output, "Examples:")) << command;
   }
 }
@@ -155,4 +156,5 @@ TEST(PlainTest, CompletionNamesCommandsAndOptions) {
   EXPECT_TRUE(Contains(result.output, "complete -o filenames -F _zel zel"));
   EXPECT_TRUE(Contains(result.output, "'id') words='local get set'"));
   EXPECT_TRUE(Contains(result.output, "--summary"));
+  EXPECT_FALSE(Contains(result.output, "--help -j --json -q --quiet -L --log -v --verbose -V --version -h"));
 }

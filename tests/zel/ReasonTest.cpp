@@ -58,8 +58,8 @@ TEST(ReasonTest, NeitherUdpNorTcp) {
 
 TEST(ReasonTest, TheTimeoutCountsForAllOfIt) {
   const auto start = std::chrono::steady_clock::now();
-  EXPECT_NE(AskFrom("10.77.0.99", {"--timeout", "400"}).status, 0);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1400));
+  EXPECT_NE(AskFrom("10.77.0.99", {"--timeout", "400", "--connect-timeout", "60000"}).status, 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
 }
 
 TEST(ReasonTest, SendToASilentDeviceIsNothingArrived) {

@@ -101,6 +101,32 @@ TEST(TopicTest, PubPublishesAFileAndStandardInput) {
             "in  from the input\n");
 }
 
+TEST(TopicTest, AReplayedRecordIsByteEqual) {
+  const std::string path = ScratchFile("record.jsonl");
+  const std::string lines =
+      "{\"time\":\"2026-11-21T23:59:59.900Z\",\"topic\":\"r\",\"group\":1,\"offset\":2,\"length\":3,"
+      "\"text\":\"one\"}\n"
+      "{\"time\":\"2026-11-22T01:00:00.000+01:00\",\"topic\":\"r\",\"group\":3,\"offset\":4,\"length\":3,"
+      "\"base64\":\"AP8B\"}\n";
+  WriteWhole(path, lines);
+  ZelProcess recorder({"record", kDevice, "r", "ready", "-c", "10000"});
+  ASSERT_TRUE(IsReady(recorder));
+  const auto start = std::chrono::steady_clock::now();
+  const ZelResult replay = RunZel({"replay", kDevice, path});
+  EXPECT_EQ(replay.status, 0) << replay.errors;
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100)) << "no pause";
+  EXPECT_TRUE(
+      recorder.SaysOutput("\"topic\":\"r\",\"group\":1,\"offset\":2,\"length\":3,\"text\":\"one\"}\n"));
+  EXPECT_TRUE(
+      recorder.SaysOutput("\"topic\":\"r\",\"group\":3,\"offset\":4,\"length\":3,\"base64\":\"AP8B\"}\n"));
+}
+
+TEST(TopicTest, ABrokenRecordIsUsage) {
+  const ZelResult result = RunZel({"replay", kDevice}, "\n{\"topic\":1}\n");
+  EXPECT_EQ(result.status, 2);
+  EXPECT_TRUE(Contains(result.errors, "zel: -, line 2: ")) << result.errors;
+}
+
 TEST(TopicTest, SilenceIsNothingArrived) {
   const ZelResult result = RunZel({"sub", kDevice, "quiet", "--wait", "0.2"});
   EXPECT_EQ(result.status, 27);

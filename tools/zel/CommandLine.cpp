@@ -48,6 +48,8 @@ void AddCommands(CLI::App& app, Task& task) {
   AddPub(app, task);
   AddSub(app, task);
   AddListen(app, task);
+  AddRecord(app, task);
+  AddReplay(app, task);
   AddSend(app, task);
   AddWatch(app, task);
   AddDoctor(app, task);

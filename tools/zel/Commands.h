@@ -29,6 +29,8 @@ void AddId(CLI::App& app, Task& task);
 void AddRequest(CLI::App& app, Task& task);
 void AddPub(CLI::App& app, Task& task);
 void AddSub(CLI::App& app, Task& task);
+void AddRecord(CLI::App& app, Task& task);
+void AddReplay(CLI::App& app, Task& task);
 void AddListen(CLI::App& app, Task& task);
 void AddSend(CLI::App& app, Task& task);
 void AddWatch(CLI::App& app, Task& task);

@@ -52,11 +52,15 @@ void CollectFileOptions(const CLI::App& app, std::set<std::string>& names) {
   for (const CLI::App* command : VisibleCommands(app)) CollectFileOptions(*command, names);
 }
 
-void WriteCases(std::ostream& out, const CLI::App& app, const std::string& path, const std::string& common) {
+void WriteCases(std::ostream& out, const CLI::App& app, const std::string& path,
+                const std::vector<std::string>& common) {
   std::vector<std::string> words;
   for (const CLI::App* command : VisibleCommands(app)) words.push_back(command->get_name());
-  std::string flags = Joined(Flags(app));
-  if (!path.empty()) flags += (flags.empty() ? "" : " ") + common;
+  std::vector<std::string> all = Flags(app);
+  for (const std::string& flag : common) {
+    if (!path.empty() && std::find(all.begin(), all.end(), flag) == all.end()) all.push_back(flag);
+  }
+  const std::string flags = Joined(all);
   out << "    '" << path << "') words='" << Joined(words) << "' flags='" << flags << "' ;;\n";
   for (const CLI::App* command : VisibleCommands(app)) {
     WriteCases(out, *command, path + (path.empty() ? "" : " ") + command->get_name(), common);
@@ -97,7 +101,7 @@ std::string MakeCompletion(const CLI::App& app) {
       << " ' in\n    *\" $before \"*) mapfile -t COMPREPLY < <(compgen -f -- \"$current\"); return ;;\n  "
          "esac\n"
          "  case $path in\n";
-  WriteCases(out, app, "", Joined(Flags(app)));
+  WriteCases(out, app, "", Flags(app));
   out << "  esac\n"
          "  if [[ $current == -* ]]; then words=$flags; fi\n"
          "  mapfile -t COMPREPLY < <(compgen -W \"$words\" -- \"$current\")\n"

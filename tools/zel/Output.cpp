@@ -28,6 +28,11 @@ Record& Record::Flag(std::string name, bool value) {
   return *this;
 }
 
+Record& Record::CompactPayload(std::span<const uint8_t> bytes) {
+  Number("length", static_cast<int64_t>(bytes.size()));
+  return IsText(bytes) ? Text("text", AsText(bytes)) : Text("base64", Base64(bytes));
+}
+
 Record& Record::Payload(std::span<const uint8_t> bytes) {
   Number("length", static_cast<int64_t>(bytes.size()));
   return IsText(bytes) ? Text("text", AsText(bytes)) : Text("hex", HexBytes(bytes));

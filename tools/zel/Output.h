@@ -26,6 +26,8 @@ class Record {
   Record& Flag(std::string name, bool value);
   // "length", and the bytes as "text" when they are text, as "hex" when not.
   Record& Payload(std::span<const uint8_t> bytes);
+  // The same with "base64" for what is no text, which takes less room.
+  Record& CompactPayload(std::span<const uint8_t> bytes);
 
   const std::vector<std::pair<std::string, Value>>& Members() const { return members_; }
 

@@ -42,7 +42,7 @@ void WatchInterrupts(Stopper& stopper) {
     stopper.Request();
     std::thread([] {
       std::this_thread::sleep_for(kOwnEnd);
-      (void)libzel_destory();
+      std::thread([] { (void)libzel_destory(); }).detach();
       std::this_thread::sleep_for(kCallsEnd);
       std::_Exit(kInterrupted);
     }).detach();

@@ -3,11 +3,13 @@
 
 #include <cstdio>
 #include <memory>
+#include <optional>
 
 #include "Arguments.h"
 #include "Commands.h"
 #include "Failure.h"
 #include "Opening.h"
+#include "RecordFile.h"
 #include "platform/Console.h"
 
 namespace zeltool {
@@ -28,6 +30,9 @@ struct PublishOptions {
   uint32_t count = 1;
   uint32_t intervalMs = 0;
   Patience patience;
+  // To publish a record again.
+  std::string record;
+  double speed = 1;
 };
 
 // Reads one line of standard input, without its end. False at the end of the input.
@@ -44,12 +49,15 @@ class Publisher {
   Publisher(const PublishOptions& options, Context& context) : options_(options), context_(context) {}
 
   int Run() {
+    const bool isRead = options_.lines || !options_.record.empty();
     const Bytes payload =
-        options_.lines ? Bytes() : ReadPayload(options_.payload, kLongestPublication - options_.topic.size());
+        isRead ? Bytes() : ReadPayload(options_.payload, kLongestPublication - options_.topic.size());
     const Budget budget(options_.patience.timeoutMs);
     Opened opened = OpenDevice(options_.device, options_.patience, budget, context_);
     try {
-      if (options_.lines) {
+      if (!options_.record.empty()) {
+        Replay(opened.connection);
+      } else if (options_.lines) {
         PublishLines(opened.connection);
       } else {
         PublishCounted(opened.connection, payload);
@@ -86,14 +94,37 @@ class Publisher {
     return options_.patience.timeoutMs > 0 ? options_.patience.timeoutMs : kLeaveMs;
   }
 
+  // In the order and with the pauses of the record.
+  void Replay(const zel::Connection& connection) {
+    RecordFile record(options_.record);
+    const auto start = Clock::now();
+    std::optional<std::chrono::system_clock::time_point> first;
+    while (!context_.stopper.IsRequested()) {
+      const auto message = record.Next();
+      if (!message) return;
+      if (!first) first = message->time;
+      if (options_.speed > 0) {
+        using Seconds = std::chrono::duration<double>;
+        const Seconds at = Seconds(message->time - *first) / options_.speed;
+        const Seconds now = Clock::now() - start;
+        if (context_.stopper.Sleep(at.count() - now.count())) return;
+      }
+      Publish(connection, message->topic, message->group, message->offset, message->data);
+    }
+  }
+
   void Publish(const zel::Connection& connection, const Bytes& payload) {
-    if (payload.size() + options_.topic.size() > kLongestPublication) {
+    Publish(connection, options_.topic, options_.group, options_.offset, payload);
+  }
+
+  void Publish(const zel::Connection& connection, const std::string& topic, uint32_t group, uint32_t offset,
+               const Bytes& payload) {
+    if (payload.size() + topic.size() > kLongestPublication) {
       throw UsageFailure("more than fits into one publication (10 MiB)");
     }
-    const int32_t result =
-        libzelx_publish(connection.Handle(), options_.group, options_.offset, options_.topic.c_str(),
-                        payload.data(), static_cast<uint32_t>(payload.size()), LeaveMs());
-    if (result != ZEL_OK) FailUnsent("cannot publish on " + Printable(options_.topic), connection, result);
+    const int32_t result = libzelx_publish(connection.Handle(), group, offset, topic.c_str(), payload.data(),
+                                           static_cast<uint32_t>(payload.size()), LeaveMs());
+    if (result != ZEL_OK) FailUnsent("cannot publish on " + Printable(topic), connection, result);
     ++published_;
     bytes_ += payload.size();
   }
@@ -137,13 +168,14 @@ class Publisher {
 
   void Report() {
     if (context_.output.IsJson()) {
-      context_.output.Object(Record()
-                                 .Text("topic", options_.topic)
-                                 .Number("published", static_cast<int64_t>(published_))
+      Record record;
+      if (!options_.topic.empty()) record.Text("topic", options_.topic);
+      context_.output.Object(record.Number("published", static_cast<int64_t>(published_))
                                  .Number("bytes", static_cast<int64_t>(bytes_))
                                  .Flag("confirmed", confirmed_));
     } else if (context_.output.IsLive()) {
-      context_.output.Line(Counted(published_, "publication") + " on " + Printable(options_.topic) + ", " +
+      const std::string where = options_.topic.empty() ? "" : " on " + Printable(options_.topic);
+      context_.output.Line(Counted(published_, "publication") + where + ", " +
                            ReadableSize(static_cast<double>(bytes_)));
     }
   }
@@ -165,7 +197,33 @@ Without TEXT an empty publication is sent. Publications are not answered; the pr
 ends when the server has read the last one. The status is not 0 when not all of them
 have left this machine: 27 when there was no time, 1 when the connection broke.)";
 
+constexpr const char* kReplayHelp = R"(Examples:
+  zel replay 192.168.1.20 record.jsonl
+  zel replay 192.168.1.20 record.jsonl --speed 10
+  zel sub 192.168.1.20 alarms --json | zel replay 192.168.1.21
+
+Publishes what zel record, or zel sub with --json, has written, in its order and with its
+pauses; ten times as fast with --speed 10, without pauses with --speed 0.)";
+
 }  // namespace
+
+void AddReplay(CLI::App& app, Task& task) {
+  CLI::App* command = app.add_subcommand("replay", "Publish a record again");
+  auto options = std::make_shared<PublishOptions>();
+  options->record = "-";
+  AddDevice(*command, options->device);
+  command->add_option("FILE", options->record, "The record; standard input if not given")->type_name("");
+  command->add_option("--speed", options->speed, "How many times as fast; 0 for no pauses, 1 if not given")
+      ->check(CLI::Range(0.0, 1e6).description(""))
+      ->type_name("N");
+  AddPatience(*command, options->patience,
+              "How long finding and connecting may take together, each publication, and the last of all to "
+              "leave; if not given, a publication may take 30000");
+  command->footer(kReplayHelp);
+  command->callback([options, &task] {
+    task.run = [options](Context& context) { return Publisher(*options, context).Run(); };
+  });
+}
 
 void AddPub(CLI::App& app, Task& task) {
   CLI::App* command = app.add_subcommand("pub", "Publish on a topic");

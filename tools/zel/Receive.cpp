@@ -21,6 +21,7 @@ struct ReceiveOptions {
   uint32_t count = 0;
   double waitSec = 0;
   std::string format;
+  bool isRecord = false;
   Patience patience;
 };
 
@@ -101,7 +102,7 @@ class Receiver {
   }
 
   void Show(const Message& message) {
-    if (context_.output.IsJson()) return ShowObject(message);
+    if (context_.output.IsJson() || options_.isRecord) return ShowObject(message);
     if (!options_.format.empty()) {
       return context_.output.Raw(FormatMessage(options_.format, message, TimeOfDay));
     }
@@ -116,7 +117,8 @@ class Receiver {
     } else {
       record.Text("topic", message.topic).Number("group", message.group).Number("offset", message.offset);
     }
-    context_.output.Object(record.Payload(message.data));
+    context_.output.Object(options_.isRecord ? record.CompactPayload(message.data)
+                                             : record.Payload(message.data));
   }
 
   int Finish() {
@@ -134,15 +136,19 @@ class Receiver {
   bool connected_ = false;
 };
 
-void AddLimits(CLI::App& command, ReceiveOptions& options) {
+void AddBounds(CLI::App& command, ReceiveOptions& options) {
   AddNumber(command, "-c,--count", options.count, 1000000000, "End after so many messages");
   command.add_option("-w,--wait", options.waitSec, "End after so many seconds, whatever arrived")
       ->check(CLI::Range(0.001, 1e9).description(""))
       ->type_name("S");
+  AddPatience(command, options.patience, "How long finding and connecting may take; 6 s in all if not given");
+}
+
+void AddLimits(CLI::App& command, ReceiveOptions& options) {
+  AddBounds(command, options);
   command.add_option("-F,--format", options.format, "Show messages like this; see below")
       ->check(CheckFormat)
       ->type_name("TEXT");
-  AddPatience(command, options.patience, "How long finding and connecting may take; 6 s in all if not given");
 }
 
 void SetTask(CLI::App& command, Task& task, const std::shared_ptr<ReceiveOptions>& options) {
@@ -163,6 +169,14 @@ Formats: %t topic, %d data as it is, %s data with control characters made visibl
 
 A lost connection is restored, and the topics are subscribed again. The status is 27
 when --wait ends with nothing, or with less than --count, received.)";
+
+constexpr const char* kRecordHelp = R"(Examples:
+  zel record 192.168.1.20 press/4/temperature alarms >record.jsonl
+  zel record 192.168.1.20 alarms --wait 60 >minute.jsonl
+  zel replay 192.168.1.21 minute.jsonl
+
+Writes one object a line: time, topic, group, offset and the data, as text, or in base64
+when it is none. zel replay publishes them again.)";
 
 constexpr const char* kListenHelp = R"(Examples:
   zel listen 192.168.1.20.0.1 700
@@ -185,6 +199,17 @@ void AddSub(CLI::App& app, Task& task) {
   command->add_option("TOPIC", options->topics, "Topics to subscribe")->required()->type_name("");
   AddLimits(*command, *options);
   command->footer(kSubHelp);
+  SetTask(*command, task, options);
+}
+
+void AddRecord(CLI::App& app, Task& task) {
+  CLI::App* command = app.add_subcommand("record", "Record what is published on topics");
+  auto options = std::make_shared<ReceiveOptions>();
+  options->isRecord = true;
+  AddDevice(*command, options->device);
+  command->add_option("TOPIC", options->topics, "Topics to record")->required()->type_name("");
+  AddBounds(*command, *options);
+  command->footer(kRecordHelp);
   SetTask(*command, task, options);
 }
 

@@ -222,4 +222,39 @@ std::optional<uint64_t> ParseNumber(std::string_view text, uint64_t limit) {
   return value;
 }
 
+namespace {
+
+constexpr std::string_view kBase64 = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+}  // namespace
+
+std::string Base64(std::span<const uint8_t> bytes) {
+  std::string out;
+  for (size_t i = 0; i < bytes.size(); i += 3) {
+    const size_t count = std::min<size_t>(3, bytes.size() - i);
+    uint32_t bits = 0;
+    for (size_t j = 0; j < 3; ++j) bits = bits << 8 | (j < count ? bytes[i + j] : 0U);
+    for (size_t j = 0; j < 4; ++j) out += j <= count ? kBase64[bits >> (18 - 6 * j) & 63] : '=';
+  }
+  return out;
+}
+
+std::optional<Bytes> ParseBase64(std::string_view text) {
+  if (text.size() % 4 != 0) return std::nullopt;
+  Bytes bytes;
+  for (size_t i = 0; i < text.size(); i += 4) {
+    const bool isLast = i + 4 == text.size();
+    size_t padding = 0;
+    if (isLast && text[i + 3] == '=') padding = text[i + 2] == '=' ? 2 : 1;
+    uint32_t bits = 0;
+    for (size_t j = 0; j < 4; ++j) {
+      const size_t value = j < 4 - padding ? kBase64.find(text[i + j]) : 0;
+      if (value == std::string_view::npos) return std::nullopt;
+      bits = bits << 6 | static_cast<uint32_t>(value);
+    }
+    for (size_t j = 0; j < 3 - padding; ++j) bytes.push_back(static_cast<uint8_t>(bits >> (16 - 8 * j)));
+  }
+  return bytes;
+}
+
 }  // namespace zeltool

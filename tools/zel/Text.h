@@ -46,6 +46,10 @@ std::string HexDump(std::span<const uint8_t> bytes);
 // Pairs of hexadecimal digits; blanks, ":" and a leading "0x" of a pair are skipped. Nothing for anything
 // else.
 std::optional<Bytes> ParseHex(std::string_view text);
+// As RFC 4648 has it, with padding.
+std::string Base64(std::span<const uint8_t> bytes);
+// Nothing for anything else.
+std::optional<Bytes> ParseBase64(std::string_view text);
 // Decimal, or hexadecimal after "0x"; nothing for anything else, or a number above `limit`.
 std::optional<uint64_t> ParseNumber(std::string_view text, uint64_t limit);
 
