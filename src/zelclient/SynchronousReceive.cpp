@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <optional>
 
 #include "utils/Log.h"
 #include "zelclient/ReadTerms.h"
@@ -64,13 +65,14 @@ bool CTcpclient::AwaitInput(SocketLink& link, int64_t timeoutMs) {
 // A frame that stays with the link while it comes is read on; kNothing when it is not whole in time.
 CTcpclient::Outcome CTcpclient::ReadWhole(SocketLink& link, FrameReader& reader, uint32_t heldBody,
                                           int64_t timeoutMs) {
-  const Stopwatch watch;
+  std::optional<Stopwatch> watch;  // most frames come whole, and need none
   int64_t leftMs = timeoutMs;
   for (;;) {
     const auto terms = ReadTerms(options()).OfSynchronousReceive(heldBody, leftMs);
     const Outcome outcome = ReadOrClose(link, reader, terms);
     if (outcome != Outcome::kNothing || !link.HasUnfinished() || !link.connected()) return outcome;
-    leftMs = timeoutMs - WholeMs(watch);
+    if (!watch) watch.emplace();
+    leftMs = timeoutMs - WholeMs(*watch);
     if (leftMs < 1 || !AwaitInput(link, leftMs)) return outcome;
   }
 }
