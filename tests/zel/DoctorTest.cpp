@@ -1,4 +1,5 @@
-// On the network of NameTest: each fault is found, with what to do about it. 127.0.0.4 has a server and no more.
+// On the network of NameTest: each fault is found, with what to do about it. 127.0.0.4 has a server and no
+// more.
 #include <gtest/gtest.h>
 
 #include "ZelProcess.h"

@@ -1,4 +1,5 @@
-// Results that cannot be written, and input that is too long. Linux only: /dev/full, /dev/zero, files with holes.
+// Results that cannot be written, and input that is too long. Linux only: /dev/full, /dev/zero, files with
+// holes.
 #include <gtest/gtest.h>
 
 #include <filesystem>

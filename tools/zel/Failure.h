@@ -15,7 +15,7 @@ constexpr int kUsage = 2;
 constexpr int kNothingArrived = 27;
 constexpr int kInterrupted = 130;
 
-// Ends the command. What went wrong is one sentence, and the advice, which may be empty, another: what to try.
+// Ends the command. What went wrong is one sentence; the advice, which may be empty, is what to try.
 class Failure : public std::runtime_error {
  public:
   Failure(int status, const std::string& what, std::string advice = {}, int32_t code = 0)

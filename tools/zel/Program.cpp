@@ -20,7 +20,8 @@
 namespace zeltool {
 namespace {
 
-// After an interrupt: first the command ends by itself, then the calls that it is in are ended, then the process.
+// After an interrupt first the command ends by itself, then the calls that it is in are ended, then the
+// process.
 constexpr std::chrono::milliseconds kOwnEnd{80};
 constexpr std::chrono::milliseconds kCallsEnd{120};
 

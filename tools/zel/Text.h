@@ -33,8 +33,8 @@ std::string Fixed(double value, int digits);
 std::string ReadableSize(double bytes);
 // "0:07", "12:30", "1:00:00"; rounded up to whole seconds.
 std::string ReadableDuration(double seconds);
-// Lines of at most `width` characters, where words allow it. The text begins in column `indent`; so do the further
-// lines, with blanks before them.
+// Lines of at most `width` characters, where words allow it. The text begins in column `indent`; so do the
+// further lines, with blanks before them.
 std::string Wrapped(std::string_view text, size_t width, size_t indent);
 // "1 device", "2 devices".
 std::string Counted(uint64_t count, std::string_view thing);

@@ -75,7 +75,8 @@ constexpr const char* kWatchHelp = R"(Examples:
   zel watch 192.168.1.20 --seconds 60 --json
 
 Events: "connecting" before every attempt, then "connected" or "failed", and "lost" when
-the connection breaks, these two with their reason. A lost connection is restored, so this goes on until Ctrl-C.)";
+the connection breaks, the last two with their reason. A lost connection is restored, so
+this goes on until Ctrl-C.)";
 
 }  // namespace
 
