@@ -86,6 +86,15 @@ TEST(PlainTest, HelpHasExamples) {
   }
 }
 
+TEST(PlainTest, HelpFitsEightyColumnsButForExamples) {
+  for (const char* command : {"scan", "id", "doctor", "errors", "request", "pub", "sub", "listen", "record",
+                              "replay", "send", "watch"}) {
+    const ZelResult result = RunZel({command, "--help"});
+    const std::string options = result.output.substr(0, result.output.find("Examples:"));
+    for (const std::string& line : Lines(options)) EXPECT_LE(line.size(), 80U) << command << ": " << line;
+  }
+}
+
 TEST(PlainTest, WrongCommandLinesAreUsage) {
   const std::vector<std::vector<std::string>> wrong = {
       {},

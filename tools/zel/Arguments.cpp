@@ -48,9 +48,7 @@ Bytes ReadFile(const std::string& path, size_t limit) {
 }  // namespace
 
 CLI::Option* AddDevice(CLI::App& command, std::string& device) {
-  return command
-      .add_option("DEVICE", device,
-                  "Identifier (192.168.1.20.0.1), address, host name, or the device's own name")
+  return command.add_option("DEVICE", device, "Identifier, address, host name, or its own name")
       ->required()
       ->check(CheckDevice)
       ->type_name("");
@@ -61,9 +59,7 @@ void AddPatience(CLI::App& command, Patience& patience, const std::string& timeo
   command.add_option("-t,--timeout", patience.timeoutMs, timeoutDescription)
       ->check(inMilliseconds)
       ->type_name("MS");
-  command
-      .add_option("--connect-timeout", patience.connectMs,
-                  "How long to wait for a connection; 1500 if not given")
+  command.add_option("--connect-timeout", patience.connectMs, "Time to connect; 1500 if not given")
       ->check(inMilliseconds)
       ->type_name("MS");
 }

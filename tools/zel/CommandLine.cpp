@@ -31,8 +31,7 @@ Try: zel scan, then zel COMMAND --help, which has examples.)";
 
 void AddCommon(CLI::App& app, CommonOptions& common) {
   app.add_flag("-j,--json", common.json, "Write one JSON object a line");
-  app.add_flag("-q,--quiet", common.quiet,
-               "No remarks on standard error, and no progress; failures are told");
+  app.add_flag("-q,--quiet", common.quiet, "Tell failures only, and show no progress");
   app.add_option("-L,--log", common.log, "Append the library's log to this file")->type_name("FILE");
   app.add_flag("-v,--verbose", common.verbose, "Write the library's log to standard error");
   app.set_version_flag("-V,--version", std::string("zel ") + ZEL_TOOL_VERSION, "Show the program's version");

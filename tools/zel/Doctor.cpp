@@ -191,9 +191,7 @@ void AddDoctor(CLI::App& app, Task& task) {
   CLI::App* command = app.add_subcommand("doctor", "Find out why devices are not found or reached");
   auto options = std::make_shared<DoctorOptions>();
   AddDevice(*command, options->device)->required(false);
-  command
-      ->add_option("--connect-timeout", options->patience.connectMs,
-                   "How long to wait for a connection; 1500 if not given")
+  command->add_option("--connect-timeout", options->patience.connectMs, "Time to connect; 1500 if not given")
       ->check(CLI::Range(1, 3600000).description(""))
       ->type_name("MS");
   command->footer(kDoctorHelp);

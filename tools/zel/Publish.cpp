@@ -195,7 +195,10 @@ constexpr const char* kPubHelp = R"(Examples:
 
 Without TEXT an empty publication is sent. Publications are not answered; the program
 ends when the server has read the last one. The status is not 0 when not all of them
-have left this machine: 27 when there was no time, 1 when the connection broke.)";
+have left this machine: 27 when there was no time, 1 when the connection broke.
+
+--timeout bounds finding and connecting together, then each publication, then the time
+until the last has left. Without it a publication may take 30000 ms.)";
 
 constexpr const char* kReplayHelp = R"(Examples:
   zel replay 192.168.1.20 record.jsonl
@@ -203,7 +206,8 @@ constexpr const char* kReplayHelp = R"(Examples:
   zel sub 192.168.1.20 alarms --json | zel replay 192.168.1.21
 
 Publishes what zel record, or zel sub with --json, has written, in its order and with its
-pauses; ten times as fast with --speed 10, without pauses with --speed 0.)";
+pauses; ten times as fast with --speed 10, without pauses with --speed 0.
+--timeout is as in zel pub.)";
 
 }  // namespace
 
@@ -213,12 +217,10 @@ void AddReplay(CLI::App& app, Task& task) {
   options->record = "-";
   AddDevice(*command, options->device);
   command->add_option("FILE", options->record, "The record; standard input if not given")->type_name("");
-  command->add_option("--speed", options->speed, "How many times as fast; 0 for no pauses, 1 if not given")
+  command->add_option("--speed", options->speed, "How many times as fast; 0 for no pauses")
       ->check(CLI::Range(0.0, 1e6).description(""))
       ->type_name("N");
-  AddPatience(*command, options->patience,
-              "How long finding and connecting may take together, each publication, and the last of all to "
-              "leave; if not given, a publication may take 30000");
+  AddPatience(*command, options->patience, "Time to connect, and for each to leave; see below");
   command->footer(kReplayHelp);
   command->callback([options, &task] {
     task.run = [options](Context& context) { return Publisher(*options, context).Run(); };
@@ -239,9 +241,7 @@ void AddPub(CLI::App& app, Task& task) {
   AddNumber(*command, "-i,--interval", options->intervalMs, 3600000,
             "Time between publications; 0 if not given")
       ->type_name("MS");
-  AddPatience(*command, options->patience,
-              "How long finding and connecting may take together, each publication, and the last of all to "
-              "leave; if not given, a publication may take 30000");
+  AddPatience(*command, options->patience, "Time to connect, and for each to leave; see below");
   command->footer(kPubHelp);
   command->callback([options, &task] {
     task.run = [options](Context& context) { return Publisher(*options, context).Run(); };

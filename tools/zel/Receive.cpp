@@ -141,7 +141,7 @@ void AddBounds(CLI::App& command, ReceiveOptions& options) {
   command.add_option("-w,--wait", options.waitSec, "End after so many seconds, whatever arrived")
       ->check(CLI::Range(0.001, 1e9).description(""))
       ->type_name("S");
-  AddPatience(command, options.patience, "How long finding and connecting may take; 6 s in all if not given");
+  AddPatience(command, options.patience, "Time to find the device and to connect");
 }
 
 void AddLimits(CLI::App& command, ReceiveOptions& options) {

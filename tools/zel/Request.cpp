@@ -187,7 +187,10 @@ constexpr const char* kRequestHelp = R"(Examples:
 
 The answer is shown as text if it is text, as a hex dump if not. With --count, each
 answer has a line with its time, and a summary follows. The status is 1 when the
-device answers with an error, 27 when it does not answer in time.)";
+device answers with an error, 27 when it does not answer in time.
+
+--timeout bounds finding the device, connecting and the answer together, and each answer
+of a series. Without it an answer may take 1000 ms, and the rest has times of its own.)";
 
 }  // namespace
 
@@ -202,10 +205,7 @@ void AddRequest(CLI::App& app, Task& task) {
   command->add_option("--show", options->show, "How to show the answer: auto, text, hex or raw")
       ->check(CLI::IsMember({"auto", "text", "hex", "raw"}, CLI::ignore_case).description(""))
       ->type_name("HOW");
-  AddPatience(
-      *command, options->patience,
-      "How long finding, connecting and the answer may take together, and each answer of a series; if "
-      "not given, an answer may take 1000");
+  AddPatience(*command, options->patience, "Time for all up to the answer; see below");
   AddNumber(*command, "-c,--count", options->count, 1000000000, "Ask so often, and measure");
   AddNumber(*command, "-i,--interval", options->intervalMs, 3600000,
             "Time between an answer and the next request")

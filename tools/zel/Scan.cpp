@@ -201,11 +201,10 @@ has not answered for ten seconds is called silent.)";
 void AddScan(CLI::App& app, Task& task) {
   CLI::App* command = app.add_subcommand("scan", "Find the devices on the local networks");
   auto options = std::make_shared<ScanOptions>();
-  auto* seconds = command
-                      ->add_option("-s,--seconds", options->seconds,
-                                   "How long to look; 5 if not given, no end with --watch")
-                      ->check(CLI::Range(0.1, 1e6).description(""))
-                      ->type_name("N");
+  auto* seconds =
+      command->add_option("-s,--seconds", options->seconds, "How long to look; 5, or no end with --watch")
+          ->check(CLI::Range(0.1, 1e6).description(""))
+          ->type_name("N");
   command->add_flag("-w,--watch", options->watch, "Keep looking, and report changes with their times");
   command->footer(kScanHelp);
   command->callback([options, seconds, &task] {

@@ -160,8 +160,7 @@ void AddSend(CLI::App& app, Task& task) {
   command->add_option("FILE", options->file, "File to send")->required()->type_name("");
   command->add_option("REMOTE", options->remote, "Its name on the device; its own name if not given")
       ->type_name("");
-  AddPatience(*command, options->patience,
-              "How long finding and connecting may take; 6 s in all if not given");
+  AddPatience(*command, options->patience, "Time to find the device and to connect");
   command->footer(kSendHelp);
   command->callback([options, &task] {
     task.run = [options](Context& context) {
