@@ -55,10 +55,7 @@ class NameLookup {
   explicit NameLookup(const std::string& name, Stopper& stopper) : state_(std::make_shared<State>()) {
     std::thread([state = state_, name, &stopper] {
       auto address = LookUpHost(name);
-      stopper.Update([&] {
-        state->address = std::move(address);
-        state->isOver = true;
-      });
+      stopper.Update([&] { state->address = std::move(address); });
     }).detach();
   }
   // Nothing while it goes on, and when there is none.
@@ -71,7 +68,6 @@ class NameLookup {
  private:
   struct State {
     std::optional<std::string> address;
-    bool isOver = false;
   };
   std::shared_ptr<State> state_;
 };

@@ -45,12 +45,12 @@ class Requester {
         budget_(options.patience.timeoutMs) {}
 
   int Run() {
-    const Opened opened = OpenDevice(options_.device, options_.patience, budget_, context_);
+    Opened opened = OpenDevice(options_.device, options_.patience, budget_, context_);
     return options_.count == 0 ? RunOnce(opened) : RunSeries(opened);
   }
 
  private:
-  int RunOnce(const Opened& opened) {
+  int RunOnce(Opened& opened) {
     const auto answer = Ask(opened, budget_.Take(AnswerTime(), "ask " + opened.host));
     if (!answer) return kInterrupted;
     if (context_.output.IsJson()) {
@@ -62,7 +62,7 @@ class Requester {
     return kDone;
   }
 
-  int RunSeries(const Opened& opened) {
+  int RunSeries(Opened& opened) {
     for (uint32_t number = 1; number <= options_.count; ++number) {
       if (number > 1 && context_.stopper.Sleep(options_.intervalMs / 1000.0)) break;
       if (!context_.output.IsGood()) break;
@@ -86,20 +86,20 @@ class Requester {
   }
 
   // Nothing when it was interrupted.
-  std::optional<TimedAnswer> Ask(const Opened& opened, zel::Milliseconds time) {
+  std::optional<TimedAnswer> Ask(Opened& opened, zel::Milliseconds time) {
     const auto start = Clock::now();
     const auto arrived = std::make_shared<std::optional<zel::Answer>>();
     Stopper& stopper = context_.stopper;
     const zel::Address address{options_.group, options_.offset};
-    auto& connection = const_cast<zel::Connection&>(opened.connection);
-    const auto asked = connection.RequestAsync(static_cast<uint16_t>(options_.port), address, payload_, time,
-                                               [arrived, &stopper](zel::Answer answer) {
-                                                 stopper.Update([&] { arrived->emplace(std::move(answer)); });
-                                               });
+    const auto asked =
+        opened.connection.RequestAsync(static_cast<uint16_t>(options_.port), address, payload_, time,
+                                       [arrived, &stopper](zel::Answer answer) {
+                                         stopper.Update([&] { arrived->emplace(std::move(answer)); });
+                                       });
     TimedAnswer timed;
     if (!asked) {
       timed.error = asked.Code();
-      timed.reason = connection.LastFailure();
+      timed.reason = opened.connection.LastFailure();
       return timed;
     }
     if (!stopper.Wait(std::nullopt, [&] { return arrived->has_value(); })) return std::nullopt;
