@@ -64,8 +64,14 @@ ZelInstance libzelx_createInstance(const ZelDeviceId* device, ZelConnEventCallba
     const auto connection = CPeerConnMgr::Instance().CreateInstance(device, 0);
     if (connection == nullptr) return 0;
     connection->SetEventCallback(callback, user);
-    static_cast<CTcpclient&>(*connection).ConnectInBackground();
-    return CPeerConnMgr::HandleOf(connection);
+    const ZelInstance instance = CPeerConnMgr::HandleOf(connection);
+    try {
+      static_cast<CTcpclient&>(*connection).ConnectInBackground();
+    } catch (const std::exception&) {  // no thread is to be had
+      CPeerConnMgr::Instance().ReleaseInstance(instance);
+      throw;
+    }
+    return instance;
   });
 }
 

@@ -34,6 +34,9 @@ inline constexpr int32_t kRuntimeBrokenPipe = 32;
 
 // The calling thread's last socket error in the numbering above; another error keeps the system's own number.
 int32_t SocketError();
+// The same in the system's own numbers, and the same again after other calls.
+int32_t SystemError();
+void SetSystemError(int32_t error);
 
 // The same error in the runtime's numbering (4 interrupted, 11 try again, 32 broken pipe, else the system's number).
 int32_t RuntimeError();

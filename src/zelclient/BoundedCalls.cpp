@@ -109,7 +109,13 @@ int32_t BoundedCalls::RequestAsync(const libzelx_Request& request, libzelx_Answe
   RequestTable& table = connection_.requests();
   uint32_t invokeId = 0;
   if (!EnterUnderFreeId(table, pending, invokeId)) return LIBZELX_E_CANCELLED;
-  const Written written = SendRequest(link, request, invokeId);
+  Written written;
+  try {
+    written = SendRequest(link, request, invokeId);
+  } catch (const std::bad_alloc&) {
+    (void)table.WithdrawTicket(mine);  // the callback will not run
+    throw;
+  }
   const bool isOver = written.end != Written::End::kWhole && table.WithdrawTicket(mine);
   Settle(link, written);
   if (isOver) return ResultOf(written);
@@ -159,8 +165,10 @@ SocketLink::Written BoundedCalls::Send(const Link& link, std::span<const platfor
 // What a write that ended so means to the link. A frame that left in part leaves the stream without its framing: the
 // link is dropped.
 void BoundedCalls::Settle(const Link& link, const Written& written, bool isCut) {
-  if (written.end == Written::End::kFailed) connection_.WriteFailed(*link);
   if (written.end == Written::End::kStalled && isCut) connection_.DropStalled(*link, timeoutMs_);
+  if (written.end != Written::End::kFailed) return;
+  connection_.WriteFailed(*link);
+  if (isCut && link->connected()) connection_.DropCut(*link);
 }
 
 int32_t BoundedCalls::ResultOf(const Written& written) {
@@ -189,14 +197,22 @@ bool BoundedCalls::ReadAnswers(SocketLink& link, const PendingRequest& request) 
 
 // False when what comes next is the receive thread's to read.
 bool BoundedCalls::ReadAnswer(SocketLink& link, const PendingRequest& request) {
-  const auto frame = link.PeekFrame();
-  if (!frame || frame->header.nMsgLen > connection_.receiveTerms().limits.longestBody) return false;
-  if (!frame->IsWhole()) return IsLongAnswer(*frame, request) && ReadLongAnswer(link);
-  const auto taken = connection_.requests().Take(*frame, RequestTable::Reader::kCaller);
-  if (taken == RequestTable::Taken::kNo) return false;
-  connection_.notes().AddFrameIn(*frame);
-  link.SkipWhole(*frame);
-  return true;
+  {
+    // Whoever reads the stream beside this one must not take the same frame.
+    if (!link.frameMutex().try_lock_for(0)) return false;
+    const AdoptedLock turn(link.frameMutex());
+    const auto frame = link.PeekFrame();
+    if (!frame || frame->header.nMsgLen > connection_.receiveTerms().limits.longestBody) return false;
+    if (frame->IsWhole()) {
+      const auto taken = connection_.requests().Take(*frame, RequestTable::Reader::kCaller);
+      if (taken == RequestTable::Taken::kNo) return false;
+      connection_.notes().AddFrameIn(*frame);
+      link.SkipWhole(*frame);
+      return true;
+    }
+    if (!IsLongAnswer(*frame, request)) return false;
+  }
+  return ReadLongAnswer(link);
 }
 
 // True when this frame, of which only a part is there, is worth to be waited for here: it is the answer to this very
@@ -292,7 +308,9 @@ int32_t BoundedCalls::PublishMany(std::span<const TopicRecord> records, size_t& 
     const size_t whole = batch.FramesWithin(written.bytes);
     sent += whole;
     connection_.notes().AddFrames(Count::kFramesOut, Count::kBytesOut, whole, written.bytes);
-    Settle(link, written, !batch.EndsAt(written.bytes));
+    const bool isCut = !batch.EndsAt(written.bytes);
+    if (!isCut && written.bytes != 0 && written.end != Written::End::kWhole) link->ForgetCut();
+    Settle(link, written, isCut);
     return written.end == Written::End::kWhole ? ZEL_OK : ResultOf(written);
   };
   for (const auto& record : records) {

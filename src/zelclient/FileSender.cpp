@@ -214,8 +214,8 @@ void FileSender::Send(Job& job) {
       sending.Step();
       LookRound();
     }
-  } catch (const std::bad_alloc&) {
-    ZEL_LOG(kError, "no memory to send a file with");
+  } catch (const std::exception& fault) {
+    ZEL_LOG(kError, "cannot send a file:%s", fault.what());
     sending.End(ZEL_E_FILE_TRANSFER);
   }
   Finish(job);

@@ -53,14 +53,22 @@ void FileSending::Step() {
 
 void FileSending::End(int32_t result) {
   if (hasEnded_.exchange(true)) return;
-  ZEL_LOG(kInfo, "file:%s to:%s,result:%d,sent:%u", order_.localPath.c_str(), DeviceIdText(device()).c_str(),
-          result, sent_);
   libzelx_FileEvent event = Progress();
   event.ended = 1;
   event.result = result;
   event.deviceError = deviceError_;
   event.readOffset = readOffset_;
+  LogEnd(result);
   (void)order_.callback(&event, order_.user);
+}
+
+void FileSending::LogEnd(int32_t result) const noexcept {
+  try {
+    ZEL_LOG_AS("FileSending::End", kInfo, "file:%s to:%s,result:%d,sent:%u", order_.localPath.c_str(),
+               DeviceIdText(device()).c_str(), result, sent_);
+  } catch (const std::bad_alloc&) {
+    // The end has been told, which is what counts.
+  }
 }
 
 libzelx_FileEvent FileSending::Progress() const {

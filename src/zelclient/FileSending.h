@@ -55,6 +55,7 @@ class FileSending {
   int32_t WhyFailed();
   int32_t TakeAnswer(const FileAnswer& answer);
   libzelx_FileEvent Progress() const;
+  void LogEnd(int32_t result) const noexcept;
 
   const FileOrder order_;
   const RegularFile file_;

@@ -26,9 +26,10 @@ void LearnRoute(const std::string& deviceId, const std::string& host) {
   CRouterTable& table = CRouterTable::Instance();
   const auto known = table.Find(deviceId);
   if (known && known->host == host) return;
-  const bool isKept =
-      OptionsOfProcess().keepRoutes != 0 && ((known && known->isPinned) || IsConnected(deviceId));
-  if (!isKept) (void)table.Set(deviceId, {host, false});
+  using Pinned = CRouterTable::Pinned;
+  const bool keeps = OptionsOfProcess().keepRoutes != 0;
+  if (keeps && ((known && known->isPinned) || IsConnected(deviceId))) return;
+  (void)table.Set(deviceId, {host, false}, keeps ? Pinned::kKept : Pinned::kReplaced);
 }
 
 bool PinRoute(const ZelDeviceId& device, const std::string& host) {

@@ -165,7 +165,7 @@ void IZelPeerConnection::PauseUnlessWoken(int64_t pauseMs) {
   }
 }
 
-int32_t IZelPeerConnection::loop_start() noexcept {
+int32_t IZelPeerConnection::loop_start() {
   const MutexLock lock(loopMutex_);
   if (!isLive_) {
     SetErrno(ZEL_E_HANDLE);

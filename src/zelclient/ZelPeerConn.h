@@ -98,7 +98,7 @@ class IZelPeerConnection {
   virtual int32_t svc() = 0;
   // 0, or 8193 (also the thread's error number) after Cancel. A thread that cannot be started, and a thread that joins
   // itself, end the process.
-  virtual int32_t loop_start() noexcept;
+  virtual int32_t loop_start();
   virtual int32_t loop_stop() noexcept;
   // What precedes the end of a connection whose unsent data are to get out. Its application hears no more of it, and
   // nothing more is to be written.

@@ -125,7 +125,7 @@ void CTcpclient::KeepForRequests() {
 bool CTcpclient::WrapReconnect(int64_t timeoutMs) { return TryPaced({timeoutMs}); }
 
 bool CTcpclient::TryPaced(const Patience& patience) {
-  if (!IsAutoReconnect() || IsCancelled()) return false;
+  if (!IsAutoReconnect() || !IsLive() || IsCancelled()) return false;
   ConnectAttempts::Attempt attempt(attempts_);
   const auto elapsedSec = attempt.BeginPaced(pace_.PauseSec(reconnectIntervalSec(), options()));
   if (!elapsedSec) return false;
@@ -176,7 +176,9 @@ CTcpclient::Brought CTcpclient::BringUp(const Patience& patience, const std::sha
 
 // A link that is up stays where it is.
 void CTcpclient::FollowRoute() {
-  if (options().followRoute == 0 || isDomain_ || IsConnected()) return;
+  const auto present = socket_->link();
+  const bool isUp = present->connected() && !platform::HasPeerEnded(present->handle());
+  if (options().followRoute == 0 || isDomain_ || isUp) return;
   const std::string host = CRouterTable::Instance().GetHostIpFromDeviceId(remoteDeviceId());
   socket_->SetHost(host);
   notes().SetPeer(host + ":" + std::to_string(port_));
@@ -263,6 +265,7 @@ int32_t CTcpclient::WriteBefore(SocketLink& link, std::span<const platform::Cons
   if (isWhole) return static_cast<int32_t>(written.bytes);
   if (written.end == End::kFailed) {
     WriteFailed(link);
+    if (written.bytes != 0 && link.connected()) DropCut(link);
   } else {
     DropStalled(link, MsUntil(end) <= 0 ? MsBetween(start, end) : stallMs);
   }
@@ -322,6 +325,11 @@ void CTcpclient::DropStalled(SocketLink& link, int64_t waitedMs) {
   ShutdownLink(link);
 }
 
+void CTcpclient::DropCut(SocketLink& link) {
+  notes().Lost(link, "send to", "a frame left in part");
+  ShutdownLink(link);
+}
+
 std::shared_ptr<SocketLink> CTcpclient::LinkBefore(CondVar::Clock::time_point end) {
   if (!IsConnected()) {
     const int64_t leftMs = MsUntil(end);
@@ -358,7 +366,7 @@ int32_t CTcpclient::svc() {
       continue;
     }
     requests_.FailLost();
-    if (connectAtOnce_.exchange(false)) {
+    if (connectAtOnce_.exchange(false) && IsLive()) {
       (void)Reconnect(kReceiveReconnectMs);
       continue;
     }

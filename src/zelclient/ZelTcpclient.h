@@ -77,6 +77,8 @@ class CTcpclient : public IZelPeerConnection {
   RequestTable& requests() { return requests_; }
   // Lets go of a link whose peer did not read a frame to its end: the stream has lost its framing.
   void DropStalled(SocketLink& link, int64_t waitedMs);
+  // The same for a frame of which the system took a part and then failed.
+  void DropCut(SocketLink& link);
   // Takes in that a write has failed.
   void WriteFailed(SocketLink& link);
   // Makes the receive thread look for what is due.

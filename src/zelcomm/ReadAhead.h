@@ -30,7 +30,7 @@ class ReadAhead {
   }
 
   // Lets go of `count` bytes that were read where they lie.
-  void Skip(size_t count) { begin_ += count; }
+  void Skip(size_t count) { begin_ += std::min(count, end_ - begin_); }
   // Copies as much as there is room for; gives the bytes copied.
   size_t Read(std::span<uint8_t> out) {
     const size_t count = std::min(out.size(), end_ - begin_);

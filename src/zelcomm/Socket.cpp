@@ -232,14 +232,16 @@ void TcpSocket::setLinger() {
 
 void TcpSocket::SetDeadPeerTime(int64_t timeMs) {
   const int64_t earlierMs = deadPeerMs_.exchange(timeMs);
-  if (earlierMs == timeMs || !isConnected()) return;
-  if (timeMs == 0) (void)platform::SetDeadPeerTime(fd(), 0);
-  (void)setKeepAlive();
+  const auto current = link();  // its handle stays its own until the end of this
+  if (earlierMs == timeMs || !current->connected()) return;
+  if (timeMs == 0) (void)platform::SetDeadPeerTime(current->handle(), 0);
+  (void)SetKeepAlive(current->handle());
 }
 
 // A dead peer is found after 120 + 3 x 15 seconds of silence.
-bool TcpSocket::setKeepAlive() {
-  const auto handle = fd();
+bool TcpSocket::setKeepAlive() { return SetKeepAlive(fd()); }
+
+bool TcpSocket::SetKeepAlive(platform::SocketHandle handle) {
   if (!platform::SetKeepAlive(handle, true)) {
     ZEL_LOG_OPTION_ERROR("socket set sock keep alive error");
     return false;

@@ -111,6 +111,7 @@ class TcpSocket : public Socket {
   void Welcome();
   void setLinger();
   bool setKeepAlive();
+  bool SetKeepAlive(platform::SocketHandle handle);
   void setNoDealy();
 
   std::atomic<int64_t> deadPeerMs_{0};

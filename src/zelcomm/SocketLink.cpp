@@ -119,30 +119,37 @@ bool SocketLink::SelectHandle(int64_t timeoutMs, const platform::Waker* waker) {
 // link without a read-ahead has been quiet: there a wait comes first.
 bool SocketLink::HasInput(Look look) {
   const MutexLock lock(receiveMutex_);
-  if (!ahead_.IsEmpty()) return true;
+  if (!ahead_.IsEmpty() || heldError_ != 0) return true;
   if (readers_ != 1 || (look == Look::kIfBusy && !ahead_.HasBlock())) return false;
-  const int64_t received = FillReadAhead();
-  if (received >= 0) return true;
-  const bool isEnded = IsConnectionEnded(platform::SocketError());
-  if (isEnded) seenEndError_ = platform::RuntimeError();
-  return isEnded;
+  return FillReadAhead() >= 0 || heldError_ != 0;
 }
 
 // ---- Reading ----------------------------------------------------------------------------------------------
 
+// A socket tells its error once, so one that comes here is held for the read that asks for it.
 int64_t SocketLink::FillReadAhead() {
   const auto room = ahead_.Room();
   const int64_t received = platform::Receive(handle_, room.data(), room.size());
   ahead_.Received(static_cast<size_t>(std::max<int64_t>(received, 0)));
+  if (received >= 0) return received;
+  const int32_t error = platform::SocketError();
+  if (error != platform::kSocketWouldBlock && error != platform::kSocketInterrupted) {
+    heldError_ = platform::SystemError();
+  }
   return received;
 }
 
 int64_t SocketLink::Receive(uint8_t* buffer, size_t size) {
   const MutexLock lock(receiveMutex_);
   if (ahead_.IsEmpty()) {
+    if (heldError_ != 0) {
+      platform::SetSystemError(std::exchange(heldError_, 0));
+      return -1;
+    }
     // A large body goes straight to its place.
     if (readers_ != 1 || size >= ReadAhead::kSize) return platform::Receive(handle_, buffer, size);
     const int64_t received = FillReadAhead();
+    heldError_ = 0;  // it is asked for here
     if (received <= 0) return received;
   }
   return static_cast<int64_t>(ahead_.Read({buffer, size}));
@@ -176,7 +183,7 @@ std::optional<FrameView> SocketLink::PeekFrame() {
   if (HasUnfinished()) return std::nullopt;
   const MutexLock lock(receiveMutex_);
   if (readers_ != 1) return std::nullopt;
-  if (ahead_.IsEmpty() && FillReadAhead() <= 0) return std::nullopt;
+  if (ahead_.IsEmpty() && (heldError_ != 0 || FillReadAhead() <= 0)) return std::nullopt;
   return FrameDecoder::Front(ahead_.bytes());
 }
 
@@ -257,9 +264,8 @@ int32_t SocketLink::readFull(uint8_t* buffer, int32_t size) {
   return size;
 }
 
-// A socket tells its error once; from then on it says that the stream has ended.
 void SocketLink::NoteEnd(int32_t runtimeError) {
-  endError_ = runtimeError != 0 ? runtimeError : seenEndError_.load();
+  endError_ = runtimeError;
   setConnected(false);
 }
 
@@ -302,11 +308,24 @@ SocketLink::Written SocketLink::writeBefore(std::span<const platform::ConstBytes
   } else if (!sendTurn_.try_lock_for(MsUntil(end))) {
     return {Written::End::kNoTurn};
   }
+  if (isCut_) {
+    sendTurn_.unlock();
+    SetErrno(ZEL_E_DISCONNECTED);
+    return {Written::End::kFailed};
+  }
   FailedSend failed;
   const Written written = WriteAll(std::span(copy).first(pieces.size()), {end, stallMs}, failed);
+  const bool endsInTime = end != kNoEnd || stallMs != 0;
+  isCut_ = endsInTime && written.end != Written::End::kWhole && written.bytes != 0;
   sendTurn_.unlock();
   if (written.end == Written::End::kFailed) NoteFailedWrite(failed);
   return written;
+}
+
+void SocketLink::ForgetCut() {
+  sendTurn_.lock();
+  const AdoptedLock lock(sendTurn_);
+  isCut_ = false;
 }
 
 bool SocketLink::Patience::IsOver() {

@@ -132,6 +132,9 @@ class SocketLink {
   Written writeBefore(std::span<const platform::ConstBytes> pieces, CondVar::Clock::time_point end,
                       int64_t stallMs = 0);
 
+  // Says that what left of the last write ended with a frame.
+  void ForgetCut();
+
   // Nothing more is to be written: makes it known at once, unless a frame is being written.
   void FinishSending();
   // Waits until the peer has got what was written, and the end of a frame that is being written.
@@ -182,16 +185,18 @@ class SocketLink {
   std::atomic<bool> endReported_{false};
   std::atomic<bool> lossTaken_{false};
   std::atomic<int32_t> endError_{0};
-  std::atomic<int32_t> seenEndError_{0};  // by a look ahead
   SpinChoice spinChoice_;
 
   TimedMutex frameMutex_;
   Unfinished unfinished_ ZEL_GUARDED_BY(frameMutex_){};
   std::atomic<int64_t> unfinishedEndMs_{INT64_MAX};  // by the steady clock; the most when there is none
   TimedMutex sendTurn_;
+  // A write that ends in time has left a part of a frame: whatever came behind it would be taken for the rest.
+  bool isCut_ ZEL_GUARDED_BY(sendTurn_) = false;
   Mutex receiveMutex_;
   int readers_ ZEL_GUARDED_BY(receiveMutex_) = 0;
   ReadAhead ahead_ ZEL_GUARDED_BY(receiveMutex_);
+  int32_t heldError_ ZEL_GUARDED_BY(receiveMutex_) = 0;  // the system's, that a look ahead was given
 };
 
 }  // namespace libzel

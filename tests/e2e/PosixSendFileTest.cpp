@@ -164,17 +164,18 @@ TEST(NoThreadTest, WithoutAFurtherThreadTheFirstOneSendsAll) {
   UseFreshProcesses();
   IN_OWN_PROCESS({
     EXPECT_EQ(StartLibrary().result, 0);
-    const OptionSet workers(LIBZELX_FILE_WORKERS, 8);
     const FileDevice devices[3];
     const SentFile file(20000);
     FileEventRecorder seen;
-    EXPECT_EQ(SendFile(devices[0].Target(), file.path(), seen), 0);
-    EXPECT_TRUE(seen.AwaitEnds(1));
+    // One thread that sends, and one for each connection.
+    for (const FileDevice& device : devices) EXPECT_EQ(SendFile(device.Target(), file.path(), seen), 0);
+    EXPECT_TRUE(seen.AwaitEnds(3));
+    const OptionSet workers(LIBZELX_FILE_WORKERS, 8);
     const CapturedLog log;
     {
       const TightMemory tight;
       for (const FileDevice& device : devices) EXPECT_EQ(SendFile(device.Target(), file.path(), seen), 0);
-      EXPECT_TRUE(seen.AwaitEnds(4));
+      EXPECT_TRUE(seen.AwaitEnds(6));
     }
     for (const libzelx_FileEvent& end : seen.EndEvents()) EXPECT_EQ(end.result, 0);
     EXPECT_TRUE(log.HasStart("ERROR", "no further thread:"));

@@ -53,13 +53,15 @@ class CRouterTable {
     std::string host;
     bool isPinned;  // by the application
   };
-  // False when as many are known as there may be.
-  bool Set(const std::string& deviceIdText, const Route& route) {
+  enum class Pinned { kReplaced, kKept };
+  // False when as many are known as there may be. A route that nobody pinned may leave a pinned one as it is.
+  bool Set(const std::string& deviceIdText, const Route& route, Pinned pinned = Pinned::kReplaced) {
     const auto most = static_cast<size_t>(OptionsOfProcess().maxRoutes);
     const MutexLock lock(mutex_);
     const auto entry = routes_.find(deviceIdText);
     if (entry != routes_.end()) {
-      entry->second = route;
+      const bool isKept = pinned == Pinned::kKept && entry->second.isPinned && !route.isPinned;
+      if (!isKept) entry->second = route;
     } else if (most == 0 || routes_.size() < most) {
       routes_.emplace(deviceIdText, route);
     } else {

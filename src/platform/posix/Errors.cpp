@@ -5,6 +5,9 @@
 
 namespace libzel::platform {
 
+int32_t SystemError() { return errno; }
+void SetSystemError(int32_t error) { errno = error; }
+
 int32_t SocketError() {
   switch (errno) {
     case EINTR: return kSocketInterrupted;

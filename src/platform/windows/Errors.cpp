@@ -18,6 +18,9 @@ int32_t RuntimeNumber(int socketError) {
   }
 }
 
+int32_t SystemError() { return WSAGetLastError(); }
+void SetSystemError(int32_t error) { WSASetLastError(error); }
+
 int32_t SocketError() { return WSAGetLastError(); }
 
 int32_t RuntimeError() { return RuntimeNumber(WSAGetLastError()); }
