@@ -31,7 +31,7 @@ bool IsRouteMissing() {
   return error == WSAENETUNREACH || error == WSAEADDRNOTAVAIL || error == WSAEINVAL;
 }
 
-// The runtime keeps the text per thread.
+// NOLINTNEXTLINE(concurrency-mt-unsafe): this runtime keeps the text per thread
 std::string ErrorText(int32_t runtimeError) { return std::strerror(runtimeError); }
 
 std::string ReasonText(int32_t runtimeError) {
