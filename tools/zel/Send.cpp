@@ -70,7 +70,7 @@ class Sender {
     if (problem)
       throw LibraryFailure("cannot read " + options_.file + " (" + problem.message() + ")", ZEL_E_FILE_OPEN);
     progress_.bytes = static_cast<double>(size);
-    const std::string remote = RemoteName();
+    std::string remote = RemoteName();
     if (options_.file.size() > kLongestPath || remote.size() > kLongestPath) {
       throw UsageFailure("a path is longer than 255 bytes");
     }
