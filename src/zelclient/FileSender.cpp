@@ -274,7 +274,24 @@ void FileSender::Finish(const Job& job) {
 
 // ---- Waiting for all --------------------------------------------------------------------------------------
 
+// A file whose thread is in here because of another one, between two of its messages, ends here.
+void FileSender::EndOwn(uint64_t last) {
+  for (;;) {
+    FileSending* own = nullptr;
+    {
+      const MutexLock lock(mutex_);
+      for (auto& [ticket, job] : jobs_) {
+        const bool isOwn = ticket <= last && job.thread == std::this_thread::get_id();
+        if (isOwn && !job.sending->HasEnded() && !job.sending->IsTelling()) own = job.sending.get();
+      }
+    }
+    if (own == nullptr) return;
+    own->End(LIBZELX_E_CANCELLED);
+  }
+}
+
 void FileSender::AwaitEnds(uint64_t last) {
+  EndOwn(last);
   Waiter waiter{std::this_thread::get_id()};
   const MutexLock lock(mutex_);
   waiter.next = waiters_;

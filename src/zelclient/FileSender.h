@@ -81,6 +81,7 @@ class FileSender {
   void EndCancelled();
   void Finish(const Job& job);
 
+  void EndOwn(uint64_t last);
   void Leave(const Waiter& waiter) ZEL_REQUIRES(mutex_);
   bool HasJob(std::thread::id thread) const ZEL_REQUIRES(mutex_);
   bool IsAwaited(uint64_t last, bool bySender) const ZEL_REQUIRES(mutex_);

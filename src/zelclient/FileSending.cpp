@@ -48,7 +48,9 @@ void FileSending::Step() {
     return;
   }
   const libzelx_FileEvent event = Progress();
+  isTelling_ = true;
   if (order_.callback(&event, order_.user) == -1) Cancel();
+  isTelling_ = false;
 }
 
 void FileSending::End(int32_t result) {

@@ -42,6 +42,8 @@ class FileSending {
   bool IsCancelled() const { return isCancelled_; }
   // True from just before the callback is told.
   bool HasEnded() const { return hasEnded_; }
+  // True on its own thread in a callback of progress.
+  bool IsTelling() const { return isTelling_; }
   const ZelDeviceId& device() const { return order_.target.id; }
 
  private:
@@ -69,6 +71,7 @@ class FileSending {
   uint32_t chunksSent_ = 0;
   uint32_t deviceHandle_ = 0;
   uint32_t deviceError_ = 0;
+  bool isTelling_ = false;
   uint64_t readOffset_ = 0;
   std::atomic<bool> isCancelled_{false};
   std::atomic<bool> hasEnded_{false};

@@ -304,6 +304,33 @@ TEST_P(DestroyedFilesWithWorkersTest, TicketsGoOn) {
 
 INSTANTIATE_TEST_SUITE_P(Workers, DestroyedFilesWithWorkersTest, testing::Values(1, 3, 8));
 
+// The one that waited ends between two messages of the other, on its thread.
+TEST_F(DestroyedFilesTest, FromTheEndOfACancelledOneTheOtherHasEndedWhenItReturns) {
+  const FileDevice device;
+  uint64_t waiting = 0;
+  std::atomic<bool> areSubmitted{false};
+  std::atomic<size_t> ends{9};
+  FileEventRecorder sent([&](const libzelx_FileEvent& event, size_t number) {
+    if (number == 0 && event.ended == 0) {
+      EXPECT_TRUE(Eventually([&] { return areSubmitted.load(); }));
+      EXPECT_EQ(libzelx_cancelFile(waiting), 0);
+    }
+    return 0;
+  });
+  FileEventRecorder destroying([&](const libzelx_FileEvent&, size_t) {
+    DestroyLibrary();
+    ends = sent.Ends();
+    return 0;
+  });
+  ASSERT_EQ(SendFile(device.Target(), file_.path(), sent), 0);
+  ASSERT_EQ(SendFile(silent_[0].Target(), file_.path(), destroying, &waiting), 0);
+  areSubmitted = true;
+  EXPECT_EQ(destroying.End().result, LIBZELX_E_CANCELLED);
+  EXPECT_EQ(sent.End().result, LIBZELX_E_CANCELLED);
+  EXPECT_EQ(ends, 1U);
+  EXPECT_EQ(sent.Ends(), 1U);
+}
+
 TEST_F(DestroyedFilesTest, ItEndsAnAttemptToConnect) {
   ScriptedServer server;
   server.Stall();
