@@ -181,6 +181,7 @@ bool JoinMulticastGroup(SocketHandle socket, const char* group, const char* inte
 class AsyncSignalBlock {
  public:
   AsyncSignalBlock();
+  // NOLINTNEXTLINE(performance-trivially-destructible): where there are signals it gives them back
   ~AsyncSignalBlock();
   AsyncSignalBlock(const AsyncSignalBlock&) = delete;
   AsyncSignalBlock& operator=(const AsyncSignalBlock&) = delete;

@@ -42,6 +42,7 @@ namespace {
 
 // One that does not know the sequences that draw a line again says so.
 bool IsPlainTerminal() {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody here sets the environment
   const char* terminal = std::getenv("TERM");
   return terminal != nullptr && std::string_view(terminal) == "dumb";
 }
