@@ -19,4 +19,9 @@ class Stopwatch {
   Clock::time_point start_ = Clock::now();
 };
 
+// Whole ms until then, rounded up; 0 and less when it is over.
+inline int64_t MsUntil(std::chrono::steady_clock::time_point end) {
+  return std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now()).count();
+}
+
 }  // namespace libzel

@@ -5,6 +5,7 @@
 #include <thread>
 #include <vector>
 
+#include "utils/Stopwatch.h"
 #include "zelcomm/ErrorCode.h"
 #include "zelcomm/RequestFrame.h"
 
@@ -113,8 +114,8 @@ int32_t BoundedCalls::RequestAsync(const libzelx_Request& request, libzelx_Answe
   try {
     written = SendRequest(link, request, invokeId);
   } catch (const std::bad_alloc&) {
-    (void)table.WithdrawTicket(mine);  // the callback will not run
-    throw;
+    if (table.WithdrawTicket(mine)) throw;
+    return ZEL_OK;  // its callback has the outcome
   }
   const bool isOver = written.end != Written::End::kWhole && table.WithdrawTicket(mine);
   Settle(link, written);
@@ -165,10 +166,7 @@ SocketLink::Written BoundedCalls::Send(const Link& link, std::span<const platfor
 // What a write that ended so means to the link. A frame that left in part leaves the stream without its framing: the
 // link is dropped.
 void BoundedCalls::Settle(const Link& link, const Written& written, bool isCut) {
-  if (written.end == Written::End::kStalled && isCut) connection_.DropStalled(*link, timeoutMs_);
-  if (written.end != Written::End::kFailed) return;
-  connection_.WriteFailed(*link);
-  if (isCut && link->connected()) connection_.DropCut(*link);
+  if (written.end != Written::End::kWhole) connection_.NoteUnsent(*link, written, isCut, timeoutMs_);
 }
 
 int32_t BoundedCalls::ResultOf(const Written& written) {
@@ -187,8 +185,7 @@ void BoundedCalls::ReadInTurn(SocketLink& link, const PendingRequest& request) {
 bool BoundedCalls::ReadAnswers(SocketLink& link, const PendingRequest& request) {
   const auto end = std::min(end_, EndOf(ReadTurn::kBorrowedMs));
   while (!connection_.requests().HasEnded(request)) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - CondVar::Clock::now());
-    if (!link.SelectEagerly(std::max<int64_t>(left.count(), 0))) return false;
+    if (!link.SelectEagerly(std::max<int64_t>(MsUntil(end), 0))) return false;
     // One that was left with the link is the answer that was begun here.
     if (link.HasUnfinished() ? !ReadLongAnswer(link) : !ReadAnswer(link, request)) return false;
   }

@@ -4,6 +4,7 @@
 #include <chrono>
 
 #include "utils/Options.h"
+#include "utils/Stopwatch.h"
 #include "zelclient/ZelCreateFactory.h"
 #include "zelclient/ZelTcpclient.h"
 #include "zelcomm/ErrorCode.h"
@@ -20,9 +21,7 @@ std::shared_ptr<CTcpclient> LiveClient(const std::weak_ptr<IZelPeerConnection>& 
 }
 
 uint32_t TimeoutBefore(FileLink::TimePoint end) {
-  if (end == SocketLink::kNoEnd) return kMessageTimeoutMs;
-  const auto leftMs = std::chrono::ceil<std::chrono::milliseconds>(end - CondVar::Clock::now()).count();
-  return static_cast<uint32_t>(std::clamp<int64_t>(leftMs, 0, kMessageTimeoutMs));
+  return static_cast<uint32_t>(std::clamp<int64_t>(MsUntil(end), 0, kMessageTimeoutMs));
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "utils/Forever.h"
 #include "utils/Log.h"
 #include "utils/Options.h"
+#include "utils/Stopwatch.h"
 #include "zelclient/ZelCreateFactory.h"
 
 namespace libzel {
@@ -223,9 +224,7 @@ void FileSender::Send(Job& job) {
 
 void FileSender::BeginSending(FileSending& sending) {
   const auto end = FileLink::EndFromNow();
-  const auto leftMs = std::chrono::ceil<std::chrono::milliseconds>(end - CondVar::Clock::now()).count();
-  const auto connection =
-      connections_.RequestsTo(sending.device(), std::min<int64_t>(leftMs, kCreateTimeoutMs));
+  const auto connection = connections_.RequestsTo(sending.device(), std::min(MsUntil(end), kCreateTimeoutMs));
   // One that was made while all instances were destroyed would stay behind.
   const auto live = sending.IsCancelled() ? CPeerConnMgr::IfLive(connection) : nullptr;
   if (live != nullptr) CPeerConnMgr::Instance().ReleaseInstance(CPeerConnMgr::HandleOf(live));

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "utils/Log.h"
+#include "utils/Stopwatch.h"
 #include "zelclient/BoundedCalls.h"
 #include "zelclient/CFileTransfer.h"
 #include "zelclient/ZelCreateFactory.h"
@@ -18,8 +19,7 @@ constexpr int64_t kAnswerMs = 1000;
 
 // How long a message and its answer may take.
 uint32_t MsBefore(FileLink::TimePoint end) {
-  const auto leftMs = std::chrono::ceil<std::chrono::milliseconds>(end - CondVar::Clock::now()).count();
-  return static_cast<uint32_t>(std::clamp<int64_t>(leftMs, 0, kMaxWriteMs + kAnswerMs));
+  return static_cast<uint32_t>(std::clamp<int64_t>(MsUntil(end), 0, kMaxWriteMs + kAnswerMs));
 }
 
 // As many bytes as a message has room for, and no part of a character.

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstring>
 
+#include "utils/Stopwatch.h"
 #include "zelcomm/Frame.h"
 
 namespace libzel {
@@ -384,8 +385,7 @@ int64_t RequestTable::MsUntilDue() const {
   const int64_t due = nextDue_.load(std::memory_order_acquire);
   if (due == kNothingDue) return INT64_MAX;
   if (due == kDueNow) return 0;
-  const auto left = Clock::time_point(Clock::duration(due)) - Clock::now();
-  return std::max<int64_t>(std::chrono::ceil<std::chrono::milliseconds>(left).count(), 0);
+  return std::max<int64_t>(MsUntil(Clock::time_point(Clock::duration(due))), 0);
 }
 
 }  // namespace libzel

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "utils/Log.h"
+#include "utils/Stopwatch.h"
 #include "zelclient/routetable/RouterTable.h"
 #include "zelcomm/ErrorCode.h"
 #include "zelcomm/RequestFrame.h"
@@ -22,10 +23,6 @@ constexpr uint32_t kTopicTimeoutMs = 1000;
 
 int64_t MsBetween(CondVar::Clock::time_point start, CondVar::Clock::time_point end) {
   return std::chrono::ceil<std::chrono::milliseconds>(end - start).count();
-}
-
-int64_t MsUntil(CondVar::Clock::time_point end) {
-  return end == SocketLink::kNoEnd ? INT64_MAX : MsBetween(CondVar::Clock::now(), end);
 }
 
 }  // namespace
@@ -51,7 +48,10 @@ CTcpclient::~CTcpclient() {
 }
 
 void CTcpclient::BeginClose() {
-  if (options().closeWaitMs == 0) return;
+  if (options().closeWaitMs == 0) {
+    Cancel();
+    return;
+  }
   IZelPeerConnection::Cancel();
   requests_.Close(LIBZELX_E_CANCELLED);
   socket_->link()->FinishSending();
@@ -176,9 +176,9 @@ CTcpclient::Brought CTcpclient::BringUp(const Patience& patience, const std::sha
 
 // A link that is up stays where it is.
 void CTcpclient::FollowRoute() {
+  if (options().followRoute == 0 || isDomain_) return;
   const auto present = socket_->link();
-  const bool isUp = present->connected() && !platform::HasPeerEnded(present->handle());
-  if (options().followRoute == 0 || isDomain_ || isUp) return;
+  if (present->connected() && !platform::HasPeerEnded(present->handle())) return;
   const std::string host = CRouterTable::Instance().GetHostIpFromDeviceId(remoteDeviceId());
   socket_->SetHost(host);
   notes().SetPeer(host + ":" + std::to_string(port_));
@@ -263,12 +263,8 @@ int32_t CTcpclient::WriteBefore(SocketLink& link, std::span<const platform::Cons
   const bool isWhole = written.end == End::kWhole;
   notes().AddFrames(Count::kFramesOut, Count::kBytesOut, isWhole ? 1 : 0, written.bytes);
   if (isWhole) return static_cast<int32_t>(written.bytes);
-  if (written.end == End::kFailed) {
-    WriteFailed(link);
-    if (written.bytes != 0 && link.connected()) DropCut(link);
-  } else {
-    DropStalled(link, MsUntil(end) <= 0 ? MsBetween(start, end) : stallMs);
-  }
+  const bool takesLink = written.end != End::kFailed || written.bytes != 0;
+  NoteUnsent(link, written, takesLink, MsUntil(end) <= 0 ? MsBetween(start, end) : stallMs);
   return FailDisconnected();
 }
 
@@ -319,14 +315,15 @@ void CTcpclient::WriteFailed(SocketLink& link) {
   LinkChanged();  // the receive thread restores the link
 }
 
-void CTcpclient::DropStalled(SocketLink& link, int64_t waitedMs) {
-  notes().Add(Count::kStalledWrites);
-  notes().Lost(link, "send to", "peer did not read for " + std::to_string(waitedMs) + " ms");
-  ShutdownLink(link);
-}
-
-void CTcpclient::DropCut(SocketLink& link) {
-  notes().Lost(link, "send to", "a frame left in part");
+void CTcpclient::NoteUnsent(SocketLink& link, const SocketLink::Written& written, bool takesLink,
+                            int64_t waitedMs) {
+  const bool hasFailed = written.end == SocketLink::Written::End::kFailed;
+  if (hasFailed) WriteFailed(link);
+  if (!takesLink || (hasFailed && !link.connected())) return;
+  if (!hasFailed) notes().Add(Count::kStalledWrites);
+  notes().Lost(
+      link, "send to",
+      hasFailed ? "a frame left in part" : "peer did not read for " + std::to_string(waitedMs) + " ms");
   ShutdownLink(link);
 }
 

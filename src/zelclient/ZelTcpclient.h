@@ -75,12 +75,8 @@ class CTcpclient : public IZelPeerConnection {
   std::shared_ptr<SocketLink> LinkBefore(CondVar::Clock::time_point end);
   std::shared_ptr<SocketLink> PresentLink() { return socket_->link(); }
   RequestTable& requests() { return requests_; }
-  // Lets go of a link whose peer did not read a frame to its end: the stream has lost its framing.
-  void DropStalled(SocketLink& link, int64_t waitedMs);
-  // The same for a frame of which the system took a part and then failed.
-  void DropCut(SocketLink& link);
-  // Takes in that a write has failed.
-  void WriteFailed(SocketLink& link);
+  // Takes in that a write did not end whole. With `takesLink` the link goes, too: the stream has lost its framing.
+  void NoteUnsent(SocketLink& link, const SocketLink::Written& written, bool takesLink, int64_t waitedMs);
   // Makes the receive thread look for what is due.
   void LookAgain() { WakeReceiveThread(); }
   ReadTurn& readTurn() { return readTurn_; }
@@ -128,6 +124,7 @@ class CTcpclient : public IZelPeerConnection {
                      CondVar::Clock::time_point end = SocketLink::kNoEnd);
   int32_t WriteBefore(SocketLink& link, std::span<const platform::ConstBytes> pieces,
                       CondVar::Clock::time_point end);
+  void WriteFailed(SocketLink& link);
   int32_t SendTopicRecord(const TopicRecord& record, CondVar::Clock::time_point end = SocketLink::kNoEnd);
 
   void ReceiveFrames(SocketLink& link, FrameReader& reader);

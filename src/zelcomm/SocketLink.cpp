@@ -17,10 +17,6 @@ namespace libzel {
 
 namespace {
 
-int64_t MsUntil(CondVar::Clock::time_point end) {
-  return std::chrono::ceil<std::chrono::milliseconds>(end - CondVar::Clock::now()).count();
-}
-
 int64_t CeilMs(CondVar::Clock::time_point when) {
   return std::chrono::ceil<std::chrono::milliseconds>(when.time_since_epoch()).count();
 }

@@ -73,7 +73,7 @@ class SocketLink {
     CondVar::Clock::time_point quietSince;  // when nothing more had come of it
     CondVar::Clock::time_point end;         // until when it may stay like that
   };
-  bool HasUnfinished() const { return MsUntilOverdue() != INT64_MAX; }
+  bool HasUnfinished() const { return unfinishedEndMs_.load(std::memory_order_acquire) != INT64_MAX; }
   // 0 and less when it has to be read on, although nothing may have come.
   int64_t MsUntilOverdue() const;
   void LeaveUnfinished(Unfinished unfinished) ZEL_REQUIRES(frameMutex_);

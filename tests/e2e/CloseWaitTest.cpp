@@ -117,6 +117,34 @@ TEST_F(CloseWaitTest, WhatIsReleasedIsSilentMeanwhile) {
   EXPECT_EQ(link.instance->events.Numbers(), (EventNumbers{2, 1}));
 }
 
+// The end of the library, while it waits for one instance, and the other, whose link is lost at that moment.
+void ExpectNoNewLink(int64_t closeWaitMs) {
+  EXPECT_EQ(libzel_init(), 0);
+  const UnsentLink waiting;
+  waiting.Set(1500);
+  waiting.SendSome();
+  ScriptedServer server;
+  Link lost(server);
+  const ZelInstance instance = lost.instance;
+  EXPECT_EQ(libzelx_setOption(instance, LIBZELX_CLOSE_WAIT_MS, closeWaitMs), ZEL_OK);
+  EXPECT_EQ(libzel_reconnect_delay_set(instance, 0), 0);
+  EXPECT_EQ(libzel_loop_start(instance), 0);
+  const OngoingCall end([] { return libzel_destory(); });
+  EXPECT_TRUE(Eventually([&] { return libzel_loop_start(instance) == ZEL_E_HANDLE; }));
+  lost.peer.Close();
+  EXPECT_FALSE(server.IsCalled(700));
+  EXPECT_FALSE(end.Await(0));
+  EXPECT_TRUE(end.Await());
+}
+
+TEST_F(CloseWaitTest, WhatIsReleasedMakesNoNewLinkMeanwhile) {
+  IN_OWN_PROCESS({ ExpectNoNewLink(1500); });
+}
+
+TEST_F(CloseWaitTest, WhatIsReleasedByTheLetterMakesNoNewLinkMeanwhile) {
+  IN_OWN_PROCESS({ ExpectNoNewLink(0); });
+}
+
 TEST_F(CloseWaitTest, TheEndOfTheLibraryWaitsForAllAtOnce) {
   IN_OWN_PROCESS({
     EXPECT_EQ(libzel_init(), 0);

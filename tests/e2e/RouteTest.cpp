@@ -185,6 +185,13 @@ TEST_F(FollowRouteTest, ALinkThatIsUpStaysWhereItIs) {
   EXPECT_TRUE(chosen.peer.ReadRequest().whole);
 }
 
+TEST_F(FollowRouteTest, ALinkWhoseEndNobodyHasSeenYetIsNotUp) {
+  Move(chosen, other);
+  chosen.peer.Close();
+  EXPECT_TRUE(libzel_reconnect(chosen.instance, 1500));
+  EXPECT_TRUE(other.Accept().IsOpen());
+}
+
 TEST_F(FollowRouteTest, AFailureNamesTheNewHost) {
   Move(chosen, other);
   other.StopListening();

@@ -63,6 +63,13 @@ TEST_F(ReadAheadTest, TrimGivesTheMemoryBackWhenEmpty) {
   EXPECT_EQ(ahead.Read(out), 1U);
 }
 
+TEST_F(ReadAheadTest, NoMoreIsSkippedThanIsThere) {
+  Receive(2);
+  ahead.Skip(3);
+  EXPECT_TRUE(ahead.IsEmpty());
+  EXPECT_EQ(ahead.bytes().size(), 0U);
+}
+
 TEST_F(ReadAheadTest, HoldsAsMuchAsItsRoom) {
   Receive(ReadAhead::kSize);
   EXPECT_EQ(ahead.bytes().size(), ReadAhead::kSize);

@@ -34,6 +34,18 @@ TEST(RouterTableTest, SecondHostReplacesTheFirst) {
   EXPECT_EQ(table.GetHostIpFromDeviceId({{1, 2, 3, 4, 5, 6}}), "10.0.0.6");
 }
 
+TEST(RouterTableTest, OneThatNobodyPinnedMayLeaveAPinnedOne) {
+  using Pinned = CRouterTable::Pinned;
+  CRouterTable table;
+  EXPECT_TRUE(table.Set("1.2.3.4.5.6", {"10.0.0.5", true}));
+  EXPECT_TRUE(table.Set("1.2.3.4.5.6", {"10.0.0.6", false}, Pinned::kKept));
+  EXPECT_EQ(table.Find("1.2.3.4.5.6")->host, "10.0.0.5");
+  EXPECT_TRUE(table.Set("1.2.3.4.5.6", {"10.0.0.7", true}, Pinned::kKept));
+  EXPECT_EQ(table.Find("1.2.3.4.5.6")->host, "10.0.0.7");
+  EXPECT_TRUE(table.Set("1.2.3.4.5.6", {"10.0.0.8", false}));
+  EXPECT_EQ(table.Find("1.2.3.4.5.6")->host, "10.0.0.8");
+}
+
 TEST(RouterTableTest, AllSixBytesCount) {
   CRouterTable table;
   (void)table.SetHostIp(ZelDeviceId{{1, 2, 3, 4, 5, 6}}, "10.0.0.5");

@@ -149,6 +149,22 @@ TEST_F(SocketLinkTest, SoleReaderTakesWholeFramesWhereTheyLie) {
   EXPECT_FALSE(link->TakeWhole(100));
 }
 
+TEST_F(SocketLinkTest, NothingIsWrittenBehindAFrameThatLeftInPart) {
+  const Bytes much(10 << 20), frame{1, 2, 3};
+  const platform::ConstBytes first = much, second = frame;
+  const auto soon = CondVar::Clock::now() + std::chrono::milliseconds(50);
+  const auto cut = link->writeBefore({&first, 1}, soon);
+  EXPECT_EQ(cut.end, SocketLink::Written::End::kStalled);
+  ASSERT_GT(cut.bytes, 0U);
+  EXPECT_EQ(peer.Read(cut.bytes).size(), cut.bytes);  // so that there is room again
+  EXPECT_EQ(link->write({&second, 1}), -1);
+  EXPECT_EQ(GetErrno(), ZEL_E_DISCONNECTED);
+  EXPECT_FALSE(peer.HasInput(20));
+  link->ForgetCut();
+  EXPECT_EQ(link->write({&second, 1}), 3);
+  EXPECT_EQ(peer.Read(3), frame);
+}
+
 TEST_F(SocketLinkTest, PiecesAreWrittenAsOneFrame) {
   const Bytes first{1, 2}, second, third{3};
   const platform::ConstBytes pieces[] = {first, second, third};
