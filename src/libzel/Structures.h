@@ -1,10 +1,12 @@
-// Structures that begin with their size, as a program of an earlier or a later release may have them.
+// What programs give and get: structures that begin with their size, as a program of an earlier or a later release may
+// have them, and texts.
 #pragma once
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 namespace libzel {
 
@@ -42,6 +44,12 @@ bool FillStructure(const Structure& value, size_t firstSize, Structure* out) {
   std::memcpy(bytes, &value, std::min(size, sizeof value));
   std::memcpy(bytes, &size, sizeof size);
   return true;
+}
+
+// Writes a text with its NUL, as much of it as there is room for; `size` is 1 at least.
+inline void CopyText(std::string_view text, char* out, size_t size) {
+  const size_t count = text.copy(out, size - 1);
+  out[count] = '\0';
 }
 
 }  // namespace libzel

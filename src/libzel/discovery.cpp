@@ -1,5 +1,4 @@
 // Beyond the letter: discovery when it is wanted, its state, and the hosts of identifiers.
-#include <algorithm>
 #include <stdexcept>
 #include <string>
 
@@ -19,13 +18,6 @@ using namespace libzel;
 namespace {
 
 constexpr size_t kFirstDiscoverySize = 712;
-
-// With its NUL, as much of it as there is room for.
-void CopyText(const std::string& from, char* to, size_t size) {
-  const size_t count = std::min(from.size(), size - 1);
-  std::copy_n(from.data(), count, to);
-  to[count] = '\0';
-}
 
 // As libzel_init does, which may be still to come; what it logs, it logs then.
 void ReadAdapters() {

@@ -1,5 +1,4 @@
 // Beyond the letter: why links failed, and what has been counted.
-#include <algorithm>
 
 #include "libzel/CodeGuard.h"
 #include "libzel/Structures.h"
@@ -55,10 +54,7 @@ libzelx_Stats StatsOf(CTcpclient& connection) {
 int32_t libzelx_lastFailure(ZelInstance instance, char* text, size_t size) {
   return WithConnection(instance, [&](CTcpclient& connection) -> int32_t {
     if (text == nullptr || size == 0) return ZEL_E_PARAM;
-    const std::string failure = connection.notes().Failure();
-    const size_t count = std::min(failure.size(), size - 1);
-    std::copy_n(failure.data(), count, text);
-    text[count] = '\0';
+    CopyText(connection.notes().Failure(), text, size);
     return ZEL_OK;
   });
 }
