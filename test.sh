@@ -22,6 +22,24 @@ say_failure() {
   echo "---- $what failed; everything is in $log"
 }
 
+# The end of a test log shows what passed last; what failed, and why, stands somewhere before it. Of each test that
+# failed this prints the verdicts with the lines behind them, and its last lines.
+say_failed_tests() {
+  local what=$1 log=$2
+  echo "---- testing $what failed; of each failed test what $log says:"
+  awk '
+    function finish() { for (i = n > 15 ? n - 15 : 0; i < n; i++) if (!(i in said)) print last[i]; delete said; n = 0 }
+    /^ *[0-9]+\/[0-9]+ Test +#/ { finish(); failing = /\*\*\*/; verdict = 0; if (failing) print; next }
+    !failing { next }
+    /^[0-9]+% tests passed/ { finish(); failing = 0; next }
+    /: Failure$|\[  FAILED  \]|^(FAIL|ERROR):|^Traceback|Error: |Sanitizer:/ { verdict = 7 }
+    verdict-- > 0 { print; said[n] = 1 }
+    { last[n++] = $0 }
+    END { finish() }' "$log" | head -n 200
+  sed -n '/^The following tests FAILED:/,$p' "$log"
+  echo "---- testing $what failed; everything is in $log"
+}
+
 # step NAME LOG COMMAND...: quiet unless it fails.
 step() {
   local name=$1 log=$2
@@ -78,8 +96,12 @@ run() {
     count "$log" || testsFailed=1
     [ "$status" = 0 ] || [ "$testsFailed" != 0 ] || testsFailed=1
     if [ "$testsFailed" != 0 ]; then
-      say_failure "testing $what" "$log" 120
-      [ -n "${scripts[$name]:-}" ] || echo "     run one again:  ctest --preset $what --verbose --tests-regex NAME"
+      if [ -n "${scripts[$name]:-}" ]; then
+        say_failure "testing $what" "$log" 120
+      else
+        say_failed_tests "$what" "$log"
+        echo "     run one again:  ctest --preset $what --verbose --tests-regex NAME"
+      fi
     fi
   else
     testsFailed=1
