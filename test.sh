@@ -28,6 +28,7 @@ say_failed_tests() {
   local what=$1 log=$2
   echo "---- testing $what failed; of each failed test what $log says:"
   awk '
+    { sub(/\r$/, "") }
     function finish() { for (i = n > 15 ? n - 15 : 0; i < n; i++) if (!(i in said)) print last[i]; delete said; n = 0 }
     /^ *[0-9]+\/[0-9]+ Test +#/ { finish(); failing = /\*\*\*/; verdict = 0; if (failing) print; next }
     !failing { next }
