@@ -226,7 +226,7 @@ def log():
             pass
 for _ in range(4):
     threading.Thread(target=log, daemon=True).start()
-arrived.wait(20)
+assert arrived.wait(20)
 """
     done = run(script)
     assert (done.returncode, done.stdout, done.stderr) == (0, "", "")

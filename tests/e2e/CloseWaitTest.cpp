@@ -17,6 +17,7 @@ struct UnsentLink {
   UnsentLink() {
     server.LimitReceiveBuffer(4096);
     instance = std::make_unique<Instance>(server.device());
+    handle = *instance;
     peer = server.Accept();
   }
   void Set(int64_t closeWaitMs) const {
@@ -30,11 +31,18 @@ struct UnsentLink {
       return 0;
     });
   }
+  // True as soon as the release has begun.
+  bool AwaitRelease() const {
+    int64_t value = 0;
+    return Eventually(
+        [&] { return libzelx_getOption(handle, LIBZELX_CLOSE_WAIT_MS, &value) == ZEL_E_HANDLE; });
+  }
 
   static constexpr size_t kSize = 40029;  // the least that every system takes in at once
   const Bytes payload = Bytes(kSize - 29, 'x');
   ScriptedServer server;
   std::unique_ptr<Instance> instance;
+  ZelInstance handle = 0;
   Peer peer;
 };
 
@@ -59,8 +67,12 @@ TEST_F(CloseWaitTest, UnsentDataGetOut) {
   link.Set(kLongMs);
   link.SendSome();
   const OngoingCall release = link.Release();
+  EXPECT_TRUE(link.AwaitRelease());
   EXPECT_EQ(link.peer.Read(UnsentLink::kSize).size(), UnsentLink::kSize);
-  EXPECT_TRUE(release.Await(kPatienceMs) || (link.peer.Close(), release.Await()));
+#ifdef _WIN32
+  link.peer.Close();  // nothing tells there that the peer has all
+#endif
+  EXPECT_TRUE(release.Await());
 }
 
 TEST_F(CloseWaitTest, AFrameThatIsBeingWrittenGetsOutWhole) {
@@ -68,6 +80,7 @@ TEST_F(CloseWaitTest, AFrameThatIsBeingWrittenGetsOutWhole) {
   const OngoingCall send([this] { return link.instance->Send(600, Huge()); });
   EXPECT_TRUE(link.peer.HasInput(kPatienceMs));
   const OngoingCall release = link.Release();
+  EXPECT_TRUE(link.AwaitRelease());
   EXPECT_EQ(link.peer.Read(Huge().size() + 29).size(), Huge().size() + 29);
   link.peer.Close();
   EXPECT_TRUE(release.Await());
@@ -78,9 +91,8 @@ TEST_F(CloseWaitTest, AReceiveThreadThatRunsIsNoMatter) {
   link.Set(kLongMs);
   EXPECT_EQ(libzel_loop_start(*link.instance), 0);
   link.SendSome();
-  const ZelInstance instance = *link.instance;
   const OngoingCall release = link.Release();
-  EXPECT_TRUE(Eventually([&] { return libzel_loop_start(instance) == ZEL_E_HANDLE; }));
+  EXPECT_TRUE(link.AwaitRelease());
   EXPECT_EQ(link.peer.Read(UnsentLink::kSize).size(), UnsentLink::kSize);
   link.peer.Close();
   EXPECT_TRUE(release.Await());
@@ -92,6 +104,7 @@ TEST_F(CloseWaitTest, APeerThatStillSendsIsNoMatter) {
   EXPECT_TRUE(link.peer.Send(Message(0, 600, Bytes(100000))));
   link.SendSome();
   const OngoingCall release = link.Release();
+  EXPECT_TRUE(link.AwaitRelease());
   EXPECT_EQ(link.peer.Read(UnsentLink::kSize).size(), UnsentLink::kSize);
   link.peer.Close();
   EXPECT_TRUE(release.Await());
@@ -103,16 +116,15 @@ TEST_F(CloseWaitTest, ItLastsNoLongerThanItMay) {
   const ElapsedTime time;
   link.instance->Release();
   EXPECT_GE(time.Ms(), 300);
-  EXPECT_LT(time.Ms(), 3000);
+  EXPECT_LT(time.AwakeMs(), 3000);
 }
 
 TEST_F(CloseWaitTest, WhatIsReleasedIsSilentMeanwhile) {
   link.Set(300);
   EXPECT_EQ(libzel_loop_start(*link.instance), 0);
   link.SendSome();
-  const ZelInstance instance = *link.instance;
   const OngoingCall release = link.Release();
-  EXPECT_TRUE(Eventually([&] { return libzel_loop_start(instance) == ZEL_E_HANDLE; }));
+  EXPECT_TRUE(link.AwaitRelease());
   EXPECT_TRUE(release.Await());
   EXPECT_EQ(link.instance->events.Numbers(), (EventNumbers{2, 1}));
 }
@@ -156,7 +168,7 @@ TEST_F(CloseWaitTest, TheEndOfTheLibraryWaitsForAllAtOnce) {
     const ElapsedTime time;
     EXPECT_EQ(libzel_destory(), 0);
     EXPECT_GE(time.Ms(), 1000);
-    EXPECT_LT(time.Ms(), 3000);
+    EXPECT_LT(time.AwakeMs(), 3000);
   });
 }
 

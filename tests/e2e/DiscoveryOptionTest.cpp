@@ -142,6 +142,9 @@ TEST_F(DiscoveryRetryTest, ByTheLetterAFailureEndsItForGood) {
     EXPECT_TRUE(log.Await("DEBUG", "Zel Scan Client End"));
     EXPECT_EQ(StateOfDiscovery().running, 0);
     EXPECT_STRNE(StateOfDiscovery().reason, "");
+    other.reset();
+    EXPECT_FALSE(Eventually([] { return StateOfDiscovery().running == 1; }, 500));
+    EXPECT_EQ(StateOfDiscovery().restarts, 0U);
   });
 }
 

@@ -183,8 +183,10 @@ TEST_F(SendFileEndsTest, AStrangersAnswerBeforeTheRightOneIsSkipped) {
 }
 
 TEST_F(SendFileEndsTest, ALateAnswerIsNotTakenForTheNextFiles) {
-  const FileDevice device([](const Bytes& message, size_t number) {
-    if (number == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1300));
+  const FileDevice device([this](const Bytes& message, size_t number) {
+    if (number == 0) {
+      EXPECT_TRUE(Eventually([&] { return seen_.Ends() == 1; }));
+    }
     return GoodFileAnswer(message);
   });
   FileEventRecorder second;

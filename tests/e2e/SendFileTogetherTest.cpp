@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/CapturedLog.h"
 #include "support/Deadline.h"
 #include "support/ElapsedTime.h"
 #include "support/LibraryStart.h"
@@ -19,7 +20,7 @@
 namespace zeltest {
 namespace {
 
-// Answers each message after a while, or only once it is let.
+// Answers each message after a while.
 class SlowDevice {
  public:
   explicit SlowDevice(int pauseMs)
@@ -35,8 +36,10 @@ class SendFileTogetherTest : public testing::Test {
  protected:
   static void SetUpTestSuite() { ASSERT_EQ(StartLibrary().result, 0); }
 
+  static constexpr int kAnswerMs = 900;  // the library waits for an answer a little longer
   const Deadline deadline_{100};
   const SentFile file_{20000};
+  const SentFile small_{100};
 };
 
 TEST_F(SendFileTogetherTest, WithOneWorkerFilesGoOneAfterTheOther) {
@@ -52,13 +55,18 @@ TEST_F(SendFileTogetherTest, WithOneWorkerFilesGoOneAfterTheOther) {
 
 TEST_F(SendFileTogetherTest, WithMoreWorkersASlowDeviceHoldsUpNoQuickOne) {
   const OptionSet workers(LIBZELX_FILE_WORKERS, 4);
-  const SlowDevice slow(300);
-  const FileDevice quick[3];
   FileEventRecorder seen;
+  const FileDevice slow([&](const Bytes& message, size_t number) {
+    if (number == 0) {
+      EXPECT_TRUE(seen.AwaitEnds(9, kAnswerMs));
+    }
+    return GoodFileAnswer(message);
+  });
+  const FileDevice quick[3];
   uint64_t slowest = 0;
-  ASSERT_EQ(SendFile(slow.device.Target(), file_.path(), seen, &slowest), 0);
+  ASSERT_EQ(SendFile(slow.Target(), small_.path(), seen, &slowest), 0);
   for (const FileDevice& device : quick) {
-    for (int i = 0; i < 3; ++i) ASSERT_EQ(SendFile(device.Target(), file_.path(), seen), 0);
+    for (int i = 0; i < 3; ++i) ASSERT_EQ(SendFile(device.Target(), small_.path(), seen), 0);
   }
   ASSERT_TRUE(seen.AwaitEnds(10));
   EXPECT_EQ(seen.EndEvents().back().ticket, slowest);
@@ -86,7 +94,7 @@ TEST_F(SendFileTogetherTest, EightWorkersSendToEightDevicesAtTheSameTime) {
   // Each answers its first message when all have got theirs.
   const auto reaction = [&asked](const Bytes& message, size_t number) {
     if (number == 0) ++asked;
-    EXPECT_TRUE(Eventually([&] { return asked >= 8; }, 900));
+    EXPECT_TRUE(Eventually([&] { return asked >= 8; }, kAnswerMs));
     return GoodFileAnswer(message);
   };
   std::vector<std::unique_ptr<FileDevice>> devices;
@@ -120,14 +128,24 @@ TEST_F(SendFileTogetherTest, NoMoreThanTheWorkersSendAtTheSameTime) {
 }
 
 TEST_F(SendFileTogetherTest, MoreWorkersComeWhileFilesWait) {
-  const SlowDevice slow(200);
-  const FileDevice quick;
   FileEventRecorder seen;
+  std::atomic<bool> isSet{false};
+  // The option counts from the next message on.
+  const FileDevice slow([&](const Bytes& message, size_t number) {
+    if (number == 0) {
+      EXPECT_TRUE(Eventually([&] { return isSet.load(); }, kAnswerMs));
+    } else if (number == 1) {
+      EXPECT_TRUE(seen.AwaitEnds(1, kAnswerMs));
+    }
+    return GoodFileAnswer(message);
+  });
+  const FileDevice quick;
   uint64_t slowest = 0;
-  ASSERT_EQ(SendFile(slow.device.Target(), file_.path(), seen, &slowest), 0);
-  ASSERT_EQ(SendFile(quick.Target(), file_.path(), seen), 0);
-  ASSERT_TRUE(slow.device.messages.Await(1));
+  ASSERT_EQ(SendFile(slow.Target(), small_.path(), seen, &slowest), 0);
+  ASSERT_EQ(SendFile(quick.Target(), small_.path(), seen), 0);
+  ASSERT_TRUE(slow.messages.Await(1));
   const OptionSet workers(LIBZELX_FILE_WORKERS, 2);
+  isSet = true;
   ASSERT_TRUE(seen.AwaitEnds(2));
   EXPECT_EQ(seen.EndEvents().back().ticket, slowest);
 }
@@ -335,8 +353,10 @@ TEST_F(DestroyedFilesTest, ItEndsAnAttemptToConnect) {
   ScriptedServer server;
   server.Stall();
   FileEventRecorder seen;
+  const CapturedLog log;
   ASSERT_EQ(SendFile({server.device(), 700}, file_.path(), seen), 0);
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));  // that it be in the middle, most of the time
+  ASSERT_TRUE(Eventually(
+      [&] { return log.HasStart("INFO", "tcpclient ready connect  HostName:" + server.host() + ","); }));
   const ElapsedTime time;
   DestroyLibrary();
   EXPECT_LT(time.AwakeMs(), 900);

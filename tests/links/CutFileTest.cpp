@@ -4,6 +4,7 @@
 #include <libzel/libzelx.h>
 
 #include "support/Deadline.h"
+#include "support/ElapsedTime.h"
 #include "support/LibraryStart.h"
 #include "support/SendingFile.h"
 
@@ -50,7 +51,12 @@ TEST_F(CutLinkTest, EndsTheFileAndLeavesTheNextOneAlone) {
 
 using SilentFileLinkTest = CutFileTest;
 
-TEST_F(SilentFileLinkTest, EndsTheFileAfterASecond) { ExpectNetwork(); }
+TEST_F(SilentFileLinkTest, EndsTheFileAfterASecond) {
+  const ElapsedTime time;
+  ExpectNetwork();
+  EXPECT_GE(time.Ms(), 900);
+  EXPECT_LT(time.AwakeMs(), 5000);
+}
 
 }  // namespace
 }  // namespace zeltest

@@ -66,7 +66,7 @@ int KeepAllBusy(const char* path) {
   return 0;
 }
 
-bool IsAllBusy() { return messages > 0 && answers > 0 && chunks > 1 && attempts > 10; }
+bool IsAllBusy() { return messages > 3 && answers > 3 && chunks > 3 && attempts > 20; }
 
 int StatusOf(const char* program, const char* path) {
   char* const arguments[] = {const_cast<char*>(program), const_cast<char*>("once"), const_cast<char*>(path),

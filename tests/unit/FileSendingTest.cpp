@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "support/BrokenFile.h"
+#include "support/ElapsedTime.h"
 #include "support/ScriptedServer.h"
 #include "support/TemporaryFolder.h"
 #include "zelclient/ZelCreateFactory.h"
@@ -155,8 +156,11 @@ TEST_F(FileSendingTest, AnAnswerWithNothingInItIsTheNetworks) {
 
 TEST_F(FileSendingTest, SilenceIsTheNetworksAfterASecond) {
   const auto sending = Make("content");
+  const zeltest::ElapsedTime time;
   sending->Step();
   EXPECT_EQ(Result(), ZEL_E_FILE_TRANSFER);
+  EXPECT_GE(time.Ms(), 900);
+  EXPECT_LT(time.AwakeMs(), 5000);
 }
 
 TEST_F(FileSendingTest, TheTimeEndsAWaitForAnAnswer) {
@@ -239,7 +243,7 @@ TEST_F(FileSendingTest, WhatADeviceSaysByItselfDoesNotDelayIt) {
   for (int i = 0; i < 3000; ++i) EXPECT_TRUE(peer_.Send(unasked));
   std::thread step([&] { sending->Step(); });
   const zeltest::Request request = peer_.ReadRequest();
-  for (int i = 0; i < 50; ++i) {
+  for (int i = 0; i < 10; ++i) {
     EXPECT_TRUE(peer_.Send(unasked));
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }

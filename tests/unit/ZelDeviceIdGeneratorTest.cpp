@@ -163,5 +163,20 @@ TEST(AdapterTableTest, ARepeatedHardwareAddressOverwritesInPlace) {
   EXPECT_EQ(table[1].name, "second");
 }
 
+TEST(AdapterTableTest, AllMeansAlsoThoseThatShareAHardwareAddressOrHaveNone) {
+  const std::vector<platform::Adapter> adapters = {{6, {1}, "first", "10.0.0.1"},
+                                                   {6, {1}, "second", "10.0.0.2"},
+                                                   {1, {}, "third", "10.0.0.3"},
+                                                   {1, {}, "fourth", "10.0.0.4"},
+                                                   {6, {2}, "down", "0.0.0.0"}};
+  const AdapterTable table =
+      CZelDeviceIdGenerator::MakeAdapterTable(adapters, CZelDeviceIdGenerator::Adapters::kAll);
+  ASSERT_EQ(table.size(), 4U);
+  EXPECT_EQ(table[0].name, "first");
+  EXPECT_EQ(table[1].name, "second");
+  EXPECT_EQ(table[2].name, "third");
+  EXPECT_EQ(table[3].name, "fourth");
+}
+
 }  // namespace
 }  // namespace libzel
