@@ -91,7 +91,8 @@ typedef enum libzelx_Option {
   LIBZELX_MAX_ROUTES = 5,
   /** Process: 0 | 1 discovery never changes the route of a pinned or connected identifier; 0 or 1. */
   LIBZELX_KEEP_ROUTES = 6,
-  /** Process: 0 | 0; 1: also adapters that share a hardware address, or have none; 0 or 1. */
+  /** Process: 0 | 0; 1: also adapters that share a hardware address, or have none, and with a description file,
+   * too; 0 or 1. */
   LIBZELX_ALL_ADAPTERS = 7,
   /** Process: 0 never | 5000 after a failure discovery starts again, adapters read anew. */
   LIBZELX_DISCOVERY_RETRY_MS = 8,
