@@ -65,10 +65,11 @@ def check_site(site):
     yield from () if count > 100 else [f"only {count} links in {site}: that is no site"]
 
 
-def headings(text):
-    """The fragments of a Markdown file's headings, as code hosts make them."""
-    for line in re.findall(r"^#+ +(.*?)(?: *\{#\w+\})?$", text, re.MULTILINE):
+def places(text):
+    """The fragments of a Markdown file: of its headings, as code hosts make them, and those that it names itself."""
+    for line in re.findall(r"^#+ +(.*)$", text, re.MULTILINE):
         yield re.sub(r"[^\w\- ]", "", line.lower()).replace(" ", "-")
+    yield from re.findall(r'<a id="(\w+)"></a>', text)
 
 
 def check_markdown(tree, files):
@@ -76,15 +77,15 @@ def check_markdown(tree, files):
         text = path.read_text(encoding="utf-8")
         prose = re.sub(r"^```.*?^```", "", text, flags=re.MULTILINE | re.DOTALL)
         for link in re.findall(r"\[[^\]]*\]\(([^)\s]+)\)", prose):
-            if is_foreign(link) or (path.parent == tree / "docs" and link.endswith(".html")):
-                continue  # those of the site have been looked at there
+            if is_foreign(link):
+                continue
             parts = urllib.parse.urlsplit(link)
             target = (path.parent / parts.path).resolve() if parts.path else path
             where = path.relative_to(tree)
             if not target.exists():
                 yield f"{where}: {link}: no such file"
-            elif parts.fragment and parts.fragment not in headings(target.read_text(encoding="utf-8")):
-                yield f"{where}: {link}: no such heading"
+            elif parts.fragment and parts.fragment not in places(target.read_text(encoding="utf-8")):
+                yield f"{where}: {link}: no such place"
 
 
 def main():

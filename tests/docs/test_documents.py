@@ -10,6 +10,9 @@ import sys
 import pytest
 
 TREE = pathlib.Path(__file__).resolve().parents[2]
+PAGES = sorted((TREE / "docs").rglob("*.md"))
+MARKDOWN = PAGES + [path for pattern in ("*.md", "bench/*.md", "python/*.md", "tests/**/*.md", "tools/**/*.md")
+                    for path in sorted(TREE.glob(pattern))]
 sys.path.insert(0, str(TREE / "tests" / "wireshark"))
 
 from capture import answer, inner, message, outer, record, request  # noqa: E402
@@ -61,13 +64,13 @@ def test_every_option_has_a_row_and_its_danger_leads_there():
     header = (TREE / "include" / "libzel" / "libzelx.h").read_text(encoding="utf-8")
     options = re.findall(r"^  LIBZELX_(\w+) = \d+", header, re.MULTILINE)
     assert len(options) >= 20
-    rows = re.findall(r"^\| \\anchor opt_(\w+) `(\w+)` \| .*? \| .*? \| (.*?) \|$", page("beyond"), re.MULTILINE)
+    rows = re.findall(r'^\| <a id="opt_(\w+)"></a>`(\w+)` \| .*? \| .*? \| (.*?) \|$', page("beyond"), re.MULTILINE)
     assert [(anchor, name) for anchor, name, _ in rows] == [(name.lower(), name) for name in options]
     dangers = page("oddities")
     for anchor, _, danger in rows:
         if danger != "-":
-            assert f"\\ref opt_{anchor} " in dangers
-            assert f"\\anchor {danger.split()[1]} " in dangers
+            assert f"](beyond.md#opt_{anchor})" in dangers
+            assert f'<a id="{re.search(r"#(danger_.*)[)]", danger)[1]}"></a>' in dangers
 
 
 def test_every_command_of_the_tool_is_described():
@@ -97,15 +100,28 @@ def test_shown_frames_are_right():
     assert outer(1, 600, 23) == next(shown_frames())[:8]
 
 
-@pytest.mark.parametrize("path", sorted((TREE / "docs").rglob("*.md")), ids=lambda path: path.stem)
-def test_included_programs_exist(path):
-    folders = ("python/examples",) if path.stem == "python" else ("docs/examples", "examples")
-    for name in re.findall(r"^\\(?:verb)?include (\S+)", path.read_text(encoding="utf-8"), re.MULTILINE):
-        assert sum((TREE / folder / name).exists() for folder in folders) == 1, name
+def prose(path):
+    """A page without its code."""
+    text = re.sub(r"^```.*?^```$", "", path.read_text(encoding="utf-8"), flags=re.MULTILINE | re.DOTALL)
+    return re.sub(r"`[^`]+`", "`code`", text)
 
 
-def test_every_program_of_the_documents_is_on_a_page():
-    pages = "".join(path.read_text(encoding="utf-8") for path in (TREE / "docs").rglob("*.md"))
+@pytest.mark.parametrize("path", MARKDOWN, ids=lambda path: str(path.relative_to(TREE)))
+def test_page_is_plain_markdown(path):
+    """What a forge would show as it stands: commands and labels of the site's builder, its tags for bold text."""
+    assert re.findall(r"\\[a-z]+\b|[\\@](?:ref|anchor|subpage|include)|\{#|</?b>|\[TOC\]", prose(path)) == []
+
+
+@pytest.mark.parametrize("path", PAGES, ids=lambda path: str(path.relative_to(TREE)))
+def test_page_is_reached_from_the_one_above(path):
+    above = TREE / "docs" / ("index.md" if path.parent.name == "docs" else path.parent.name + ".md")
+    assert path == above or f"]({os.path.relpath(path, above.parent)})" in above.read_text(encoding="utf-8")
+
+
+def test_every_program_of_the_documents_is_shown_on_a_page():
+    shown = [(path.parent / program).resolve() for path in PAGES
+             for program in re.findall(r"^\[[^\]]+\]\((\S+\.(?:c|cpp|py))\)$", path.read_text(encoding="utf-8"), re.MULTILINE)]
+    assert [program for program in shown if not program.exists()] == []
     programs = sorted((TREE / "docs" / "examples").glob("*.c"))
     assert len(programs) > 5
-    assert [program.name for program in programs if f"\\include {program.name}\n" not in pages] == []
+    assert [program.name for program in programs if program not in shown] == []

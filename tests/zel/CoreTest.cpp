@@ -74,7 +74,7 @@ TEST(TextTest, WrapsAtWords) {
 TEST(ErrorPageTest, ReadsRowsAndNothingElse) {
   const auto entries = ReadErrorPage(
       "| Code | Name and text | Cause | Cure |\n|---:|---|---|---|\n"
-      "| 4108<br>0x100C | `ZEL_E_A`, `ZEL_E_B`<br>\"text\" | Some `cause`. | Look (\\ref wire). |\n"
+      "| 4108<br>0x100C | `ZEL_E_A`, `ZEL_E_B`<br>\"text\" | Some `cause`. | Look ([there](wire.md#x)). |\n"
       "| 3<br>0x0003 | \"no name\" | x | y |\nwords\n");
   ASSERT_EQ(entries.size(), 2U);
   EXPECT_EQ(entries[0].code, 4108);

@@ -32,14 +32,14 @@ std::vector<std::string> Names(const std::string& cell) {
   return names;
 }
 
-// Without backticks and " (\\ref ...)".
+// Without backticks and " ([...](...))".
 std::string Plain(const std::string& cell) {
   std::string text;
   for (size_t i = 0; i < cell.size(); ++i) {
-    if (cell.compare(i, 7, " (\\ref ") == 0) {
-      const size_t end = cell.find(')', i);
+    if (cell.compare(i, 3, " ([") == 0) {
+      const size_t end = cell.find("))", i);
       if (end == std::string::npos) break;
-      i = end;
+      i = end + 1;
     } else if (cell[i] != '`') {
       text += cell[i];
     }

@@ -12,7 +12,7 @@
 
 namespace zel {
 
-/// Options that are a number, or 0 and 1. \ref beyond_options_page tells what each does.
+/// Options that are a number, or 0 and 1. \ref beyond tells what each does.
 enum class Option : int32_t {
   kDiscovery = LIBZELX_DISCOVERY,                  ///< of the process, before the first Library
   kCheckXml = LIBZELX_CHECK_XML,                   ///< of the process, before the first Library
