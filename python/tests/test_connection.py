@@ -20,6 +20,12 @@ def test_answer_by_hand_is_whole_otherwise(connection):
     assert len(connection.receive(timeout=20)) == 1048576
 
 
+@pytest.mark.parametrize("data", [b"a\0b", b"\0", bytes(5000)], ids=["inside", "alone", "many"])
+def test_request_by_hand_carries_its_nuls_and_nothing_else(connection, data):
+    connection.send(600, data)
+    assert connection.receive(timeout=5) == data
+
+
 def test_what_does_not_fit_is_refused(connection):
     for call in (lambda: connection.send(600, bytes(10485760)), lambda: connection.publish("t", bytes(10485760))):
         with pytest.raises(zel.ZelError) as raised:
@@ -64,6 +70,21 @@ def test_subscription_is_an_iterator(connection):
     with pytest.raises(zel.ZelError) as raised:
         connection.unsubscribe("a")
     assert raised.value.code == zel.ErrorCode.TOPIC
+
+
+@pytest.mark.parametrize("timeout", [-1, float("nan")])
+def test_negative_wait_for_messages_is_refused(connection, timeout):
+    with pytest.raises(ValueError):
+        connection.messages("a", timeout=timeout)
+    with connection.messages("a") as messages, pytest.raises(ValueError):
+        messages.get(timeout=timeout)
+
+
+@pytest.mark.parametrize("timeout", [1e300, float("inf")])
+def test_wait_for_messages_may_be_endless(connection, timeout):
+    with connection.messages("a") as messages:
+        connection.publish("a", b"1")
+        assert messages.get(timeout=timeout) == zel.Message("a", b"1")
 
 
 def test_iteration_ends_when_nothing_comes(connection):

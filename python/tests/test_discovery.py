@@ -29,6 +29,12 @@ def test_there_is_one_scan_at_a_time():
     zel.scan().close()
 
 
+def test_scan_of_a_negative_time_is_refused_and_hinders_no_other():
+    with pytest.raises(ValueError):
+        zel.scan(timeout=-1)
+    zel.scan(timeout=0).close()
+
+
 def test_host_tells_and_takes_its_identifier(device):
     assert zel.DeviceId.of(HOST, timeout=5) == device
     other = zel.DeviceId.parse("1.2.3.4.5.6")

@@ -99,6 +99,14 @@ def test_shrinking_file_is_told_of(device, lab):
     assert raised.value.code == zel.ErrorCode.FILE_CHANGED
 
 
+def test_negative_wait_is_refused_and_an_endless_one_is_not(device, lab):
+    write(lab / "waited", 8192)
+    transfer = zel.send_file(device, PORT, lab / "waited", "waited.stored")
+    with pytest.raises(ValueError):
+        transfer.wait(-1)
+    transfer.wait(float("inf"))
+
+
 def test_cancel_ends_it(device, lab):
     write(lab / "cancelled", 400 * 8192)
     transfers = [zel.send_file(device, PORT, lab / "cancelled", f"cancelled{i}.stored") for i in range(3)]

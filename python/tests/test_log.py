@@ -42,7 +42,7 @@ def logger(lines, request):
     made.propagate = False
     made.addHandler(lines)
     yield made
-    zel.init()
+    zel.init(log=logging.getLogger("zel"))
 
 
 @pytest.fixture
@@ -126,6 +126,66 @@ def test_level_can_be_given(logger, lines, nobody):
     zel.Connection(NOBODY, timeout=0.1).close()
     assert lines.messages()[0] == "topic:b no subscribe"
     assert logging.DEBUG in {record.levelno for record in lines.records}
+
+
+def test_later_options_leave_the_log_where_it_is(logger, lines, nobody):
+    zel.init(log=logger)
+    zel.init(options={zel.Option.FILE_TOTAL_MS: zel.get_option(zel.Option.FILE_TOTAL_MS)})
+    zel.init()
+    log_an_error(nobody)
+    assert "topic:a no subscribe" in lines.messages()
+
+
+def test_later_level_leaves_the_log_where_it_is(logger, lines, nobody):
+    zel.init(log=logger)
+    zel.init(level=logging.CRITICAL)
+    log_an_error(nobody, "unheard")
+    zel.init(level=logging.ERROR)
+    log_an_error(nobody, "heard")
+    assert lines.messages() == ["topic:heard no subscribe"]
+
+
+def test_refused_options_leave_the_log_where_it_is(logger, lines, nobody):
+    zel.init(log=logger)
+    with pytest.raises(zel.ZelError):
+        zel.init(log=None, protect=False)
+    log_an_error(nobody)
+    assert "topic:a no subscribe" in lines.messages()
+
+
+# As when one thread chooses a log while another sets the library up.
+@pytest.mark.parametrize("log", [zel.STDOUT, None, logging.getLogger("zel")])
+def test_log_is_chosen_while_somebody_sets_the_library_up(log):
+    zel.version()
+    chooser = threading.Thread(target=zel._log.choose_log, args=[log, logging.CRITICAL], daemon=True)
+    with zel._library.setup_lock:
+        chooser.start()
+        chooser.join(PATIENCE)
+        assert not chooser.is_alive()
+    zel.init(log=logging.getLogger("zel"))
+
+
+def test_threads_may_choose_and_set_up_at_the_same_time():
+    done = run(
+        """
+import threading, zel
+ready = threading.Barrier(3)
+def choose():
+    ready.wait()
+    for _ in range(50):
+        zel.init(log=None)
+        zel.init(log=zel.STDOUT, level=100)
+def begin():
+    ready.wait()
+    zel.discovery()
+threads = [threading.Thread(target=target) for target in (choose, choose, begin)]
+for thread in threads:
+    thread.start()
+for thread in threads:
+    thread.join()
+"""
+    )
+    assert (done.returncode, done.stderr) == (0, "")
 
 
 @pytest.mark.parametrize("wrong", ["zel", sys.stdout, 3])

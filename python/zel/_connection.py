@@ -4,7 +4,6 @@ from __future__ import annotations
 
 import ctypes
 import enum
-import time
 import weakref
 from dataclasses import dataclass
 from types import TracebackType
@@ -20,6 +19,7 @@ from ._library import (
     TopicFunction,
     at_exit,
     callback_scope,
+    end_of,
     milliseconds,
     refuse_in_callback,
     started,
@@ -211,9 +211,10 @@ class Connection:
         self, port: int, data: BytesLike = b"", *, group: int = 0, offset: int = 0, timeout: float = 1.0
     ) -> None:
         """Sends a request without waiting for its answer."""
-        raw = fill(port, data, group, offset, timeout)
+        given = payload(data)
+        raw = fill(port, given, group, offset, timeout)
         sent = self._library.libzel_sync_send(
-            self._handle, port, group, offset, raw.data, raw.length, raw.timeoutMs
+            self._handle, port, group, offset, given, len(given), raw.timeoutMs
         )
         if sent <= 0:
             raise self._error(self._library.libzel_get_errno() or ErrorCode.DISCONNECTED)
@@ -309,6 +310,7 @@ class Subscription:
     """An iterator over the messages of some topics. In a `with` it unsubscribes them at the end."""
 
     def __init__(self, connection: Connection, topics: Sequence[str], timeout: Optional[float]) -> None:
+        end_of(timeout)  # refuses what is none
         self._connection = connection
         self._timeout = timeout
         self._inbox: Inbox[Message] = Inbox()
@@ -329,7 +331,7 @@ class Subscription:
 
     def get(self, timeout: Optional[float] = None) -> Optional[Message]:
         """The next message; None when none came in time, or the subscription or the connection was closed."""
-        return self._inbox.get(None if timeout is None else time.monotonic() + timeout)
+        return self._inbox.get(end_of(timeout))
 
     def close(self) -> None:
         """Ends the subscriptions. Again does nothing."""

@@ -17,9 +17,11 @@ from ._library import (
     RawFileEvent,
     Targets,
     callback_scope,
+    end_of,
     refuse_in_callback,
     started,
     unsigned,
+    wait_for,
 )
 
 _STOP = -1
@@ -88,7 +90,7 @@ class FileTransfer:
         """Waits for the end. Raises what the progress callback raised, ZelDeviceError when the device refused, ZelError
         for another end than all sent, or TimeoutError when it goes on after this time."""
         refuse_in_callback("waiting for a transfer")
-        if not self._over.wait(timeout):
+        if not wait_for(self._over, end_of(timeout)):
             raise TimeoutError("the transfer goes on")
         failure = self._raised or self._failure
         if failure is not None:

@@ -171,6 +171,8 @@ _at_end: List[Callable[[], None]] = []
 def load() -> ctypes.CDLL:
     """The library, not necessarily set up. OSError when it cannot be found."""
     global _loaded
+    if _loaded is not None:
+        return _loaded  # without the lock, which somebody may hold who waits for the caller's own
     with setup_lock:
         if _loaded is None:
             name = os.environ.get("ZEL_LIBRARY") or ("libzel.dll" if sys.platform == "win32" else "libzel.so.0")
@@ -226,7 +228,8 @@ def at_end(function: Callable[[], None]) -> None:
 def _finish() -> None:
     # The library's threads must not call into an interpreter that is going away. Each is done whatever another raises.
     with ExitStack() as last_to_first:
-        for function in [*_at_exit, load().libzel_destory, *_at_end][::-1]:
+        functions: List[Callable[[], Any]] = [*_at_exit, load().libzel_destory, *_at_end]
+        for function in reversed(functions):
             last_to_first.callback(function)
 
 
@@ -237,10 +240,19 @@ def version() -> str:
     return ".".join(str(number.value) for number in numbers)
 
 
-def milliseconds(seconds: float) -> int:
+def _time_out(seconds: float) -> float:
     if not seconds >= 0:
         raise ValueError(f"not a time-out: {seconds}")
-    return int(min(seconds * 1000, 0x7FFFFFFF))
+    return seconds
+
+
+def milliseconds(seconds: float) -> int:
+    return int(min(_time_out(seconds) * 1000, 0x7FFFFFFF))
+
+
+def end_of(timeout: Optional[float]) -> Optional[float]:
+    """When a time-out that begins now is over, of time.monotonic(). None is never."""
+    return None if timeout is None else time.monotonic() + _time_out(timeout)
 
 
 def unsigned(name: str, number: int, most: int = 0xFFFFFFFF) -> int:
@@ -250,11 +262,24 @@ def unsigned(name: str, number: int, most: int = 0xFFFFFFFF) -> int:
     return number
 
 
+# A wait for a lock takes no longer time, and on Windows Ctrl-C does not end one.
+_LONGEST_WAIT = 0.1 if sys.platform == "win32" else 86400.0
+
+
+def _slice_until(end: Optional[float]) -> float:
+    return _LONGEST_WAIT if end is None else min(_LONGEST_WAIT, max(0.0, end - time.monotonic()))
+
+
+def wait_for(event: threading.Event, end: Optional[float]) -> bool:
+    """Waits for an event until the end, of time.monotonic(); False when it has not come."""
+    while not event.wait(_slice_until(end)):
+        if end is not None and time.monotonic() >= end:
+            return False
+    return True
+
+
 class Inbox(Generic[Item]):
     """Items from one thread to another, until it is closed."""
-
-    # On Windows Ctrl-C does not end a wait for a lock.
-    _LONGEST_WAIT = 0.5 if sys.platform == "win32" else None
 
     def __init__(self) -> None:
         self._queue: queue.SimpleQueue[Optional[Item]] = queue.SimpleQueue()
@@ -269,9 +294,8 @@ class Inbox(Generic[Item]):
     def get(self, end: Optional[float]) -> Optional[Item]:
         """The next item; None at the end, of time.monotonic(), or when there are none and it is closed."""
         while True:
-            waits = [self._LONGEST_WAIT, None if end is None else max(0.0, end - time.monotonic())]
             try:
-                item = self._queue.get(timeout=min((wait for wait in waits if wait is not None), default=None))
+                item = self._queue.get(timeout=_slice_until(end))
             except queue.Empty:
                 if end is not None and time.monotonic() >= end:
                     return None
@@ -301,9 +325,6 @@ class Targets:
 
     def remove(self, number: int) -> None:
         self._targets.pop(number, None)
-
-    def all(self) -> List[Any]:
-        return list(self._targets.values())
 
 
 _callbacks = threading.local()

@@ -23,6 +23,13 @@ STDOUT = Stdout()
 
 LogTarget = Union[logging.Logger, Stdout, None]
 
+
+class Unchanged:
+    """The type of what init() has for a log when none is given."""
+
+
+UNCHANGED = Unchanged()
+
 _TRACE = 5
 _LIBRARY_LEVELS = ((_TRACE, 0), (logging.DEBUG, 1), (logging.INFO, 2), (logging.WARNING, 4), (logging.ERROR, 8))
 _NOTHING = 0x7FFFFFFF
@@ -108,6 +115,7 @@ DEFAULT_LOG.addHandler(logging.NullHandler())
 
 _lock = threading.RLock()
 _pump: Optional[_Pump] = None
+_target: LogTarget = DEFAULT_LOG
 _is_chosen = False
 
 
@@ -122,15 +130,21 @@ def _on_line(
 
 
 _LINE = LogFunction(_on_line)
-_NOBODY = LogFunction()
+_NOBODY = LogFunction(0)
 
 
-def choose_log(log: LogTarget, level: Optional[int]) -> None:
-    global _pump, _is_chosen
-    if not (log is None or log is STDOUT or isinstance(log, logging.Logger)):
+def check_log(log: Union[LogTarget, Unchanged]) -> None:
+    if not (log is None or log is STDOUT or log is UNCHANGED or isinstance(log, logging.Logger)):
         raise TypeError(f"a log is a logging.Logger, zel.STDOUT or None, not {log!r}")
+
+
+def choose_log(given: Union[LogTarget, Unchanged], level: Optional[int]) -> None:
+    """Not under setup_lock: it waits for handlers, which may call what needs that."""
+    global _pump, _target, _is_chosen
     library = load()
     with _lock:
+        log = _target if isinstance(given, Unchanged) else given
+        _target = log
         earlier = _pump
         if isinstance(log, logging.Logger):
             library.libzelx_setLogLevel(_library_level(log.getEffectiveLevel() if level is None else level))
@@ -153,8 +167,9 @@ def _library_level(level: int) -> int:
 
 
 def _choose_default() -> None:
-    if not _is_chosen:
-        choose_log(DEFAULT_LOG, None)
+    with _lock:
+        if not _is_chosen:
+            choose_log(DEFAULT_LOG, None)
 
 
 def _detach() -> None:

@@ -4,14 +4,13 @@ from __future__ import annotations
 
 import ctypes
 import threading
-import time
 from dataclasses import dataclass
 from types import TracebackType
 from typing import Any, Callable, Iterator, Optional, Set, Tuple, Type
 
 from ._device import DeviceId
 from ._errors import check, error
-from ._library import Inbox, RawDiscovery, ScanFunction, at_exit, callback_scope, in_callback, started
+from ._library import Inbox, RawDiscovery, ScanFunction, at_exit, callback_scope, end_of, in_callback, started
 
 
 @dataclass(frozen=True)
@@ -99,7 +98,7 @@ def _on_device(raw: Any, user: Optional[int]) -> None:
 
 
 _SCAN = ScanFunction(_on_device)
-_NOBODY = ScanFunction()
+_NOBODY = ScanFunction(0)
 
 
 class Scan:
@@ -111,7 +110,7 @@ class Scan:
 
     def __init__(self, timeout: Optional[float] = None, callback: Optional[DeviceCallback] = None) -> None:
         global _active
-        self._end = None if timeout is None else time.monotonic() + timeout
+        self._end = end_of(timeout)
         self._callback = callback
         self._found: Inbox[Device] = Inbox()
         self._seen: Set[Tuple[str, str]] = set()
