@@ -123,6 +123,27 @@ TEST_F(FileTransferTest, TheEndIsNotTheDevicesWord) {
   EXPECT_TRUE(transfer.Wait(kLong).has_value());
 }
 
+TEST_F(FileTransferTest, AWaitMayBeAsLongAsATimeCanBe) {
+  (void)Write("patient", 20 * 8192);
+  auto transfer = zel::SendFile(TheDevice(), kPort, InLab("patient"), "patient.stored");
+  EXPECT_EQ(transfer.Wait((zel::Milliseconds::max)()), zel::Result());
+}
+
+TEST_F(FileTransferTest, AWaitNeedsNoTime) {
+  (void)Write("untimed", 20000);
+  auto transfer = zel::SendFile(TheDevice(), kPort, InLab("untimed"), "untimed.stored");
+  EXPECT_TRUE(transfer.Wait());
+  EXPECT_TRUE(transfer.IsOver());
+}
+
+TEST_F(FileTransferTest, ANegativeWaitIsRefused) {
+  (void)Write("impatient", 8192);
+  auto transfer = zel::SendFile(TheDevice(), 602, InLab("impatient"), "x");  // silent: it lasts
+  EXPECT_EQ(transfer.Wait(zel::Milliseconds(-1)), zel::Result(ZEL_E_PARAM));
+  EXPECT_EQ(transfer.Wait(zel::Milliseconds(0)), std::nullopt);
+  EXPECT_EQ(transfer.Wait().Code(), ZEL_E_FILE_TRANSFER);
+}
+
 TEST_F(FileTransferTest, AFileThatShrinksIsToldOf) {
   (void)Write("shrinking", 50000);
   auto transfer = zel::SendFile(TheDevice(), kPort, InLab("shrinking"), "shrinking.stored",

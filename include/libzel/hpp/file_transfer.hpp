@@ -4,6 +4,8 @@
 
 #include <libzel/hpp/device_id.hpp>
 
+#include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -58,8 +60,15 @@ class Transfer {
   }
 
   std::optional<Result> Await(Milliseconds timeout) {
+    if (IsNegative(timeout)) return Result(ZEL_E_PARAM);
+    constexpr Milliseconds kMost = std::chrono::hours(24 * 365);  // the clock's own range is near
     std::unique_lock<std::mutex> lock(mutex_);
-    if (!ended_.wait_for(lock, timeout, [this] { return isOver_; })) return {};
+    if (!ended_.wait_for(lock, (std::min)(timeout, kMost), [this] { return isOver_; })) return {};
+    return result_;
+  }
+  Result Await() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    ended_.wait(lock, [this] { return isOver_; });
     return result_;
   }
   bool IsOver() const {
@@ -138,11 +147,13 @@ class FileTransfer {
   uint64_t Number() const { return transfer_->Ticket(); }
   /// True when it has ended, and its callback is not called any more.
   bool IsOver() const { return transfer_->IsOver(); }
-  /// How it ended; empty when it goes on after this time. Not for use in a transfer's callback.
+  /// Waits for the end, and tells how it ended. Not for use in a transfer's callback.
   /// 0: the device has taken all. kErrorCancelled: stopped by the callback, by Cancel, or by the end of the
   /// library. ZEL_E_FILE_OPEN: no file that can be sent. LIBZELX_E_FILE_CHANGED: it became shorter.
   /// ZEL_E_FILE_READ. ZEL_E_FILE_TRANSFER: the network. ZEL_E_TIMEOUT: LIBZELX_FILE_TOTAL_MS were over.
   /// ZEL_E_PARAM: a remote path of 256 bytes or more. Else the device's own error word.
+  Result Wait() { return transfer_->Await(); }
+  /// As above; empty when it goes on after this time. ZEL_E_PARAM is a negative one, too.
   std::optional<Result> Wait(Milliseconds timeout) { return transfer_->Await(timeout); }
   /// The device's own error word when that was the end, else 0.
   uint32_t DeviceError() const { return transfer_->DeviceError(); }

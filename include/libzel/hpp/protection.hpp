@@ -14,8 +14,8 @@ namespace zel {
 
 /// Options that are a number, or 0 and 1. \ref beyond tells what each does.
 enum class Option : int32_t {
-  kDiscovery = LIBZELX_DISCOVERY,                  ///< of the process, before the first Library
-  kCheckXml = LIBZELX_CHECK_XML,                   ///< of the process, before the first Library
+  kDiscovery = LIBZELX_DISCOVERY,                  ///< of the process, in the first Library's Options only
+  kCheckXml = LIBZELX_CHECK_XML,                   ///< of the process, in the first Library's Options only
   kDropBadAnswers = LIBZELX_DROP_BAD_ANSWERS,      ///< of the process
   kCheckSender = LIBZELX_CHECK_SENDER,             ///< of the process
   kMaxRoutes = LIBZELX_MAX_ROUTES,                 ///< of the process
