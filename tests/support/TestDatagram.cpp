@@ -50,15 +50,14 @@ sockaddr_in AddressOf(const std::string& host, uint16_t port) {
 
 }  // namespace
 
-TestDatagram::TestDatagram(const std::string& host, uint16_t port) {
+TestDatagram::TestDatagram(const std::string& host, uint16_t port, int patienceMs) {
   StartSockets();
   handle_ = static_cast<intptr_t>(socket(AF_INET, SOCK_DGRAM, 0));
   const sockaddr_in address = AddressOf(host, port);
   const auto isBound = [&] {
     return bind(Of(handle_), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
   };
-  // A process of an earlier test may be on its way out, and have the port until it is gone.
-  if (handle_ == -1 || !Eventually(isBound, port != 0 ? 3000 : 0)) {
+  if (handle_ == -1 || !Eventually(isBound, port != 0 ? patienceMs : 0)) {
     if (handle_ != -1) CloseHandleOf(Of(handle_));
     throw std::runtime_error("no datagram socket on " + host);
   }

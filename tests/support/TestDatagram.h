@@ -19,8 +19,11 @@ struct Datagram {
 
 class TestDatagram {
  public:
-  // Port 0 takes a free one. Throws std::runtime_error when the system refuses.
-  TestDatagram(const std::string& host, uint16_t port);
+  // A process of an earlier test may be on its way out, and have the port until it is gone.
+  static constexpr int kPortPatienceMs = 20000;
+
+  // Port 0 takes a free one; another is waited for. Throws std::runtime_error when the system refuses.
+  TestDatagram(const std::string& host, uint16_t port, int patienceMs = kPortPatienceMs);
   ~TestDatagram();
   TestDatagram(const TestDatagram&) = delete;
   TestDatagram& operator=(const TestDatagram&) = delete;
