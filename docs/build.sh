@@ -25,4 +25,6 @@ doxygen -w html header.html footer.html style.css
 sed -i '/<\/head>/e cat "$OLDPWD/docs/head.html"' header.html
 cd "$OLDPWD"
 doxygen docs/Doxyfile
+rm "$ZEL_DOCS_OUT"/html/search/*_*.{js,html} # the lists of names that docs/search.js stands in for
+python3 -B docs/words.py "$ZEL_DOCS_OUT/html"
 echo "$ZEL_DOCS_OUT/html/index.html"
