@@ -43,6 +43,9 @@ rowCount=$(wc -l <quiet.rows)
   exit 1
 }
 
+# The scale ends at the power of 2 that has all bars.
+reach=$(awk -F ';' '{ far = $4 > 1 ? $4 : 1 / $4; while (reach < far) reach = reach ? 2 * reach : 2 } END { print reach }' quiet.rows)
+
 gnuplot <<GNUPLOT
 set datafile separator ';'
 set style fill solid noborder
@@ -56,8 +59,8 @@ set output 'relative.svg'
 set title 'Speed against a raw program (more is better)'
 set yrange [$rowCount - 0.4:-0.6]
 set logscale x 2
-set xrange [0.125:8]
-set xtics (0.125, 0.25, 0.5, 1, 2, 4, 8)
+set xrange [1.0 / $reach:$reach]
+set xtics ('1/16' 0.0625, '1/8' 0.125, '1/4' 0.25, '1/2' 0.5, 1, 2, 4, 8, 16)
 set grid xtics lc '#dddddd'
 set key off
 set arrow from 1, graph 0 to 1, graph 1 nohead lw 2 lc '#444444' back
@@ -74,7 +77,7 @@ set style histogram clustered gap 1
 set boxwidth 0.9
 set xrange [-0.6:$(wc -l <round_trip.rows) - 0.4]
 set yrange [0:*]
-set key on top left
+set key on outside top center horizontal
 set ylabel 'us, less is better'
 set output 'round_trip.svg'
 set title 'Request and answer, by payload'
@@ -84,12 +87,10 @@ set output 'distance.svg'
 set title 'Requests on one connection, by the way there and back'
 set ylabel 'thousand/s, more is better'
 set xrange [-0.6:$(wc -l <distance.rows) - 0.4]
-set key top right
 plot 'distance.rows' using 3:xtic(1) lc rgb raw title 'one thread', '' using 2 lc rgb quiet title 'eight threads'
 
 set output 'publish.svg'
 set ylabel 'us, less is better'
-set key top left
 set title 'Publishing one message, by size'
 set xrange [-0.6:$(wc -l <publish.rows) - 0.4]
 set logscale y
