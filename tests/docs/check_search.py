@@ -16,6 +16,7 @@ WANTED = {
     "0x2001": "errors.html#errors__raised_by_the_library",
     "powershell": "windows.html#windows__the_firewall",
     "fork": "threads.html#threads__forking",
+    "sigterm": "host.html#host__services",
     "libzelx_flush": "beyond.html#beyond__publishing",
 }
 
@@ -26,8 +27,8 @@ def read_index(site):
 
 
 def words_of(markdown):
-    """The words that a reader sees, without links' targets, tags, programs and the numbers of lists."""
-    text = re.sub(r"^```.*?^```$|\]\([^)]*\)|<[^>\n]*>|&\w+;|^ *\d+\. ", " ", markdown, flags=re.MULTILINE | re.DOTALL)
+    """The words that a reader sees, without pictures, links' targets, tags, programs and the numbers of lists."""
+    text = re.sub(r"^```.*?^```$|!\[[^\]]*\]\([^)]*\)|\]\([^)]*\)|<[^>\n]*>|&\w+;|^ *\d+\. ", " ", markdown, flags=re.MULTILINE | re.DOTALL)
     return set(re.findall(r"\w+", text.lower()))
 
 
