@@ -1,12 +1,12 @@
 # zel_add_lab_test(NAME name COMMAND program [argument...] [SIM "HOST ARGS"...] [LOCAL "HOST PREFIX"...] [HOSTS n]
-#                  [SECOND_INTERFACE] [NO_DEFAULT_ROUTE] [LINK rate] [RELAY conduct] [TIMEOUT seconds]
+#                  [SECOND_INTERFACE] [NO_DEFAULT_ROUTE] [NAME_SERVER] [LINK rate] [RELAY conduct] [TIMEOUT seconds]
 #                  [EXPECT option...] [CONFIGURATIONS name...])
 #
 # Adds a test that runs in a lab of its own (tests/lab/lab.sh says what the options mean), under Wine when the program is
 # one for Windows. `program` may be a target. What the program says and leaves behind is looked at as the options of
 # tests/lab/expect.sh say. With CONFIGURATIONS it runs only when ctest is told one of them (-C).
 function(zel_add_lab_test)
-  cmake_parse_arguments(PARSE_ARGV 0 LAB "SECOND_INTERFACE;NO_DEFAULT_ROUTE" "NAME;HOSTS;LINK;RELAY;TIMEOUT"
+  cmake_parse_arguments(PARSE_ARGV 0 LAB "SECOND_INTERFACE;NO_DEFAULT_ROUTE;NAME_SERVER" "NAME;HOSTS;LINK;RELAY;TIMEOUT"
     "COMMAND;SIM;LOCAL;EXPECT;CONFIGURATIONS")
   set(options)
   if(DEFINED LAB_HOSTS)
@@ -17,6 +17,9 @@ function(zel_add_lab_test)
   endif()
   if(LAB_NO_DEFAULT_ROUTE)
     list(APPEND options --no-default-route)
+  endif()
+  if(LAB_NAME_SERVER)
+    list(APPEND options --name-server)
   endif()
   if(LAB_LINK)
     list(APPEND options --link ${LAB_LINK})

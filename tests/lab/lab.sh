@@ -9,6 +9,7 @@
 #   --second-interface   a second interface for every host, on a second network: 10.77.1.1, 10.77.1.2 and so on.
 #   --local "HOST PREFIX"  makes every address of a prefix, 10.78.0.0/16 say, one of a host's. Repeatable.
 #   --no-default-route   no host has a way out of its networks, as in a plant.
+#   --name-server        names are asked for at 127.0.0.1, where a test may answer.
 #   --link "[HOST ]RATE" the link of a host, 0 (the command's own) when none is named, carries no more than a rate as tc
 #                        writes it (10mbit) in each direction, and every host sends segments of their real size.
 #                        Repeatable.
@@ -54,13 +55,14 @@ add_relay() {
 }
 
 parse() {
-  hosts=1 interfaces=1 wine=no sims=() locals=() links=() routed=yes relay=no
+  hosts=1 interfaces=1 wine=no sims=() locals=() links=() routed=yes relay=no nameServer=no
   while [ $# -gt 0 ]; do
     case $1 in
       --hosts) hosts=$2; shift 2 ;;
       --second-interface) interfaces=2; shift ;;
       --local) locals+=("$2"); shift 2 ;;
       --no-default-route) routed=no; shift ;;
+      --name-server) nameServer=yes; shift ;;
       --link) links+=("$2"); shift 2 ;;
       --relay) add_relay "$2"; shift 2 ;;
       --sim) sims+=("$2"); shift 2 ;;
@@ -111,6 +113,12 @@ in_host() {
   if [ "$host" = 0 ]; then "$@"; else nsenter --net="/run/netns/device$host" -- "$@"; fi
 }
 
+own_name_server() {
+  printf 'nameserver 127.0.0.1\noptions attempts:1\n' >"$ZEL_LAB/resolv.conf"
+  # Where there is no such file, 127.0.0.1 is asked anyway.
+  [ ! -e /etc/resolv.conf ] || mount --bind "$ZEL_LAB/resolv.conf" /etc/resolv.conf
+}
+
 in_switch() { nsenter --net=/run/netns/switch -- "$@"; }
 
 # add_interface HOST NETWORK: joins a host to a network by a cable from the switch.
@@ -134,13 +142,16 @@ start_host() {
 
 build_network() {
   local host network
+  start_host 0
   ip netns add switch
   for ((network = 0; network < interfaces; ++network)); do
     in_switch ip link add name "net$network" up type bridge mcast_snooping 0
   done
   for ((host = 0; host < hosts; ++host)); do
-    [ "$host" = 0 ] || ip netns add "device$host"
-    start_host "$host"
+    [ "$host" = 0 ] || {
+      ip netns add "device$host"
+      start_host "$host"
+    }
     for ((network = 0; network < interfaces; ++network)); do add_interface "$host" "$network"; done
   done
 }
@@ -218,6 +229,7 @@ inside() {
   parse "$@"
   trap 'fail "line $LINENO: $BASH_COMMAND"' ERR
   private_files
+  [ "$nameServer" = no ] || own_name_server
   build_network
   local extra relayNetwork=9
   [ "$relay" = no ] || connect_relay
