@@ -27,8 +27,10 @@ def zel(*arguments):
 
 
 def error_rows():
-    """Code to (hexadecimal, name and text) of the tables in errors.md."""
-    rows = re.findall(r"^\| (\d+)<br>(0x\w+) \| (.*?) \| [^|]+ \| [^|]+ \|$", page("errors"), re.MULTILINE)
+    """Code to (hexadecimal, name and text) of the tables of codes."""
+    rows = re.findall(
+        r"^\| (\d+)<br>(0x\w+) \| (.*?) \| [^|]+ \| [^|]+ \|$", page("errors") + page("beyond"), re.MULTILINE
+    )
     assert len({code for code, _, _ in rows}) == len(rows), "a code has two rows"
     return {int(code): (hexadecimal, words) for code, hexadecimal, words in rows}
 

@@ -1,14 +1,20 @@
 // The parts of the program that need no process.
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <limits>
+
 #include "DeviceList.h"
 #include "ErrorPage.h"
 #include "Format.h"
 #include "Progress.h"
 #include "Reasons.h"
+#include "RecordFile.h"
 #include "Statistics.h"
+#include "Stopper.h"
 #include "Table.h"
 #include "Text.h"
+#include "TimeStamp.h"
 
 namespace zeltool {
 namespace {
@@ -69,6 +75,131 @@ TEST(TextTest, WrapsAtWords) {
   EXPECT_EQ(Wrapped("one two three", 12, 5), "one two\n     three");
   EXPECT_EQ(Wrapped("", 10, 5), "");
   EXPECT_EQ(Wrapped("aVeryLongWord x", 5, 2), "aVeryLongWord\n  x");
+}
+
+TEST(TextTest, ParseRealTakesFiniteNumbersOnly) {
+  EXPECT_EQ(ParseReal("0.5"), 0.5);
+  EXPECT_EQ(ParseReal("1e3"), 1000.0);
+  for (const char* text : {"", "nan", "inf", "1e999", "1x", " 1", "0x10"})
+    EXPECT_FALSE(ParseReal(text)) << text;
+}
+
+TEST(TextTest, IsUtf8TakesControlsToo) {
+  EXPECT_TRUE(IsUtf8("gr\xc3\xbc\x01"));
+  EXPECT_FALSE(IsUtf8("gr\xfc"));
+}
+
+TEST(StopperTest, ALongTimeIsNotOver) {
+  for (const double time : {1e10, 1e30, 1e300, std::numeric_limits<double>::infinity(), std::nan("")}) {
+    EXPECT_GT(After(time), Clock::now() + std::chrono::hours(24 * 365)) << time;
+  }
+}
+
+TEST(StopperTest, ATimeThatIsPastIsNow) {
+  for (const double time : {0.0, -1.0, -1e300}) {
+    const auto before = Clock::now();
+    const auto then = After(time);
+    EXPECT_GE(then, before) << time;
+    EXPECT_LE(then, Clock::now()) << time;
+  }
+}
+
+TEST(TimeStampTest, IsReadAsItIsWritten) {
+  for (const char* text :
+       {"1970-01-01T00:00:00.000Z", "2026-11-21T20:37:04.123Z", "2261-12-31T23:59:59.999Z"}) {
+    const auto time = ParseTimeStamp(text);
+    ASSERT_TRUE(time) << text;
+    EXPECT_EQ(TimeStamp(*time), text);
+  }
+}
+
+TEST(TimeStampTest, TakesZonesAndFractions) {
+  const auto time = ParseTimeStamp("2026-11-22T00:30:00.5Z");
+  for (const char* text :
+       {"2026-11-22T02:00:00.500+01:30", "2026-11-21t23:30:00.50-01:00", "2026-11-22T00:30:00.5009z"}) {
+    EXPECT_EQ(ParseTimeStamp(text), time) << text;
+  }
+  EXPECT_EQ(ParseTimeStamp("2016-12-31T23:59:60Z"), ParseTimeStamp("2017-01-01T00:00:00Z"));
+}
+
+TEST(TimeStampTest, RefusesWhatIsNoTime) {
+  for (const char* text : {"",
+                           "now",
+                           "2026-11-21",
+                           "2026-11-21T20:37:04",
+                           "2026-11-21T20:37:04Zx",
+                           "2026-11-21T20:37:04.Z",
+                           "2026-11-21T24:00:00Z",
+                           "2026-11-21T20:60:00Z",
+                           "2026-11-21T20:37:61Z",
+                           "2026-02-30T00:00:00Z",
+                           "2026-13-01T00:00:00Z",
+                           "2026-1-1T00:00:00Z",
+                           " 026-11-21T20:37:04Z",
+                           "2026-11-21T20:37:+4Z",
+                           "2026-11-21T20:37:nanZ",
+                           "2026-11-21T20:37:1e1Z",
+                           "2026-11-21T20:37:04+1:00",
+                           "2026-11-21T20:37:04+24:00",
+                           "2026-11-21T20:37:04*01:00",
+                           "1969-12-31T23:59:59Z",
+                           "9999-12-31T00:00:00Z"}) {
+    EXPECT_FALSE(ParseTimeStamp(text)) << text;
+  }
+}
+
+TEST(RecordFileTest, ReadsWhatSubAndRecordWrite) {
+  const auto message = ReadPublication(
+      R"({"time":"2026-11-21T20:37:04.123Z","topic":"a/b","group":1,"offset":4294967295,"length":2,"hex":"00 ff"})");
+  ASSERT_TRUE(message);
+  EXPECT_EQ(message->topic, "a/b");
+  EXPECT_EQ(message->group, 1U);
+  EXPECT_EQ(message->offset, 4294967295U);
+  EXPECT_EQ(message->data, (Bytes{0, 255}));
+}
+
+TEST(RecordFileTest, ReadsATopicThatIsNoUtf8) {
+  const auto message = ReadPublication(R"({"time":"2026-11-21T20:37:04Z","topicBase64":"/w==","text":""})");
+  ASSERT_TRUE(message);
+  EXPECT_EQ(message->topic, "\xff");
+}
+
+TEST(RecordFileTest, TheFailureThatEndsASubscriptionIsSkipped) {
+  EXPECT_FALSE(ReadPublication(R"({"what":"interrupted","status":130})"));
+}
+
+TEST(RecordFileTest, SaysWhatIsWrong) {
+  const std::string time = R"("time":"2026-11-21T20:37:04Z")";
+  const std::vector<std::pair<std::string, std::string>> wrong = {
+      {"{", "no JSON, at byte 2"},
+      {"[]", "no JSON object"},
+      {"{}", R"("topic" is missing)"},
+      {R"({"topic":1})", R"("topic" is no text)"},
+      {R"({"topic":"a\u0000b"})", R"("topic" has a zero byte)"},
+      {R"({"topicBase64":"?"})", R"("topicBase64" cannot be decoded)"},
+      {R"({"topic":"t","group":-1})", R"("group" is no number from 0 to 4294967295)"},
+      {R"({"topic":"t","group":1.5})", R"("group" is no number from 0 to 4294967295)"},
+      {R"({"topic":"t","group":"1"})", R"("group" is no number from 0 to 4294967295)"},
+      {R"({"topic":"t","offset":4294967296})", R"("offset" is no number from 0 to 4294967295)"},
+      {R"({"topic":"t"})", R"(the data are not given once, as "text", "base64" or "hex")"},
+      {R"({"topic":"t","text":"","hex":""})", R"(the data are not given once, as "text", "base64" or "hex")"},
+      {R"({"topic":"t","text":1})", R"("text" is no text)"},
+      {R"({"topic":"t","hex":"0"})", R"("hex" cannot be decoded)"},
+      {R"({"topic":"t","base64":"0"})", R"("base64" cannot be decoded)"},
+      {R"({"topic":"t","text":"ab","length":3,)" + time + "}", R"("length" is not that of the data, 2)"},
+      {R"({"topic":"t","text":""})", R"("time" is missing)"},
+      {R"({"topic":"t","text":"","time":0})", R"("time" is no text)"},
+      {R"({"topic":"t","text":"","time":"soon"})",
+       R"("time" is no time from 1970 to 2261, as in 2026-11-21T20:37:04.123Z)"},
+  };
+  for (const auto& [line, what] : wrong) {
+    try {
+      (void)ReadPublication(line);
+      ADD_FAILURE() << line;
+    } catch (const std::invalid_argument& problem) {
+      EXPECT_EQ(problem.what(), what) << line;
+    }
+  }
 }
 
 TEST(ErrorPageTest, ReadsRowsAndNothingElse) {

@@ -26,7 +26,7 @@ const std::vector<std::vector<std::string>> kCommands = {
     {"request", "--help"},
     {"--generate", "man"},
     {"--generate", "completion"},
-    {"request", "nobody", "-p", "600", "--json", "-t", "100"},
+    {"request", kAbsentAddress, "-p", "600", "--json"},
 };
 
 std::string Joined(const std::vector<std::string>& words) {

@@ -6,11 +6,13 @@
 TEST(PlainTest, ErrorsListsEveryCode) {
   const ZelResult result = RunZel({"errors"});
   EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(Lines(result.output).size(), 49U);
+  EXPECT_EQ(Lines(result.output).size(), 55U);
   EXPECT_TRUE(Contains(result.output, " 4104  0x1008  ZEL_E_TIMEOUT        recv message timeout\n"));
   EXPECT_TRUE(Contains(result.output, " 8195  0x2003  ZEL_E_RESOURCE       init resource fail\n"));
   EXPECT_TRUE(Contains(result.output, " 8200  0x2008  ZEL_E_MEMORY         no memory\n"));
   EXPECT_TRUE(Contains(result.output, "16389  0x4005                       component name is illegal\n"));
+  EXPECT_TRUE(Contains(result.output, "20481  0x5001  LIBZELX_E_CANCELLED  cancelled\n"));
+  EXPECT_TRUE(Contains(result.output, "20486  0x5006  LIBZELX_E_DEVICE     the device refused\n"));
 }
 
 TEST(PlainTest, ErrorsExplainsOneCodeByNumberOrName) {
@@ -102,6 +104,8 @@ TEST(PlainTest, WrongCommandLinesAreUsage) {
       {"scan", "--seconds", "soon"},
       {"id", "get"},
       {"id", "get", "1.2.3"},
+      {"id", "get", "0x7.0.0.1"},
+      {"id", "get", "1.2.3.256"},
       {"id", "set", "1.2.3.4", "1.2.3.4.5.256"},
       {"request", "1.2.3.4.5.6"},
       {"request", "1.2.3.4.5", "-p", "1", "-g", "1", "-o", "1"},

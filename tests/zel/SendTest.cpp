@@ -62,8 +62,12 @@ TEST(SendTest, NoServerIsAnError) {
   EXPECT_TRUE(Contains(result.errors, "refuses connections to TCP port 9999: error 5: alaready disconnect"));
 }
 
-TEST(SendTest, AMissingFileIsAnError) {
+TEST(SendTest, AMissingFileIsUsage) {
   const ZelResult result = RunZel({"send", kDevice, "710", ScratchFile("missing"), "x"});
-  EXPECT_EQ(result.status, 1);
-  EXPECT_TRUE(Contains(result.errors, "error 12289: open file fail"));
+  EXPECT_EQ(result.status, 2);
+  EXPECT_TRUE(Contains(result.errors, "zel: cannot read ")) << result.errors;
+}
+
+TEST(SendTest, AFolderIsUsage) {
+  EXPECT_EQ(RunZel({"send", kDevice, "710", ScratchFile("."), "x"}).status, 2);
 }

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "Devices.h"
+#include "Subscriber.h"
 #include "ZelProcess.h"
 
 namespace {
@@ -19,15 +20,6 @@ ZelResult ReceiveFrom(const std::vector<std::string>& sub, const std::vector<std
   }
   const int status = subscriber.Wait();
   return {status, subscriber.Output(), subscriber.Errors()};
-}
-
-// True once a subscriber whose last topic is "ready" has all its topics: the server
-// takes them in their order.
-bool IsReady(ZelProcess& subscriber) {
-  for (int i = 0; i < 500 && !Contains(subscriber.Output(), "ready"); ++i) {
-    if (RunZel({"pub", kDevice, "ready", "ready"}).status != 0) return false;
-  }
-  return Contains(subscriber.Output(), "ready");
 }
 
 }  // namespace
@@ -124,7 +116,32 @@ TEST(TopicTest, AReplayedRecordIsByteEqual) {
 TEST(TopicTest, ABrokenRecordIsUsage) {
   const ZelResult result = RunZel({"replay", kDevice}, "\n{\"topic\":1}\n");
   EXPECT_EQ(result.status, 2);
-  EXPECT_TRUE(Contains(result.errors, "zel: -, line 2: ")) << result.errors;
+  EXPECT_TRUE(Contains(result.errors, "zel: standard input, line 2: \"topic\" is no text")) << result.errors;
+}
+
+TEST(TopicTest, NothingOfABrokenRecordIsPublished) {
+  const std::string path = ScratchFile("broken.jsonl");
+  const std::string good = "{\"time\":\"2026-11-21T23:59:59Z\",\"topic\":\"r\",\"text\":\"x\"}\n";
+  WriteWhole(path, good + good + "{\"time\":\"2026-11-21T25:00:00Z\",\"topic\":\"r\",\"text\":\"x\"}\n");
+  const ZelResult result = RunZel({"replay", kDevice, path, "--json"});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_TRUE(Contains(result.errors, "broken.jsonl, line 3: \"time\" is no time")) << result.errors;
+  EXPECT_FALSE(Contains(result.output, "published")) << result.output;
+}
+
+TEST(TopicTest, AFolderIsNoRecord) {
+  const ZelResult result = RunZel({"replay", kDevice, ScratchFile(".")});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_NE(result.errors, "");
+}
+
+TEST(TopicTest, WhatSubWritesAsObjectsCanBeReplayed) {
+  const std::string path = ScratchFile("sub.jsonl");
+  ZelProcess subscriber({"sub", kDevice, "s", "ready", "--json", "-c", "10000"});
+  ASSERT_TRUE(IsReady(subscriber));
+  WriteWhole(path, subscriber.Output() + "{\"what\":\"interrupted\",\"status\":130}\n");
+  const ZelResult replay = RunZel({"replay", kDevice, path, "--speed", "0", "--json"});
+  EXPECT_EQ(replay.status, 0) << replay.errors;
 }
 
 TEST(TopicTest, SilenceIsNothingArrived) {

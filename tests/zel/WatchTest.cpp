@@ -10,6 +10,12 @@ TEST(WatchTest, ShowsLossAndReturn) {
   EXPECT_TRUE(process.SaysOutput("\"code\":1,\"event\":\"connected\"", 2));
 }
 
+// So many milliseconds need more than 32 bits.
+TEST(WatchTest, TakesManySeconds) {
+  ZelProcess process({"watch", kAbsentDevice, "--seconds", "4294967.3", "--json"});
+  EXPECT_TRUE(process.SaysOutput("\"event\":\"failed\"", 2)) << process.Errors();
+}
+
 TEST(WatchTest, ShowsFailuresWithTheirTimes) {
   const ZelResult result = RunZel({"watch", kAbsentDevice, "--seconds", "0.5"});
   EXPECT_EQ(result.status, 0);

@@ -88,9 +88,16 @@ bool ZelProcess::SaysOutput(const std::string& text, int times) {
 bool ZelProcess::SaysError(const std::string& text, int times) { return Says(prefix_ + ".err", text, times); }
 void ZelProcess::Interrupt() { system_->Interrupt(); }
 bool ZelProcess::EndsSoonAfterInterrupt(std::chrono::milliseconds time) {
+  const auto before = system_->HeldUp();
   const auto start = std::chrono::steady_clock::now();
   Interrupt();
-  return Wait() == 130 && std::chrono::steady_clock::now() - start <= time;
+  auto heldUp = before;
+  const bool ended = WaitUntil([&] {
+    heldUp = system_->HeldUp();
+    return Poll();
+  });
+  const auto taken = std::chrono::steady_clock::now() - start - (heldUp - before);
+  return ended && status_ == 130 && taken <= time;
 }
 std::string ZelProcess::Output() const { return ReadWhole(prefix_ + ".out"); }
 std::string ZelProcess::Errors() const { return ReadWhole(prefix_ + ".err"); }

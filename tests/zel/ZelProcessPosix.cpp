@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <filesystem>
+#include <fstream>
 
 #include "ZelProcessSystem.h"
 
@@ -12,6 +14,14 @@ void Replace(int descriptor, const std::string& path, int flags) {
   const int file = open(path.c_str(), flags, 0666);
   if (file < 0 || dup2(file, descriptor) < 0) _exit(96);
   (void)close(file);
+}
+
+// Of a thread: the time on a processor, then the time it waited for one.
+void NoteHeldUp(const std::filesystem::path& thread, std::map<std::string, int64_t>& heldUp) {
+  std::ifstream file(thread / "schedstat");
+  int64_t running = 0;
+  int64_t waiting = 0;
+  if (file >> running >> waiting) heldUp[thread.string()] = waiting;
 }
 
 }  // namespace
@@ -37,6 +47,18 @@ bool ZelProcess::System::HasEnded(int& status) {
   if (waitpid(static_cast<pid_t>(process_), &ending, WNOHANG) <= 0) return false;
   status = WIFEXITED(ending) ? WEXITSTATUS(ending) : 1000 + WTERMSIG(ending);
   return true;
+}
+
+std::chrono::nanoseconds ZelProcess::System::HeldUp() {
+  namespace fs = std::filesystem;
+  std::error_code problem;
+  for (const auto& thread : fs::directory_iterator("/proc/" + std::to_string(process_) + "/task", problem)) {
+    NoteHeldUp(thread.path(), heldUp_);
+  }
+  NoteHeldUp("/proc/thread-self", heldUp_);
+  int64_t sum = 0;
+  for (const auto& [thread, time] : heldUp_) sum += time;
+  return std::chrono::nanoseconds(sum);
 }
 
 void ZelProcess::System::Interrupt() { (void)kill(static_cast<pid_t>(process_), SIGINT); }

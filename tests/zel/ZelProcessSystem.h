@@ -1,7 +1,9 @@
 // The system's side of ZelProcess. One file for each system implements it.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -16,9 +18,13 @@ struct ZelProcess::System {
   System& operator=(const System&) = delete;
 
   bool HasEnded(int& status);
+  // How long its threads and the caller's have been ready to run, and had no processor. Ask before HasEnded, which
+  // forgets the process. 0 on Windows.
+  std::chrono::nanoseconds HeldUp();
   void Interrupt();
   void End();
 
  private:
   intptr_t process_ = 0;
+  std::map<std::string, int64_t> heldUp_;  // nanoseconds, by thread; those of ended threads stay
 };

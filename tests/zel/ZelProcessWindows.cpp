@@ -53,6 +53,8 @@ bool ZelProcess::System::HasEnded(int& status) {
   return true;
 }
 
+std::chrono::nanoseconds ZelProcess::System::HeldUp() { return {}; }
+
 void ZelProcess::System::Interrupt() {}
 
 void ZelProcess::System::End() {

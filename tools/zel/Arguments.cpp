@@ -18,8 +18,25 @@ struct FileCloser {
   void operator()(std::FILE* file) const { (void)std::fclose(file); }
 };
 
-[[noreturn]] void RefuseLong(const std::string& name, size_t limit) {
-  throw UsageFailure(name + " is too long: at most " + std::to_string(limit) + " bytes fit into one message");
+constexpr const char* kOneMessage = "fit into one message";
+
+[[noreturn]] void RefuseLong(const std::string& name, uint64_t limit, const std::string& what) {
+  throw UsageFailure(name + " is too long: at most " + std::to_string(limit) + " bytes " + what);
+}
+
+[[noreturn]] void RefuseFile(const std::string& what, const std::string& name,
+                             const std::error_code& problem) {
+  throw UsageFailure(what + " " + name + ": " + problem.message());
+}
+
+std::error_code LastProblem() { return {errno, std::generic_category()}; }
+
+using File = std::unique_ptr<std::FILE, FileCloser>;
+
+File Open(const std::string& path) {
+  File file(std::fopen(path.c_str(), "rb"));
+  if (!file) RefuseFile("cannot open", path, LastProblem());
+  return file;
 }
 
 // What has no size, such as a pipe or a device, is read until it has too much.
@@ -28,21 +45,18 @@ Bytes ReadAll(std::FILE* file, const std::string& name, size_t limit) {
   std::array<uint8_t, 65536> part{};
   size_t count = 0;
   while ((count = std::fread(part.data(), 1, part.size(), file)) > 0) {
-    if (count > limit - bytes.size()) RefuseLong(name, limit);
+    if (count > limit - bytes.size()) RefuseLong(name, limit, kOneMessage);
     bytes.insert(bytes.end(), part.begin(), part.begin() + static_cast<ptrdiff_t>(count));
   }
-  if (std::ferror(file) != 0)
-    throw UsageFailure("cannot read " + name + ": " + std::generic_category().message(errno));
+  if (std::ferror(file) != 0) RefuseFile("cannot read", name, LastProblem());
   return bytes;
 }
 
 Bytes ReadFile(const std::string& path, size_t limit) {
   std::error_code unknown;
   const auto size = std::filesystem::file_size(path, unknown);
-  if (!unknown && size > limit) RefuseLong(path, limit);
-  const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
-  if (!file) throw UsageFailure("cannot open " + path + ": " + std::generic_category().message(errno));
-  return ReadAll(file.get(), path, limit);
+  if (!unknown && size > limit) RefuseLong(path, limit, kOneMessage);
+  return ReadAll(Open(path).get(), path, limit);
 }
 
 }  // namespace
@@ -76,6 +90,19 @@ CLI::Option* AddNumber(CLI::App& command, const std::string& name, uint32_t& val
   return command.add_option_function<std::string>(name, take, description)->type_name("N");
 }
 
+CLI::Option* AddReal(CLI::App& command, const std::string& name, double& value, double least, double most,
+                     const std::string& description) {
+  const auto take = [&value, least, most, name](const std::string& text) {
+    const auto number = ParseReal(text);
+    if (!number || *number < least || *number > most) {
+      throw CLI::ValidationError(name,
+                                 "'" + text + "' is no number from " + Brief(least) + " to " + Brief(most));
+    }
+    value = *number;
+  };
+  return command.add_option_function<std::string>(name, take, description);
+}
+
 void AddPayload(CLI::App& command, PayloadSource& source) {
   auto* text =
       command.add_option("TEXT", source.text, "What to send; - reads it from standard input")->type_name("");
@@ -95,6 +122,15 @@ void AddPayload(CLI::App& command, PayloadSource& source) {
   auto* file = command.add_option("-f,--file", source.file, "Send what is in this file")->type_name("FILE");
   text->excludes(hex)->excludes(file);
   hex->excludes(file);
+}
+
+uint64_t CheckFile(const std::string& path, uint64_t limit, const std::string& what) {
+  std::error_code problem;
+  const auto size = std::filesystem::file_size(path, problem);
+  if (problem) RefuseFile("cannot read", path, problem);
+  if (size > limit) RefuseLong(path, limit, what);
+  (void)Open(path);
+  return size;
 }
 
 Bytes ReadPayload(const PayloadSource& source, size_t limit) {

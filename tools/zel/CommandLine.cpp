@@ -23,9 +23,9 @@ a line for programs, failures included. Remarks go to standard error, but not wi
 error, else nowhere. No colours are used.
 
 Exit status: 0 done, 1 the library or the device reported an error (its number and text
-are shown, zel errors explains them), or the results could not be written, 2 the command
-line is wrong or a file cannot be read, 27 nothing, or not all, arrived in time, 130
-interrupted (Ctrl-C).
+are shown, zel errors explains them), the device cannot be reached, or the results could
+not be written, 2 the command line is wrong, or a file that it names cannot be used, 27
+nothing, or not all, arrived or left in time, 130 interrupted (Ctrl-C).
 
 Try: zel scan, then zel COMMAND --help, which has examples.)";
 

@@ -14,7 +14,8 @@
 namespace zeltool {
 namespace {
 
-constexpr int32_t kLastCode = 0x4FFF;
+// No code of the library is above; its texts are asked for one by one.
+constexpr int32_t kLastCode = 0xFFFF;
 
 const ErrorEntry* Find(int32_t code) {
   const auto& all = AllErrors();

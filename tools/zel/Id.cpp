@@ -14,8 +14,16 @@ namespace {
 struct IdOptions {
   std::string host;
   std::string identifier;
-  uint32_t timeoutMs = 1000;
+  Patience patience;
 };
+
+constexpr uint32_t kOwnAnswerMs = 1000;
+
+// For the device's answer, once its address is known.
+zel::Milliseconds TimeToAnswer(const IdOptions& options, const Budget& budget, const std::string& host) {
+  const uint32_t given = options.patience.timeoutMs;
+  return budget.Take(zel::Milliseconds(given > 0 ? given : kOwnAnswerMs), "ask " + host);
+}
 
 void Show(Output& output, const std::string& host, const std::string& identifier) {
   if (!output.IsJson()) return output.Line(identifier);
@@ -43,16 +51,18 @@ int ShowLocal(Context& context) {
 }
 
 int Get(const IdOptions& options, Context& context) {
-  const std::string host = FindHost(options.host, Budget(0), context);
-  const auto id = AskIdentifier(host, zel::Milliseconds(options.timeoutMs));
+  const Budget budget(options.patience);
+  const std::string host = FindHost(options.host, budget, context);
+  const auto id = AskIdentifier(host, TimeToAnswer(options, budget, host));
   if (!id) FailAsked(context, host, options.host + " does not tell its identifier", id.Code());
   Show(context.output, options.host, id->ToString());
   return kDone;
 }
 
 int Set(const IdOptions& options, Context& context) {
-  const std::string host = FindHost(options.host, Budget(0), context);
-  const zel::Milliseconds time(options.timeoutMs);
+  const Budget budget(options.patience);
+  const std::string host = FindHost(options.host, budget, context);
+  const zel::Milliseconds time = TimeToAnswer(options, budget, host);
   const auto id = *zel::DeviceId::Parse(options.identifier);
   zel::Result result = id.AssignTo(host, time / 2);
   // Twice the same does no harm.
@@ -74,7 +84,8 @@ void AddHost(CLI::App& command, IdOptions& options) {
 }
 
 void AddTimeout(CLI::App& command, IdOptions& options) {
-  command.add_option("-t,--timeout", options.timeoutMs, "How long to wait for the device; 1000 if not given")
+  command
+      .add_option("-t,--timeout", options.patience.timeoutMs, "Time to find the device, and for its answer")
       ->check(CLI::Range(1, 3600000).description(""))
       ->type_name("MS");
 }
@@ -85,7 +96,8 @@ constexpr const char* kIdHelp = R"(Examples:
   zel id set 192.168.1.20 10.0.0.7.0.1     give it another one
 
 An identifier is six numbers from 0 to 255 joined by points. The device is asked
-directly, by one datagram to its UDP port 38898.)";
+directly, by one datagram to its UDP port 38898, and asked once more when no answer
+comes. Without --timeout an answer may take 1000 ms.)";
 
 }  // namespace
 

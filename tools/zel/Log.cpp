@@ -1,24 +1,11 @@
 #include "Log.h"
 
-#include <array>
 #include <mutex>
 #include <utility>
 
-namespace zeltool {
+#include "TimeStamp.h"
 
-std::string TimeStamp(std::chrono::system_clock::time_point time) {
-  using std::chrono::floor;
-  const auto day = floor<std::chrono::days>(time);
-  const std::chrono::year_month_day date(day);
-  const std::chrono::hh_mm_ss clock(floor<std::chrono::milliseconds>(time - day));
-  std::array<char, 64> text{};
-  (void)std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02d.%03dZ",
-                      static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
-                      static_cast<unsigned>(date.day()), static_cast<int>(clock.hours().count()),
-                      static_cast<int>(clock.minutes().count()), static_cast<int>(clock.seconds().count()),
-                      static_cast<int>(clock.subseconds().count()));
-  return text.data();
-}
+namespace zeltool {
 
 namespace {
 

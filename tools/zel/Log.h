@@ -3,15 +3,11 @@
 
 #include <libzel/libzel.hpp>
 
-#include <chrono>
 #include <cstdio>
 #include <string>
 #include <vector>
 
 namespace zeltool {
-
-// "2026-11-21T20:37:04.123Z": RFC 3339, in UTC.
-std::string TimeStamp(std::chrono::system_clock::time_point time);
 
 // Writes each line to a stream, which must stay open while the library logs; null is none. What discovery
 // says of answers that it cannot take is kept, too.

@@ -21,26 +21,20 @@ constexpr zel::Milliseconds kFirstAskTime{300};
 constexpr zel::Milliseconds kLookTime{3000};
 constexpr zel::Milliseconds kProbeTime{500};
 
-std::optional<std::vector<uint8_t>> ParseNumbers(std::string_view text, size_t count) {
-  std::vector<uint8_t> numbers;
-  for (bool more = true; more;) {
-    const size_t point = text.find('.');
-    const auto number = ParseNumber(text.substr(0, point), 255);
-    if (!number || text.substr(0, point).size() > 3) return std::nullopt;
-    numbers.push_back(static_cast<uint8_t>(*number));
-    more = point != std::string_view::npos;
-    if (more) text.remove_prefix(point + 1);
-  }
-  if (numbers.size() != count) return std::nullopt;
-  return numbers;
+double Seconds(zel::Milliseconds time) { return std::chrono::duration<double>(time).count(); }
+
+// The identifier that an address makes; nothing for what is no address.
+std::optional<zel::DeviceId> IdentifierAt(const std::string& address) {
+  return zel::DeviceId::Parse(address + ".0.1");
 }
 
-// Such as 1.2.3, which is neither an identifier nor an address, and no name either.
+// Such as 1.2.3 or 0x7.0.0.1, which is neither an identifier nor an address, and no name either.
 bool IsBrokenNumbers(const std::string& text) {
   const auto points = std::count(text.begin(), text.end(), '.');
   const bool onlyDecimals = text.find_first_not_of("0123456789.") == std::string::npos;
   const bool onlyNumbers = text.find_first_not_of("0123456789abcdefxABCDEFX.") == std::string::npos;
-  return (onlyDecimals && points > 0) || (onlyNumbers && points >= 3);
+  const bool endsAsNumber = ParseNumber(text.substr(text.rfind('.') + 1), UINT64_MAX).has_value();
+  return points > 0 && (onlyDecimals || (onlyNumbers && endsAsNumber && points >= 3));
 }
 
 bool IsSameName(const std::string& left, const std::string& right) {
@@ -52,23 +46,39 @@ bool IsSameName(const std::string& left, const std::string& right) {
 // The address of a host name, looked up on a thread of its own, as that may take long.
 class NameLookup {
  public:
-  explicit NameLookup(const std::string& name, Stopper& stopper) : state_(std::make_shared<State>()) {
+  explicit NameLookup(const std::string& name, Stopper& stopper)
+      : stopper_(stopper), state_(std::make_shared<State>()) {
     std::thread([state = state_, name, &stopper] {
       auto address = LookUpHost(name);
-      stopper.Update([&] { state->address = std::move(address); });
+      stopper.Update([&] {
+        state->address = std::move(address);
+        state->isOver = true;
+      });
     }).detach();
   }
   // Nothing while it goes on, and when there is none.
-  std::optional<std::string> Address(Stopper& stopper) const {
+  std::optional<std::string> Address() const {
     std::optional<std::string> address;
-    stopper.Update([&] { address = state_->address; });
+    stopper_.Update([&] { address = state_->address; });
     return address;
+  }
+  bool IsOver() const {
+    bool isOver = false;
+    stopper_.Update([&] { isOver = state_->isOver; });
+    return isOver;
+  }
+  // Waits for its end, whatever that is.
+  std::optional<std::string> Await(Deadline deadline) const {
+    (void)stopper_.Wait(deadline, [this] { return state_->isOver; });
+    return Address();
   }
 
  private:
   struct State {
     std::optional<std::string> address;
+    bool isOver = false;
   };
+  Stopper& stopper_;
   std::shared_ptr<State> state_;
 };
 
@@ -168,16 +178,23 @@ class Opener {
 
   std::string FindName() {
     const NameLookup lookup(device_, context_.stopper);
+    const Deadline end = After(Seconds(budget_.Take(kLookTime, "look for " + device_)));
     const auto isNamed = [this](const zel::Device& device) { return IsCalled(device, device_); };
-    const auto hasAddress = [&] { return lookup.Address(context_.stopper).has_value(); };
+    const auto hasAddress = [&] { return lookup.Address().has_value(); };
     std::string problem;
     try {
       if (const auto found = Look(isNamed, hasAddress)) return found->address;
     } catch (const LibraryFailure& failure) {
       problem = std::string("; ") + failure.what();
-      (void)context_.stopper.Sleep(0.2);
     }
-    if (const auto address = lookup.Address(context_.stopper)) return *address;
+    // Where nothing can be looked for, that has ended at once.
+    if (const auto address = lookup.Await(end)) return *address;
+    StopIfAsked();
+    if (!lookup.IsOver()) {
+      throw NothingArrived(
+          "no name server tells in time where " + device_ + " is, and no device calls itself so" + problem,
+          "More time: --timeout. An address works without one.");
+    }
     throw Failure(
         kFailed,
         device_ + " is no host name that this machine knows, and no device calls itself so" + problem,
@@ -218,7 +235,7 @@ class Opener {
 
 }  // namespace
 
-bool IsAddress(const std::string& text) { return ParseNumbers(text, 4).has_value(); }
+bool IsAddress(const std::string& text) { return IdentifierAt(text).has_value(); }
 
 std::string CheckDevice(const std::string& text) {
   if (zel::DeviceId::Parse(text) || IsAddress(text)) return {};
@@ -245,8 +262,7 @@ std::string FindHost(const std::string& device, const Budget& budget, Context& c
 }
 
 zel::DeviceId PlaceholderId(const std::string& address) {
-  const auto numbers = *ParseNumbers(address, 4);
-  return {numbers[0], numbers[1], numbers[2], numbers[3], 0, 1};
+  return IdentifierAt(address).value_or(zel::DeviceId());
 }
 
 bool IsCalled(const zel::Device& device, const std::string& name) {

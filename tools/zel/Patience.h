@@ -21,9 +21,11 @@ struct Patience {
 // The time for finding, connecting and asking, which begins now.
 class Budget {
  public:
-  explicit Budget(uint32_t totalMs) {
-    if (totalMs > 0) end_ = After(totalMs / 1000.0);
+  // 0 for no bound.
+  explicit Budget(double totalSec) {
+    if (totalSec > 0) end_ = After(totalSec);
   }
+  explicit Budget(const Patience& patience) : Budget(patience.timeoutMs / 1000.0) {}
 
   // What is left, at most so much. Throws LibraryFailure when nothing is; `what` cannot be done then.
   zel::Milliseconds Take(zel::Milliseconds most, const std::string& what) const {

@@ -49,13 +49,15 @@ class Publisher {
   Publisher(const PublishOptions& options, Context& context) : options_(options), context_(context) {}
 
   int Run() {
-    const bool isRead = options_.lines || !options_.record.empty();
-    const Bytes payload =
-        isRead ? Bytes() : ReadPayload(options_.payload, kLongestPublication - options_.topic.size());
-    const Budget budget(options_.patience.timeoutMs);
+    const bool isReplay = !options_.record.empty();
+    if (isReplay) record_.emplace(options_.record);
+    const Bytes payload = isReplay || options_.lines
+                              ? Bytes()
+                              : ReadPayload(options_.payload, kLongestPublication - options_.topic.size());
+    const Budget budget(options_.patience);
     Opened opened = OpenDevice(options_.device, options_.patience, budget, context_);
     try {
-      if (!options_.record.empty()) {
+      if (isReplay) {
         Replay(opened.connection);
       } else if (options_.lines) {
         PublishLines(opened.connection);
@@ -96,17 +98,16 @@ class Publisher {
 
   // In the order and with the pauses of the record.
   void Replay(const zel::Connection& connection) {
-    RecordFile record(options_.record);
     const auto start = Clock::now();
     std::optional<std::chrono::system_clock::time_point> first;
     while (!context_.stopper.IsRequested()) {
-      const auto message = record.Next();
+      const auto message = record_->Next();
       if (!message) return;
       if (!first) first = message->time;
       if (options_.speed > 0) {
-        using Seconds = std::chrono::duration<double>;
-        const Seconds at = Seconds(message->time - *first) / options_.speed;
-        const Seconds now = Clock::now() - start;
+        using RealSeconds = std::chrono::duration<double>;
+        const RealSeconds at = RealSeconds(message->time - *first) / options_.speed;
+        const RealSeconds now = Clock::now() - start;
         if (context_.stopper.Sleep(at.count() - now.count())) return;
       }
       Publish(connection, message->topic, message->group, message->offset, message->data);
@@ -182,6 +183,7 @@ class Publisher {
 
   const PublishOptions& options_;
   Context& context_;
+  std::optional<RecordFile> record_;
   uint64_t published_ = 0;
   uint64_t bytes_ = 0;
   bool confirmed_ = false;
@@ -217,8 +219,7 @@ void AddReplay(CLI::App& app, Task& task) {
   options->record = "-";
   AddDevice(*command, options->device);
   command->add_option("FILE", options->record, "The record; standard input if not given")->type_name("");
-  command->add_option("--speed", options->speed, "How many times as fast; 0 for no pauses")
-      ->check(CLI::Range(0.0, 1e6).description(""))
+  AddReal(*command, "--speed", options->speed, 0, 1e6, "How many times as fast; 0 for no pauses")
       ->type_name("N");
   AddPatience(*command, options->patience, "Time to connect, and for each to leave; see below");
   command->footer(kReplayHelp);

@@ -8,8 +8,8 @@
 #include "Commands.h"
 #include "Failure.h"
 #include "Format.h"
-#include "Log.h"
 #include "Opening.h"
+#include "TimeStamp.h"
 
 namespace zeltool {
 namespace {
@@ -37,7 +37,7 @@ class Receiver {
       : options_(options), context_(context), arrivals_(context.stopper) {}
 
   int Run() {
-    const Budget budget(options_.patience.timeoutMs);
+    const Budget budget(options_.patience);
     const auto onEvent = [this](const zel::DeviceId&, zel::Event event) { arrivals_.Put({event, {}}); };
     {
       Opened opened = OpenDevice(options_.device, options_.patience, budget, context_, onEvent);
@@ -109,13 +109,23 @@ class Receiver {
     context_.output.Line(DefaultLine(message));
   }
 
+  // One that is no UTF-8 could not be published again as it was.
+  void AddTopic(Record& record, const std::string& topic) const {
+    if (options_.isRecord && !IsUtf8(topic)) {
+      record.Text("topicBase64", Base64(ToBytes(topic)));
+    } else {
+      record.Text("topic", topic);
+    }
+  }
+
   void ShowObject(const Message& message) {
     Record record;
     record.Text("time", TimeStamp(message.time));
     if (message.routed) {
       record.Number("port", message.port);
     } else {
-      record.Text("topic", message.topic).Number("group", message.group).Number("offset", message.offset);
+      AddTopic(record, message.topic);
+      record.Number("group", message.group).Number("offset", message.offset);
     }
     context_.output.Object(options_.isRecord ? record.CompactPayload(message.data)
                                              : record.Payload(message.data));
@@ -138,8 +148,7 @@ class Receiver {
 
 void AddBounds(CLI::App& command, ReceiveOptions& options) {
   AddNumber(command, "-c,--count", options.count, 1000000000, "End after so many messages");
-  command.add_option("-w,--wait", options.waitSec, "End after so many seconds, whatever arrived")
-      ->check(CLI::Range(0.001, 1e9).description(""))
+  AddReal(command, "-w,--wait", options.waitSec, 0.001, 1e9, "End after so many seconds, whatever arrived")
       ->type_name("S");
   AddPatience(command, options.patience, "Time to find the device and to connect");
 }

@@ -42,7 +42,7 @@ class Requester {
       : options_(options),
         context_(context),
         payload_(ReadPayload(options.payload, zel::kMaxPayload)),
-        budget_(options.patience.timeoutMs) {}
+        budget_(options.patience) {}
 
   int Run() {
     Opened opened = OpenDevice(options_.device, options_.patience, budget_, context_);

@@ -4,13 +4,14 @@
 #include <algorithm>
 #include <memory>
 
+#include "Arguments.h"
 #include "Commands.h"
 #include "DeviceList.h"
 #include "Failure.h"
-#include "Log.h"
 #include "Lookup.h"
 #include "Table.h"
 #include "Text.h"
+#include "TimeStamp.h"
 
 namespace zeltool {
 namespace {
@@ -201,10 +202,9 @@ has not answered for ten seconds is called silent.)";
 void AddScan(CLI::App& app, Task& task) {
   CLI::App* command = app.add_subcommand("scan", "Find the devices on the local networks");
   auto options = std::make_shared<ScanOptions>();
-  auto* seconds =
-      command->add_option("-s,--seconds", options->seconds, "How long to look; 5, or no end with --watch")
-          ->check(CLI::Range(0.1, 1e6).description(""))
-          ->type_name("N");
+  auto* seconds = AddReal(*command, "-s,--seconds", options->seconds, 0.1, 1e6,
+                          "How long to look; 5, or no end with --watch")
+                      ->type_name("N");
   command->add_flag("-w,--watch", options->watch, "Keep looking, and report changes with their times");
   command->footer(kScanHelp);
   command->callback([options, seconds, &task] {

@@ -19,6 +19,7 @@ namespace {
 
 constexpr double kShowEverySec = 0.1;
 constexpr size_t kLongestPath = 255;
+constexpr uint64_t kLongestFile = 0x7FFFFFFF;
 
 struct SendOptions {
   std::string device;
@@ -37,7 +38,7 @@ class Sender {
   int Run() {
     const std::string remote = CheckPaths();
     progress_.name = NameOf(options_.file);
-    const Budget budget(options_.patience.timeoutMs);
+    const Budget budget(options_.patience);
     // Kept beside the transfer's own: it tells a silent device from a lost one.
     Opened opened = OpenDevice(options_.device, options_.patience, budget, context_);
     opened.connection.StartLoop().Ignore();
@@ -65,11 +66,7 @@ class Sender {
 
   // Gives the name on the device.
   std::string CheckPaths() {
-    std::error_code problem;
-    const auto size = std::filesystem::file_size(options_.file, problem);
-    if (problem)
-      throw LibraryFailure("cannot read " + options_.file + " (" + problem.message() + ")", ZEL_E_FILE_OPEN);
-    progress_.bytes = static_cast<double>(size);
+    progress_.bytes = static_cast<double>(CheckFile(options_.file, kLongestFile, "can be sent"));
     std::string remote = RemoteName();
     if (options_.file.size() > kLongestPath || remote.size() > kLongestPath) {
       throw UsageFailure("a path is longer than 255 bytes");
@@ -144,8 +141,9 @@ constexpr const char* kSendHelp = R"(Examples:
   zel send 192.168.1.20 700 firmware.img firmware.img --json
 
 PORT is the router port of the one who takes files on the device, REMOTE the name that
-the file gets there. Files of 2 GiB and more are refused. The status is 1 when the
-device refuses the file or the connection is lost, 27 when the device stays silent.)";
+the file gets there. The status is 1 when the device refuses the file or the connection
+is lost, 2 when the file cannot be read or has 2 GiB or more, 27 when the device stays
+silent.)";
 
 }  // namespace
 

@@ -14,9 +14,8 @@ namespace zeltool {
 using Clock = std::chrono::steady_clock;
 using Deadline = std::optional<Clock::time_point>;
 
-inline Clock::time_point After(double seconds) {
-  return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
-}
+// That many seconds from now. What is longer than 30 years never ends, what is no number neither.
+Clock::time_point After(double seconds);
 
 // Any thread may use it.
 class Stopper {

@@ -75,6 +75,15 @@ std::string_view AsText(std::span<const uint8_t> bytes) {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
+bool IsUtf8(std::string_view text) {
+  for (std::span<const uint8_t> bytes = AsBytes(text); !bytes.empty();) {
+    const size_t length = CharacterLength(bytes);
+    if (length == 0) return false;
+    bytes = bytes.subspan(length);
+  }
+  return true;
+}
+
 bool IsText(std::span<const uint8_t> bytes) {
   while (!bytes.empty()) {
     const size_t length = CharacterLength(bytes);
@@ -126,6 +135,12 @@ std::string Fixed(double value, int digits) {
   const auto end =
       std::to_chars(text.data(), text.data() + text.size(), value, std::chars_format::fixed, digits);
   return {text.data(), end.ptr};
+}
+
+std::string Brief(double value) {
+  std::array<char, 400> text{};
+  const auto end = std::to_chars(text.data(), text.data() + text.size(), value, std::chars_format::fixed).ptr;
+  return {text.data(), end};
 }
 
 std::string ReadableSize(double bytes) {
@@ -207,6 +222,14 @@ std::optional<Bytes> ParseHex(std::string_view text) {
     at += 2;
   }
   return out;
+}
+
+std::optional<double> ParseReal(std::string_view text) {
+  double value = 0;
+  const char* end = text.data() + text.size();
+  const auto result = std::from_chars(text.data(), end, value);
+  if (result.ec != std::errc() || result.ptr != end || !std::isfinite(value)) return std::nullopt;
+  return value;
 }
 
 std::optional<uint64_t> ParseNumber(std::string_view text, uint64_t limit) {

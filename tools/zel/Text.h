@@ -16,6 +16,8 @@ using Bytes = std::vector<uint8_t>;
 Bytes ToBytes(std::string_view text);
 std::string_view AsText(std::span<const uint8_t> bytes);
 
+bool IsUtf8(std::string_view text);
+
 // True for UTF-8 without control characters other than tab, line feed and carriage return.
 bool IsText(std::span<const uint8_t> bytes);
 
@@ -29,6 +31,8 @@ std::string PadRight(std::string_view text, size_t width);
 std::string PadLeft(std::string_view text, size_t width);
 
 std::string Fixed(double value, int digits);
+// As short as it can be: "0.1", "1000000".
+std::string Brief(double value);
 // "17 B", "1.2 KiB", "3.4 MiB".
 std::string ReadableSize(double bytes);
 // "0:07", "12:30", "1:00:00"; rounded up to whole seconds.
@@ -50,6 +54,8 @@ std::optional<Bytes> ParseHex(std::string_view text);
 std::string Base64(std::span<const uint8_t> bytes);
 // Nothing for anything else.
 std::optional<Bytes> ParseBase64(std::string_view text);
+// As in "2", "0.5" or "1e3"; nothing for anything else, such as "nan".
+std::optional<double> ParseReal(std::string_view text);
 // Decimal, or hexadecimal after "0x"; nothing for anything else, or a number above `limit`.
 std::optional<uint64_t> ParseNumber(std::string_view text, uint64_t limit);
 

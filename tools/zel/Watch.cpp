@@ -6,8 +6,8 @@
 #include "Arguments.h"
 #include "Commands.h"
 #include "Failure.h"
-#include "Log.h"
 #include "Opening.h"
+#include "TimeStamp.h"
 
 namespace zeltool {
 namespace {
@@ -52,7 +52,7 @@ void Show(Output& output, const Opened& opened, const TimedEvent& event) {
 
 int Watch(const WatchOptions& options, Context& context) {
   const Deadline deadline = options.seconds > 0 ? Deadline(After(options.seconds)) : Deadline();
-  const Budget budget(static_cast<uint32_t>(options.seconds * 1000));
+  const Budget budget(options.seconds);
   Mailbox<TimedEvent> events(context.stopper);
   const auto onEvent = [&events](const zel::DeviceId&, zel::Event event) {
     events.Put({event, std::chrono::system_clock::now()});
@@ -84,9 +84,7 @@ void AddWatch(CLI::App& app, Task& task) {
   CLI::App* command = app.add_subcommand("watch", "Hold a connection and report what happens to it");
   auto options = std::make_shared<WatchOptions>();
   AddDevice(*command, options->device);
-  command->add_option("-s,--seconds", options->seconds, "End after so many seconds")
-      ->check(CLI::Range(0.1, 1e9).description(""))
-      ->type_name("N");
+  AddReal(*command, "-s,--seconds", options->seconds, 0.1, 1e9, "End after so many seconds")->type_name("N");
   AddNumber(*command, "-i,--interval", options->intervalSec, 3600,
             "Time between two attempts; 2 if not given")
       ->type_name("S");
