@@ -18,19 +18,17 @@ int main(int argc, char** argv) {
     std::cerr << library.Start().Text() << "\n";
     return 1;
   }
-  library
-      .OnDevice([&seen](const zel::Device& device) {
-        if (!seen.insert(device.idText + " " + device.address).second) return;
-        std::cerr << device.idText << "  " << device.address << "  " << device.hostName << "  "
-                  << device.protocolVersion << "\n";
-      })
-      .Ignore();
+  library.OnDevice([&seen](const zel::Device& device) {
+    if (!seen.insert(device.idText + " " + device.address).second) return;
+    std::cerr << device.idText << "  " << device.address << "  " << device.hostName << "  "
+              << device.protocolVersion << "\n";
+  });
   if (const zel::Result started = library.StartScan(); !started) {
     std::cerr << started << ": " << library.Discovery().reason << "\n";
     return 1;
   }
   std::this_thread::sleep_for(duration);
-  library.StopScan().Ignore();
-  library.OnDevice(nullptr).Ignore();
+  library.StopScan();
+  library.OnDevice(nullptr);
   return seen.empty() ? 1 : 0;
 }

@@ -64,6 +64,65 @@ TEST(ConnectionTest, WhatDoesNotFitIsRefused) {
   EXPECT_TRUE(connection.Publish("t", zel::Bytes(large.data(), zel::kMaxPayload - 39)));
 }
 
+TEST(ConnectionTest, PublicationInBoundedTimeReachesTheCallback) {
+  Gathered<std::string> messages;
+  zel::Connection connection = Connect();
+  ASSERT_TRUE(connection.Subscribe("within", [&](const zel::TopicMessage& message) {
+    messages.Add(std::string(message.data.AsText()) + std::to_string(message.idGroup));
+  }));
+  ASSERT_TRUE(connection.StartLoop());
+  EXPECT_TRUE(connection.PublishWithin("within", "text", kPatience, {7, 8}));
+  ASSERT_TRUE(messages.Await(1));
+  EXPECT_EQ(messages.All().at(0), "text7");
+  connection.StopLoop();
+}
+
+TEST(ConnectionTest, ManyPublicationsArriveInOrder) {
+  Gathered<std::string> messages;
+  zel::Connection connection = Connect();
+  ASSERT_TRUE(connection.Subscribe(
+      "many", [&](const zel::TopicMessage& message) { messages.Add(std::string(message.data.AsText())); }));
+  ASSERT_TRUE(connection.StartLoop());
+  const std::string topics = "many, and more";  // a view of a part of it needs a NUL of its own
+  std::vector<std::string> texts;
+  for (int i = 0; i < 100; ++i) texts.push_back(std::to_string(i));
+  std::vector<zel::Publication> all;
+  for (const std::string& text : texts) all.push_back({std::string_view(topics).substr(0, 4), text, {}});
+  const auto sent = connection.PublishMany(all, kPatience);
+  EXPECT_TRUE(sent) << sent.Text();
+  EXPECT_EQ(*sent, 100U);
+  ASSERT_TRUE(messages.Await(100));
+  EXPECT_EQ(messages.All(), texts);
+  connection.StopLoop();
+}
+
+TEST(ConnectionTest, OfPublicationsOneOfWhichDoesNotFitNoneIsSent) {
+  const std::vector<uint8_t> large(zel::kMaxPayload + 1);
+  zel::Connection connection = Connect();
+  const auto sent = connection.PublishMany({{"t", "x", {}}, {"t", large, {}}}, kPatience);
+  EXPECT_EQ(sent.Code(), zel::kErrorTooLong);
+  EXPECT_EQ(*sent, 0U);
+  EXPECT_EQ(connection.Stats()->framesOut, 0U);
+}
+
+TEST(ConnectionTest, FlushWaitsUntilThePeerHasAll) {
+  zel::Connection connection = Connect();
+  ASSERT_TRUE(connection.Publish("t", "x"));
+  const zel::Result flushed = connection.Flush(kPatience);
+#ifdef _WIN32
+  EXPECT_EQ(flushed.Code(), ZEL_E_PROTOCOL);
+#else
+  EXPECT_TRUE(flushed) << flushed;
+#endif
+}
+
+TEST(ConnectionTest, FramesAreCounted) {
+  zel::Connection connection = Connect();
+  EXPECT_EQ(connection.Stats()->framesOut, 0U);
+  ASSERT_TRUE(connection.Publish("t", "x"));
+  EXPECT_EQ(connection.Stats()->framesOut, 1U);
+}
+
 TEST(ConnectionTest, EventsTellOfTheConnect) {
   Gathered<zel::Event> events;
   Gathered<zel::DeviceId> devices;

@@ -15,8 +15,8 @@ constexpr zel::Milliseconds kTimeout{5000};
 class DiscoveryTest : public testing::Test {
  protected:
   ~DiscoveryTest() override {
-    library.StopScan().Ignore();
-    library.OnDevice(nullptr).Ignore();
+    library.StopScan();
+    library.OnDevice(nullptr);
   }
   zel::Library& library = TheLibrary();
 };
@@ -33,7 +33,7 @@ TEST_F(DiscoveryTest, ScanFindsTheDevice) {
   EXPECT_EQ(device.hostName, "press-4");
   EXPECT_EQ(device.protocolVersion, "1.5");
   EXPECT_EQ(device.hardwareAddress, "02:00:0A:4D:00:02");
-  library.OnDevice(nullptr).Ignore();
+  library.OnDevice(nullptr);
 }
 
 TEST_F(DiscoveryTest, RemovedCallbackIsLetGoOf) {
@@ -51,7 +51,7 @@ TEST_F(DiscoveryTest, RemovedCallbackIsLetGoOf) {
 TEST_F(DiscoveryTest, CallbackMayRemoveItself) {
   Gathered<int> calls;
   ASSERT_TRUE(library.OnDevice([&](const zel::Device&) {
-    library.OnDevice(nullptr).Ignore();
+    library.OnDevice(nullptr);
     calls.Add(1);
   }));
   ASSERT_TRUE(library.StartScan());
@@ -60,7 +60,7 @@ TEST_F(DiscoveryTest, CallbackMayRemoveItself) {
   ASSERT_TRUE(library.OnDevice([&](const zel::Device&) { later.Add(1); }));
   EXPECT_TRUE(later.Await(1));
   EXPECT_EQ(calls.All().size(), 1U);
-  library.OnDevice(nullptr).Ignore();
+  library.OnDevice(nullptr);
 }
 
 TEST_F(DiscoveryTest, EndOfAnotherLibraryLeavesTheScan) {
@@ -69,7 +69,7 @@ TEST_F(DiscoveryTest, EndOfAnotherLibraryLeavesTheScan) {
   ASSERT_TRUE(library.StartScan());
   { const zel::Library other; }
   EXPECT_TRUE(found.Await(2));
-  library.OnDevice(nullptr).Ignore();
+  library.OnDevice(nullptr);
 }
 
 TEST_F(DiscoveryTest, CallbackEndsWithItsLibrary) {

@@ -165,6 +165,14 @@ TEST_F(FileTransferTest, PathsAreUtf8) {
   EXPECT_EQ(Read("named.stored"), "content");
 }
 
+TEST_F(FileTransferTest, APathMayBeTheSystemsOwn) {
+  const std::filesystem::path path = std::filesystem::u8path(InLab("own \xE6\x97\xA5"));
+  std::ofstream(path, std::ios::binary) << "content";
+  auto transfer = zel::SendFile(TheDevice(), kPort, path, "own.stored");
+  EXPECT_TRUE(transfer.Wait());
+  EXPECT_EQ(Read("own.stored"), "content");
+}
+
 TEST_F(FileTransferTest, ALongRemotePathIsRefused) {
   (void)Write("far", 1);
   auto transfer = zel::SendFile(TheDevice(), kPort, InLab("far"), std::string(256, 'r'));

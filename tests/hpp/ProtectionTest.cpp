@@ -272,7 +272,7 @@ Gathered<std::string>& Heard() {
   return *heard;
 }
 zel::Result Scan(zel::Library& library) {
-  library.OnDevice([](const zel::Device& device) { Heard().Add(device.idText); }).Ignore();
+  library.OnDevice([](const zel::Device& device) { Heard().Add(device.idText); });
   return library.StartScan();
 }
 

@@ -135,6 +135,33 @@ TEST(RequestTest, LastFailureTellsForEveryOtherCall) {
   EXPECT_EQ(down.LastFailure(), "connect 127.0.0.9:9999: refused");
 }
 
+TEST(RequestTest, EveryCallThatNeedsTheLinkTellsTheReason) {
+  const std::string refused = "connect 127.0.0.9:9999: refused";
+  zel::Connection down = ConnectToNobody();
+  EXPECT_EQ(down.Reconnect(Milliseconds(100)).Reason(), refused);
+  EXPECT_EQ(down.Send(kEcho, {}, "x", Milliseconds(100)).Reason(), refused);
+  EXPECT_EQ(down.Receive(Milliseconds(100)).Reason(), refused);
+  EXPECT_EQ(down.Publish("t", "x").Reason(), refused);
+  EXPECT_EQ(down.PublishWithin("t", "x", Milliseconds(100)).Reason(), refused);
+  EXPECT_EQ(down.PublishMany({{"t", "x", {}}}, Milliseconds(100)).Reason(), refused);
+  EXPECT_EQ(down.Flush(Milliseconds(100)).Reason(), refused);
+  EXPECT_EQ(down.Subscribe("t", [](const zel::TopicMessage&) {}).Reason(), refused);
+  EXPECT_EQ(down.RequestAsync(kEcho, {}, "x", Milliseconds(100), [](const zel::Answer&) {}).Reason(),
+            refused);
+}
+
+TEST(RequestTest, CallThatWentWellHasNoReason) {
+  zel::Connection down = ConnectToNobody();
+  EXPECT_EQ(down.PublishWithin("t", "x", Milliseconds(-1)).Reason(), "");
+  zel::Connection up = Connect();
+  EXPECT_EQ(up.Publish("t", "x").Reason(), "");
+}
+
+TEST(RequestTest, LinkIsToldToBeUpOrDown) {
+  EXPECT_TRUE(Connect().IsUp());
+  EXPECT_FALSE(ConnectToNobody().IsUp());
+}
+
 TEST(RequestTest, SilenceMayHaveBeenSent) {
   zel::Connection connection = Connect();
   const zel::Answer answer = connection.Request(kSilent, {}, "x", Milliseconds(100));
@@ -276,6 +303,18 @@ TEST(RequestTest, FutureGetsTheAnswer) {
   for (int i = 0; i < 20; ++i) {
     EXPECT_EQ(zel::Bytes(*answers.at(static_cast<size_t>(i)).get()).AsText(), std::to_string(i));
   }
+}
+
+TEST(RequestTest, FutureIsCancelledByItsTicket) {
+  zel::Connection connection = Connect();
+  auto pending = connection.RequestAsync(kSilent, {}, "x", kPlenty);
+  EXPECT_NE(pending.Ticket().Number(), 0U);
+  EXPECT_TRUE(connection.Cancel(pending.Ticket()));
+  ASSERT_EQ(pending.wait_for(std::chrono::seconds(0)), std::future_status::ready);
+  const zel::Answer answer = pending.get();
+  EXPECT_EQ(answer.Code(), zel::kErrorCancelled);
+  EXPECT_TRUE(answer.MayBeSent());
+  EXPECT_FALSE(connection.Cancel(pending.Ticket()));
 }
 
 TEST(RequestTest, FutureIsReadyWhenTheRequestCouldNotBeSent) {

@@ -58,10 +58,10 @@ TEST(TypesTest, ResultCarriesCodeAndText) {
   EXPECT_FALSE(timeout);
   EXPECT_EQ(timeout.Code(), 4104);
   EXPECT_STREQ(timeout.Text(), "recv message timeout");
-  EXPECT_STREQ(zel::Result(zel::kErrorTooLong).Text(), "packet length too long");
+  EXPECT_STREQ(zel::Result(zel::kErrorTooLong).Text(), "frame longer than 10485760 bytes, nothing sent");
   EXPECT_STREQ(zel::Result(ZEL_E_RESOURCE).Text(), "init resource fail");
   EXPECT_STREQ(zel::Result(ZEL_E_MEMORY).Text(), "no memory");
-  EXPECT_STREQ(zel::Result(zel::kErrorCancelled).Text(), "transfer cancelled");
+  EXPECT_STREQ(zel::Result(zel::kErrorCancelled).Text(), "cancelled");
   EXPECT_EQ(timeout, zel::Result(4104));
   EXPECT_NE(timeout, zel::Result());
 }
@@ -75,6 +75,13 @@ TEST(TypesTest, ResultIsAnErrorCodeToo) {
   EXPECT_TRUE(zel::Result(ZEL_E_DISCONNECTED).ErrorCode() == std::errc::not_connected);
   EXPECT_FALSE(zel::Result(ZEL_E_TOPIC).ErrorCode() == std::errc::timed_out);
   EXPECT_FALSE(zel::Result().ErrorCode());
+}
+
+TEST(TypesTest, OneThingHasOneCode) {
+  EXPECT_EQ(zel::kErrorTooLong, LIBZELX_E_TOO_LONG);
+  EXPECT_EQ(zel::kErrorCancelled, LIBZELX_E_CANCELLED);
+  EXPECT_TRUE(zel::Result(zel::kErrorTooLong).ErrorCode() == std::errc::message_size);
+  EXPECT_TRUE(zel::Result(zel::kErrorCancelled).ErrorCode() == std::errc::operation_canceled);
 }
 
 TEST(TypesTest, ResultsAndIdentifiersAreWrittenToStreams) {
@@ -155,6 +162,11 @@ TEST(TypesTest, EmptyConnectionRefusesEverything) {
   EXPECT_EQ(none.Send(600, {}, "x", zel::Milliseconds(10)).Code(), ZEL_E_HANDLE);
   EXPECT_EQ(none.Receive(zel::Milliseconds(10)).Code(), ZEL_E_HANDLE);
   EXPECT_EQ(none.Publish("t", "x").Code(), ZEL_E_HANDLE);
+  EXPECT_EQ(none.PublishWithin("t", "x", zel::Milliseconds(10)).Code(), ZEL_E_HANDLE);
+  EXPECT_EQ(none.PublishMany({{"t", "x", {}}}, zel::Milliseconds(10)).Code(), ZEL_E_HANDLE);
+  EXPECT_EQ(none.Flush(zel::Milliseconds(10)).Code(), ZEL_E_HANDLE);
+  EXPECT_EQ(none.Stats().Code(), ZEL_E_HANDLE);
+  EXPECT_FALSE(none.IsUp());
   EXPECT_EQ(none.Subscribe("t", [](const zel::TopicMessage&) {}).Code(), ZEL_E_HANDLE);
   EXPECT_EQ(none.Unsubscribe("t").Code(), ZEL_E_HANDLE);
   EXPECT_EQ(none.Route(700, [](uint16_t, zel::Bytes) {}).Code(), ZEL_E_HANDLE);

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <future>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -20,15 +21,14 @@ namespace zel {
 /// What became of a request. The value is the answer's payload, whole. The code is 0 when the device
 /// answered without an error, else the device's own error word (IsAnswered tells), else the library's code:
 /// what libzelx_requestEx gives, kErrorTooLong, or ZEL_E_PARAM for a negative time-out.
-class [[nodiscard]] Answer : public ValueOf<std::vector<uint8_t>> {
+class [[nodiscard]] Answer : public LinkValueOf<std::vector<uint8_t>> {
  public:
   /// From what the library tells.
   Answer(const libzelx_Outcome& outcome, std::vector<uint8_t> payload, std::string reason)
-      : ValueOf(Result(CodeOf(outcome)), std::move(payload)),
+      : LinkValueOf(Result(CodeOf(outcome)), std::move(payload), std::move(reason)),
         isAnswered_(outcome.result == ZEL_OK),
         mayBeSent_(outcome.maySent != 0),
-        deviceError_(outcome.deviceError),
-        reason_(std::move(reason)) {}
+        deviceError_(outcome.deviceError) {}
 
   /// True when an answer came, whatever its error word says.
   bool IsAnswered() const { return isAnswered_; }
@@ -37,8 +37,6 @@ class [[nodiscard]] Answer : public ValueOf<std::vector<uint8_t>> {
   /// False when nothing of the request has left, so that asking again is safe. Nothing is ever sent twice by
   /// itself.
   bool MayBeSent() const { return mayBeSent_; }
-  /// Why the link failed, "connect 10.0.0.9:9999: refused", when that is why there is no answer; else empty.
-  const std::string& Reason() const { return reason_; }
 
  private:
   static int32_t CodeOf(const libzelx_Outcome& outcome) {
@@ -48,7 +46,6 @@ class [[nodiscard]] Answer : public ValueOf<std::vector<uint8_t>> {
   bool isAnswered_;
   bool mayBeSent_;
   uint32_t deviceError_;
-  std::string reason_;
 };
 
 /// On the connection's receive thread, or on the thread that stops or releases the connection. Called once.
@@ -65,6 +62,20 @@ class Ticket {
   friend class Connection;
   uint64_t number_ = 0;
   uintptr_t key_ = 0;
+};
+
+/// The future of an answer that is not waited for, with the ticket to cancel it by.
+class PendingAnswer : public std::future<Answer> {
+ public:
+  PendingAnswer() = default;
+  /// From its parts.
+  PendingAnswer(std::future<Answer> answer, zel::Ticket ticket)
+      : std::future<Answer>(std::move(answer)), ticket_(ticket) {}
+  /// For Connection::Cancel: the future then has an answer with kErrorCancelled.
+  const zel::Ticket& Ticket() const { return ticket_; }
+
+ private:
+  zel::Ticket ticket_;
 };
 
 namespace detail {
@@ -136,6 +147,31 @@ inline Answer NotAsked(ZelInstance instance, int32_t code) {
   outcome.maySent = code == ZEL_E_DISCONNECTED || code == ZEL_E_TIMEOUT ? 1 : 0;
   return Answer(outcome, {}, ReasonOf(instance, code));
 }
+
+/// Keeps the promise of an answer, also when nobody gives one any more.
+class PromisedAnswer {
+ public:
+  PromisedAnswer() = default;
+  ~PromisedAnswer() {
+    if (isKept_) return;
+    libzelx_Outcome outcome{};
+    outcome.result = kErrorCancelled;
+    outcome.maySent = 1;
+    promise_.set_value(Answer(outcome, {}, {}));
+  }
+  PromisedAnswer(const PromisedAnswer&) = delete;
+  PromisedAnswer& operator=(const PromisedAnswer&) = delete;
+
+  std::future<Answer> Future() { return promise_.get_future(); }
+  void Keep(Answer answer) {
+    isKept_ = true;
+    promise_.set_value(std::move(answer));
+  }
+
+ private:
+  std::promise<Answer> promise_;
+  bool isKept_ = false;
+};
 
 /// The callbacks of requests that nobody waits for, by the number that the library is given in place of a
 /// pointer.

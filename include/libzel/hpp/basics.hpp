@@ -25,10 +25,11 @@ namespace zel {
 /// The unit of all time-outs. A negative one is refused (ZEL_E_PARAM).
 using Milliseconds = std::chrono::milliseconds;
 
-/// A code that the C++ header adds: the data does not fit into a message; nothing was sent.
-inline constexpr int32_t kErrorTooLong = 4109;
-/// A code that the C++ header adds: a file transfer was stopped by its callback or by Cancel.
-inline constexpr int32_t kErrorCancelled = -2;
+/// The data does not fit into a frame; nothing was sent.
+inline constexpr int32_t kErrorTooLong = LIBZELX_E_TOO_LONG;
+/// Ended before its end: a request by Cancel, a stop or a release; a transfer by its callback, by Cancel, or
+/// by the end of the library.
+inline constexpr int32_t kErrorCancelled = LIBZELX_E_CANCELLED;
 
 /// The most payload bytes that a request carries.
 inline constexpr size_t kMaxPayload = 10485760 - 29;
@@ -54,12 +55,10 @@ class [[nodiscard]] Result {
   constexpr bool IsOk() const { return code_ == ZEL_OK; }
   /// As IsOk.
   constexpr explicit operator bool() const { return IsOk(); }
-  /// A code of libzel.h, of libzelx.h or of this header, or whatever a server or device answered.
+  /// A code of libzel.h or of libzelx.h, or whatever a server or device answered.
   constexpr int32_t Code() const { return code_; }
   /// The constant English text of the code.
-  const char* Text() const {
-    return code_ == kErrorCancelled ? "transfer cancelled" : libzelx_strerror(code_);
-  }
+  const char* Text() const { return libzelx_strerror(code_); }
   /// The same for code that speaks std::error_code. It compares equal to std::errc::timed_out for
   /// ZEL_E_TIMEOUT, to not_connected for ZEL_E_DISCONNECTED, and so on, where there is one.
   std::error_code ErrorCode() const { return {code_, Category()}; }
@@ -93,9 +92,7 @@ class ErrorCategory final : public std::error_category {
       case ZEL_E_DISCONNECTED: return std::errc::not_connected;
       case ZEL_E_PARAM: return std::errc::invalid_argument;
       case ZEL_E_MEMORY: return std::errc::not_enough_memory;
-      case kErrorTooLong:
       case LIBZELX_E_TOO_LONG: return std::errc::message_size;
-      case kErrorCancelled:
       case LIBZELX_E_CANCELLED: return std::errc::operation_canceled;
       case LIBZELX_E_WOULD_BLOCK: return std::errc::resource_deadlock_would_occur;
       default: return {code, *this};
@@ -141,6 +138,38 @@ class [[nodiscard]] ValueOf : public Result {
 
  private:
   T value_;
+};
+
+/// The result of a call that cannot fail on an object that was made well. It may be left alone.
+class Done : public Result {
+ public:
+  using Result::Result;
+};
+
+/// The result of a call that needs the link.
+class [[nodiscard]] LinkResult : public Result {
+ public:
+  /// A result and the reason.
+  explicit LinkResult(Result result, std::string reason = {}) : Result(result), reason_(std::move(reason)) {}
+  /// Why the link failed, "connect 10.0.0.9:9999: refused", when that is the cause; else empty.
+  const std::string& Reason() const { return reason_; }
+
+ private:
+  std::string reason_;
+};
+
+/// A LinkResult with a value.
+template <typename T>
+class [[nodiscard]] LinkValueOf : public ValueOf<T> {
+ public:
+  /// A result, its value, and the reason.
+  LinkValueOf(Result result, T value, std::string reason = {})
+      : ValueOf<T>(result, std::move(value)), reason_(std::move(reason)) {}
+  /// As LinkResult::Reason.
+  const std::string& Reason() const { return reason_; }
+
+ private:
+  std::string reason_;
 };
 
 /// A view of bytes that somebody else owns (a std::span takes one as it is), made from anything that holds

@@ -51,6 +51,13 @@ struct Address {
   uint32_t idOffset = 0;  ///< the second
 };
 
+/// One of several publications that are sent together.
+struct Publication {
+  std::string_view topic;  ///< the topic
+  Bytes data;              ///< what is published
+  Address address;         ///< its addressing words
+};
+
 /// One connection to one server. An empty one (moved from, released, or made by default) refuses everything
 /// with ZEL_E_HANDLE. The destructor stops the receive thread and waits for a callback that runs.
 class Connection {
@@ -130,14 +137,23 @@ class Connection {
   /// Starts it; again while it runs does nothing.
   Result StartLoop() { return Result(libzel_loop_start(handle_)); }
   /// Stops it, and waits for a callback that runs.
-  Result StopLoop() { return Result(libzel_loop_stop(handle_)); }
+  Done StopLoop() { return Done(libzel_loop_stop(handle_)); }
   /// Connects again, whatever the present state, and subscribes the topics again. ZEL_E_DISCONNECTED when the
   /// server could not be reached.
-  Result Reconnect(Milliseconds timeout) {
-    if (detail::IsNegative(timeout)) return Result(ZEL_E_PARAM);
-    if (libzel_reconnect(handle_, detail::Clamp<int32_t>(timeout))) return Result();
+  LinkResult Reconnect(Milliseconds timeout) {
+    if (detail::IsNegative(timeout)) return Told(ZEL_E_PARAM);
+    if (libzel_reconnect(handle_, detail::Clamp<int32_t>(timeout))) return Told(ZEL_OK);
     const int32_t code = libzel_get_errno();
-    return Result(code == ZEL_E_HANDLE ? code : ZEL_E_DISCONNECTED);
+    return Told(code == ZEL_E_HANDLE ? code : ZEL_E_DISCONNECTED);
+  }
+  /// Whether the link is up at this moment.
+  bool IsUp() const { return IsOpen() && detail::IsUp(handle_); }
+  /// What has been counted since the connection was made.
+  ValueOf<libzelx_Stats> Stats() const {
+    libzelx_Stats stats{};
+    stats.size = sizeof stats;
+    const Result result(IsOpen() ? libzelx_getStats(handle_, &stats) : ZEL_E_HANDLE);
+    return {result, stats};
   }
   /// Sets the least time between two automatic reconnects, 2 s in a new connection. A negative one is refused
   /// (ZEL_E_PARAM).
@@ -169,8 +185,8 @@ class Connection {
   }
   /// Sends a request and does not wait: the callback gets the answer, once. It may be called from a callback.
   /// When the code is not 0 the callback will not run.
-  ValueOf<Ticket> RequestAsync(uint16_t port, Address address, Bytes data, Milliseconds timeout,
-                               AnswerCallback callback) {
+  LinkValueOf<Ticket> RequestAsync(uint16_t port, Address address, Bytes data, Milliseconds timeout,
+                                   AnswerCallback callback) {
     libzelx_Request request;
     Ticket ticket;
     if (!callback) return {Result(ZEL_E_PARAM), ticket};
@@ -180,17 +196,17 @@ class Connection {
     const Result result(libzelx_requestAsync(handle_, &request, detail::AnswerCallbacks::Call,
                                              reinterpret_cast<void*>(ticket.key_), &ticket.number_));
     if (!result) (void)callbacks.Take(ticket.key_);
-    return {result, ticket};
+    return {result, ticket, detail::ReasonOf(handle_, result.Code())};
   }
   /// The same with a future of the answer, which is there in every case, and ready at once when the request
-  /// could not be sent. Do not wait for it in a callback on the receive thread.
-  std::future<Answer> RequestAsync(uint16_t port, Address address, Bytes data, Milliseconds timeout) {
-    const auto promise = std::make_shared<std::promise<Answer>>();
-    std::future<Answer> future = promise->get_future();
-    const Result asked = RequestAsync(port, address, data, timeout,
-                                      [promise](Answer answer) { promise->set_value(std::move(answer)); });
-    if (!asked) promise->set_value(detail::NotAsked(handle_, asked.Code()));
-    return future;
+  /// could not be sent, or was cancelled. Do not wait for it in a callback on the receive thread.
+  PendingAnswer RequestAsync(uint16_t port, Address address, Bytes data, Milliseconds timeout) {
+    auto promised = std::make_shared<detail::PromisedAnswer>();
+    std::future<Answer> future = promised->Future();
+    const auto asked = RequestAsync(port, address, data, timeout,
+                                    [promised](Answer answer) { promised->Keep(std::move(answer)); });
+    if (!asked) promised->Keep(detail::NotAsked(handle_, asked.Code()));
+    return {std::move(future), *asked};
   }
   /// Gives up waiting for an answer; what was sent stays sent. True when the callback has not run and never
   /// will. False when it has run, after waiting for it if it runs on another thread, and for a ticket that is
@@ -210,30 +226,31 @@ class Connection {
   /// @{
 
   /// Sends a request. The time-out is for restoring a lost link, not for the write (libzel_sync_send).
-  Result Send(uint16_t port, Address address, Bytes data, Milliseconds timeout) {
-    if (detail::IsNegative(timeout)) return Result(ZEL_E_PARAM);
-    if (data.size() > kMaxPayload) return Result(kErrorTooLong);
+  LinkResult Send(uint16_t port, Address address, Bytes data, Milliseconds timeout) {
+    if (detail::IsNegative(timeout)) return Told(ZEL_E_PARAM);
+    if (data.size() > kMaxPayload) return Told(kErrorTooLong);
     const int32_t sent =
         libzel_sync_send(handle_, port, address.idGroup, address.idOffset, data.data(),
                          static_cast<uint32_t>(data.size()), detail::Clamp<uint32_t>(timeout));
-    return Result(sent > 0 ? ZEL_OK : FailureCode());
+    return Told(sent > 0 ? ZEL_OK : FailureCode());
   }
   /// Waits for the answer to the last request and writes at most `size` bytes of it; the rest of a longer one
   /// is lost. The value is the number of bytes written, also when the server's answer carries an error, which
   /// is then the code.
-  ValueOf<size_t> Receive(uint8_t* buffer, size_t size, Milliseconds timeout) {
+  LinkValueOf<size_t> Receive(uint8_t* buffer, size_t size, Milliseconds timeout) {
     if (detail::IsNegative(timeout)) return {Result(ZEL_E_PARAM), 0};
     const auto room = static_cast<uint32_t>((std::min<size_t>)(size, (std::numeric_limits<int32_t>::max)()));
     const int32_t got = libzel_sync_recv(handle_, nullptr, buffer, room, detail::Clamp<uint32_t>(timeout));
-    const int32_t code = libzel_get_errno();
-    if (got < 0) return {Result(code != ZEL_OK ? code : ZEL_E_DISCONNECTED), 0};
-    return {Result(code), (std::min)(static_cast<size_t>(got), size)};
+    const int32_t error = libzel_get_errno();
+    if (got >= 0) return {Result(error), (std::min)(static_cast<size_t>(got), size)};
+    const int32_t code = error != ZEL_OK ? error : ZEL_E_DISCONNECTED;
+    return {Result(code), 0, detail::ReasonOf(handle_, code)};
   }
   /// As above, into memory of its own, for up to 10485760 bytes.
-  ValueOf<std::vector<uint8_t>> Receive(Milliseconds timeout) {
+  LinkValueOf<std::vector<uint8_t>> Receive(Milliseconds timeout) {
     detail::AnswerRoom room;
-    const ValueOf<size_t> got = Receive(room.data(), room.kSize, timeout);
-    return {got, room.Copy(*got)};
+    const auto got = Receive(room.data(), room.kSize, timeout);
+    return {got, room.Copy(*got), got.Reason()};
   }
   /// @}
 
@@ -241,30 +258,64 @@ class Connection {
   /// @{
 
   /// Publishes the data on a topic.
-  Result Publish(std::string_view topic, Bytes data, Address address = {}) {
+  LinkResult Publish(std::string_view topic, Bytes data, Address address = {}) {
     if (data.size() > kMaxPayload || topic.size() > kMaxPayload ||
         data.size() + topic.size() + kPublicationOverhead > kMaxPayload) {
-      return Result(kErrorTooLong);
+      return Told(kErrorTooLong);
     }
-    return Result(libzel_publish(handle_, address.idGroup, address.idOffset, std::string(topic).c_str(),
-                                 data.data(), static_cast<uint32_t>(data.size())));
+    return Told(libzel_publish(handle_, address.idGroup, address.idOffset, std::string(topic).c_str(),
+                               data.data(), static_cast<uint32_t>(data.size())));
+  }
+  /// The same in bounded time, whatever it waits for. ZEL_E_TIMEOUT: another thread's write took it, or the
+  /// peer did not read the whole frame; then the link is dropped.
+  LinkResult PublishWithin(std::string_view topic, Bytes data, Milliseconds timeout, Address address = {}) {
+    if (detail::IsNegative(timeout)) return Told(ZEL_E_PARAM);
+    if (data.size() > kMaxPayload) return Told(kErrorTooLong);
+    return Told(libzelx_publish(handle_, address.idGroup, address.idOffset, std::string(topic).c_str(),
+                                data.data(), static_cast<uint32_t>(data.size()),
+                                detail::Clamp<uint32_t>(timeout)));
+  }
+  /// Publishes them all, in order, packed into few writes, in bounded time: far quicker than one call for
+  /// each. The value is how many were handed to the system whole, also on failure. kErrorTooLong: one does
+  /// not fit, and none was sent.
+  LinkValueOf<size_t> PublishMany(const std::vector<Publication>& all, Milliseconds timeout) {
+    if (detail::IsNegative(timeout)) return {Result(ZEL_E_PARAM), 0};
+    std::vector<std::string> topics;
+    std::vector<libzelx_Message> messages;
+    topics.reserve(all.size());  // so that none moves
+    for (const Publication& one : all) {
+      if (one.data.size() > kMaxPayload) return {Result(kErrorTooLong), 0};
+      topics.emplace_back(one.topic);
+      messages.push_back({sizeof(libzelx_Message), topics.back().c_str(), one.address.idGroup,
+                          one.address.idOffset, one.data.data(), static_cast<uint32_t>(one.data.size()), 0});
+    }
+    size_t sent = 0;
+    const int32_t code = libzelx_publishMany(handle_, messages.data(), messages.size(),
+                                             detail::Clamp<uint32_t>(timeout), &sent);
+    return {Result(code), sent, detail::ReasonOf(handle_, code)};
+  }
+  /// Waits until the peer's system has acknowledged all that was written. ZEL_E_TIMEOUT: not yet.
+  /// ZEL_E_PROTOCOL: the system cannot tell (Windows).
+  LinkResult Flush(Milliseconds timeout) {
+    return Told(detail::IsNegative(timeout) ? ZEL_E_PARAM
+                                            : libzelx_flush(handle_, detail::Clamp<uint32_t>(timeout)));
   }
   /// Subscribes, or gives a subscribed topic another callback. Start the receive thread to hear something.
   /// When the send fails the code says so, and the subscription stays and is sent again with the next
   /// connect.
-  Result Subscribe(std::string_view topic, TopicCallback callback) {
-    if (targets_ == nullptr) return Result(ZEL_E_HANDLE);
+  LinkResult Subscribe(std::string_view topic, TopicCallback callback) {
+    if (targets_ == nullptr) return Told(ZEL_E_HANDLE);
     const std::string name(topic);
     TopicSlot& slot = targets_->TopicOf(name);
     const auto earlier = slot.Exchange(std::move(callback));
-    return Result(libzel_subscribe(handle_, name.c_str(), CallTopic, &slot));
+    return Told(libzel_subscribe(handle_, name.c_str(), CallTopic, &slot));
   }
   /// From here on no call of the callback begins; one that runs is not waited for.
-  Result Unsubscribe(std::string_view topic) {
-    if (targets_ == nullptr) return Result(ZEL_E_HANDLE);
+  LinkResult Unsubscribe(std::string_view topic) {
+    if (targets_ == nullptr) return Told(ZEL_E_HANDLE);
     const std::string name(topic);
     const auto earlier = targets_->TopicOf(name).Exchange(nullptr);
-    return Result(libzel_unsubscribe(handle_, name.c_str()));
+    return Told(libzel_unsubscribe(handle_, name.c_str()));
   }
   /// @}
 
@@ -342,6 +393,8 @@ class Connection {
     request.timeoutMs = detail::Clamp<uint32_t>(timeout);
     return ZEL_OK;
   }
+
+  LinkResult Told(int32_t code) const { return LinkResult(Result(code), detail::ReasonOf(handle_, code)); }
 
   static int32_t FailureCode() {
     const int32_t code = libzel_get_errno();

@@ -8,11 +8,13 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 namespace zel {
@@ -91,7 +93,6 @@ class Transfer {
   }
 
   static Result ResultOf(const libzelx_FileEvent& event) {
-    if (event.result == LIBZELX_E_CANCELLED) return Result(kErrorCancelled);
     if (event.result == LIBZELX_E_DEVICE) return Result(static_cast<int32_t>(event.deviceError));
     return Result(event.result);
   }
@@ -177,6 +178,13 @@ inline FileTransfer SendFile(const DeviceId& device, uint16_t port, const std::s
   auto transfer = std::make_shared<detail::Transfer>(device, std::move(callback));
   detail::Transfer::Begin(transfer, port, localPath, remotePath);
   return FileTransfer(std::move(transfer));
+}
+/// The same with the system's own path. No other type is taken for one: a text is UTF-8.
+template <typename Path, std::enable_if_t<std::is_same_v<Path, std::filesystem::path>, int> = 0>
+FileTransfer SendFile(const DeviceId& device, uint16_t port, const Path& localPath,
+                      const std::string& remotePath, FileCallback callback = nullptr) {
+  const auto utf8 = localPath.u8string();  // of char8_t from C++20 on
+  return SendFile(device, port, std::string(utf8.begin(), utf8.end()), remotePath, std::move(callback));
 }
 
 }  // namespace zel

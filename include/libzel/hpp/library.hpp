@@ -179,8 +179,8 @@ class Library {
       : log_(options), start_(detail::LibraryCount::Enter(options.Protection())) {}
   ~Library() {
     if (detail::ScanTarget::Instance().IsOwner(this)) {
-      StopScan().Ignore();
-      OnDevice(nullptr).Ignore();
+      StopScan();
+      OnDevice(nullptr);
     }
     detail::LibraryCount::Leave();
   }
@@ -201,9 +201,9 @@ class Library {
 
   /// Sets, replaces or (empty) removes the callback for found devices. When it returns the earlier callback
   /// does not run any more, unless this is called from that callback.
-  Result OnDevice(DeviceCallback callback) {
+  Done OnDevice(DeviceCallback callback) {
     detail::ScanTarget::Instance().Set(std::move(callback), this);
-    return Result(libzel_registerZelScanEvent(detail::ScanTarget::Call, nullptr));
+    return Done(libzel_registerZelScanEvent(detail::ScanTarget::Call, nullptr));
   }
   /// Asks all networks every 1 to 2 seconds from now on. A device is reported each time that it answers.
   /// Starts discovery when it does not run. ZEL_E_RESOURCE: it is broken, Discovery has the reason. The scan
@@ -214,7 +214,7 @@ class Library {
     return started ? scan : started;
   }
   /// Asks no longer.
-  Result StopScan() { return Result(libzel_stopZelScan()); }
+  Done StopScan() { return Done(libzel_stopZelScan()); }
 
   /// @name Discovery
   /// Under protection it has no socket and sends no packet until it is started, by this or by a scan.
@@ -242,7 +242,7 @@ class Library {
     return Result(libzelx_setRoute(&device.Raw(), host.c_str()));
   }
   /// Forgets what is known of an identifier, pinned or heard.
-  Result ForgetRoute(const DeviceId& device) { return Result(libzelx_setRoute(&device.Raw(), nullptr)); }
+  Done ForgetRoute(const DeviceId& device) { return Done(libzelx_setRoute(&device.Raw(), nullptr)); }
   /// The host that a connection made now would get: the one that is known, else the identifier's first four
   /// bytes.
   std::string RouteOf(const DeviceId& device) const {
