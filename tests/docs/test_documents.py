@@ -62,6 +62,13 @@ def test_every_new_constant_is_on_its_page_with_its_code():
     assert rows == [(code, f"0x{int(code):04X}", name) for name, code in constants]
 
 
+def test_every_function_of_the_second_family_is_on_its_page():
+    header = (TREE / "include" / "libzel" / "libzelx.h").read_text(encoding="utf-8")
+    functions = re.findall(r"^ZEL_API [^;(]*?(libzelx_\w+)\(", header, re.MULTILINE)
+    assert len(functions) > 20
+    assert [name for name in functions if f"`{name}`" not in page("beyond")] == []
+
+
 def test_every_option_has_a_row_and_its_danger_leads_there():
     header = (TREE / "include" / "libzel" / "libzelx.h").read_text(encoding="utf-8")
     options = re.findall(r"^  LIBZELX_(\w+) = \d+", header, re.MULTILINE)
