@@ -143,7 +143,8 @@ class [[nodiscard]] ValueOf : public Result {
 /// The result of a call that cannot fail on an object that was made well. It may be left alone.
 class Done : public Result {
  public:
-  using Result::Result;
+  /// A result of the library, a code.
+  explicit Done(int32_t code) : Result(code) {}
 };
 
 /// The result of a call that needs the link.
