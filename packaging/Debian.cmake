@@ -33,9 +33,13 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${docdir}/libzel-de
 
 # The tools' pages. zel loads the library, so it runs where no network is.
 set(lab ${PROJECT_SOURCE_DIR}/tests/lab/lab.sh)
-add_custom_command(OUTPUT zel.1 zel.bash DEPENDS zel VERBATIM
-  COMMAND sh -c "'${lab}' -- '$<TARGET_FILE:zel>' --generate man > zel.1"
-  COMMAND sh -c "'${lab}' -- '$<TARGET_FILE:zel>' --generate completion > zel.bash")
+set(generated_kinds man bash zsh fish)
+set(generated_files zel.1 zel.bash zel.zsh zel.fish)
+foreach(kind file IN ZIP_LISTS generated_kinds generated_files)
+  add_custom_command(OUTPUT ${file} DEPENDS zel VERBATIM
+    COMMAND sh -c "'${lab}' -- '$<TARGET_FILE:zel>' --generate ${kind} > ${file}")
+  set_property(TARGET package_files APPEND PROPERTY SOURCES ${CMAKE_CURRENT_BINARY_DIR}/${file})
+endforeach()
 add_custom_command(OUTPUT zelsim.1 DEPENDS zelsim VERBATIM
   COMMAND help2man --no-info --name=simulated\ Zel\ devices --output=zelsim.1 $<TARGET_FILE:zelsim>)
 foreach(program zel zelsim)
@@ -43,6 +47,10 @@ foreach(program zel zelsim)
 endforeach()
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zel.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
   RENAME zel COMPONENT libzel-tools)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zel.zsh DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions
+  RENAME _zel COMPONENT libzel-tools)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zel.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d
+  COMPONENT libzel-tools)
 install(FILES ${PROJECT_SOURCE_DIR}/tools/wireshark/zel.lua DESTINATION ${CMAKE_INSTALL_LIBDIR}/wireshark/plugins
   COMPONENT libzel-tools)
 

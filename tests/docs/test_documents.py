@@ -83,9 +83,22 @@ def test_every_option_has_a_row_and_its_danger_leads_there():
 
 
 def test_every_command_of_the_tool_is_described():
-    commands = re.findall(r"^  ([a-z]+)  +\w", zel("--help").split("Subcommands:")[1], re.MULTILINE)
+    commands = re.findall(r"^  ([a-z]+)  +\w", zel("--help").split("Commands:")[1], re.MULTILINE)
     assert len(commands) > 5
-    assert [command for command in commands if f"| `zel {command}` |" not in page("tool")] == []
+    assert [command for command in commands if f"| [zel {command}](tool/{command}.md) |" not in page("tool")] == []
+
+
+def test_every_option_of_all_commands_is_described():
+    options = re.findall(r"^  (-\w,--\w+(?: [A-Z]+)?)  +\w", zel("--help"), re.MULTILINE)
+    assert len(options) == 6
+    assert [option for option in options if f"| `{option}` |" not in page("tool")] == []
+
+
+def test_the_exit_statuses_are_those_of_the_help():
+    rows = re.findall(r"^\| (\d+) \| (.*) \|$", page("tool").split("## The exit status")[1], re.MULTILINE)
+    told = " ".join(zel("--help").split("Exit status:")[1].split("Try:")[0].split())
+    plain = [(status, re.sub(r"\[([^]]*)\]\([^)]*\)", r"\1", meaning).replace("`", "")) for status, meaning in rows]
+    assert " ".join(f"{status} {meaning}" for status, meaning in plain) == told
 
 
 def shown_frames():

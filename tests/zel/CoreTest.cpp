@@ -7,6 +7,7 @@
 #include "DeviceList.h"
 #include "ErrorPage.h"
 #include "Format.h"
+#include "HelpText.h"
 #include "Progress.h"
 #include "Reasons.h"
 #include "RecordFile.h"
@@ -200,6 +201,35 @@ TEST(RecordFileTest, SaysWhatIsWrong) {
       EXPECT_EQ(problem.what(), what) << line;
     }
   }
+}
+
+TEST(HelpTextTest, TakesParagraphsAndRowsApart) {
+  const auto parts = ReadHelp("One\ntwo:\n  left   what it is\n  alone\nthree\n\nfour");
+  ASSERT_EQ(parts.size(), 4U);
+  EXPECT_EQ(parts[0].paragraph, "One two:");
+  ASSERT_EQ(parts[1].rows.size(), 2U);
+  EXPECT_EQ(parts[1].rows[0].left, "left");
+  EXPECT_EQ(parts[1].rows[0].right, "what it is");
+  EXPECT_EQ(parts[1].rows[1].left, "alone");
+  EXPECT_EQ(parts[2].paragraph, "three");
+  EXPECT_EQ(parts[3].paragraph, "four");
+}
+
+TEST(HelpTextTest, MeaningsStandInOneColumnOrBelow) {
+  EXPECT_EQ(ShowRows({{"a", "short"}, {"long-word", "is below"}}, 14, 5),
+            "  a  short\n  long-word\n      is below\n");
+  EXPECT_EQ(ShowRows({{"ab", "one two three"}}, 14, 5), "  ab  one two\n      three\n");
+}
+
+TEST(HelpTextTest, FitsItsColumns) {
+  EXPECT_EQ(ShowHelp("Some:\n  a  b\n\nmore words", 10), "Some:\n  a  b\n\nmore words\n");
+  EXPECT_EQ(ShowHelp("one two three", 8), "one two\nthree\n");
+}
+
+TEST(HelpTextTest, IsEscapedForManAndMarkdown) {
+  EXPECT_EQ(ShowHelpForMan("-a \\n"), ".PP\n\\-a \\en\n");
+  EXPECT_EQ(EscapeForMarkdown("with --json, or <it>."), "with `--json`, or `<it>`.");
+  EXPECT_EQ(ShowHelpInMarkdown("Try:\n  zel x  it"), "\nTry:\n\n```sh\nzel x # it\n```\n");
 }
 
 TEST(ErrorPageTest, ReadsRowsAndNothingElse) {

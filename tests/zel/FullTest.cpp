@@ -25,7 +25,7 @@ const std::vector<std::vector<std::string>> kCommands = {
     {"--help"},
     {"request", "--help"},
     {"--generate", "man"},
-    {"--generate", "completion"},
+    {"--generate", "bash"},
     {"request", kAbsentAddress, "-p", "600", "--json"},
 };
 

@@ -88,12 +88,15 @@ TEST(PlainTest, HelpHasExamples) {
   }
 }
 
-TEST(PlainTest, HelpFitsEightyColumnsButForExamples) {
-  for (const char* command : {"scan", "id", "doctor", "errors", "request", "pub", "sub", "listen", "record",
-                              "replay", "send", "watch"}) {
-    const ZelResult result = RunZel({command, "--help"});
-    const std::string options = result.output.substr(0, result.output.find("Examples:"));
-    for (const std::string& line : Lines(options)) EXPECT_LE(line.size(), 80U) << command << ": " << line;
+TEST(PlainTest, HelpFitsEightyColumns) {
+  const std::vector<std::vector<std::string>> commands = {
+      {},         {"scan"},   {"id"},     {"id", "get"}, {"id", "set"}, {"request"}, {"pub"},    {"sub"},
+      {"listen"}, {"record"}, {"replay"}, {"send"},      {"watch"},     {"doctor"},  {"errors"}, {"version"}};
+  for (std::vector<std::string> arguments : commands) {
+    arguments.push_back("--help");
+    for (const std::string& line : Lines(RunZel(arguments).output)) {
+      EXPECT_LE(line.size(), 80U) << arguments.front() << ": " << line;
+    }
   }
 }
 
@@ -163,11 +166,25 @@ TEST(PlainTest, ManualDescribesEveryCommandAndOption) {
   EXPECT_FALSE(Contains(result.output, "generate"));
 }
 
-TEST(PlainTest, CompletionNamesCommandsAndOptions) {
-  const ZelResult result = RunZel({"--generate", "completion"});
+TEST(PlainTest, EveryShellHasACompletion) {
+  for (const char* shell : {"bash", "zsh", "fish"}) {
+    const ZelResult result = RunZel({"--generate", shell});
+    EXPECT_EQ(result.status, 0) << shell;
+    for (const char* part : {"doctor", "summary", "connect-timeout"}) {
+      EXPECT_TRUE(Contains(result.output, part)) << shell << " " << part;
+    }
+    EXPECT_FALSE(Contains(result.output, "generate")) << shell;
+  }
+}
+
+TEST(PlainTest, WhatCannotBeGeneratedIsUsage) {
+  EXPECT_EQ(RunZel({"--generate", "music"}).status, 2);
+  EXPECT_EQ(RunZel({"--generate", "page:dance"}).status, 2);
+}
+
+TEST(PlainTest, ACommandHasItsPage) {
+  const ZelResult result = RunZel({"--generate", "page:scan"});
   EXPECT_EQ(result.status, 0);
-  EXPECT_TRUE(Contains(result.output, "complete -o filenames -F _zel zel"));
-  EXPECT_TRUE(Contains(result.output, "'id') words='local get set'"));
-  EXPECT_TRUE(Contains(result.output, "--summary"));
-  EXPECT_FALSE(Contains(result.output, "--help -j --json -q --quiet -L --log -v --verbose -V --version -h"));
+  EXPECT_TRUE(result.output.starts_with("# zel scan\n")) << result.output;
+  EXPECT_TRUE(Contains(result.output, "| `-w,--watch` | Keep looking")) << result.output;
 }

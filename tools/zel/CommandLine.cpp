@@ -5,29 +5,34 @@
 #include <utility>
 
 #include "Failure.h"
-#include "Generate.h"
+#include "Help.h"
 #include "Text.h"
 
 namespace zeltool {
 namespace {
 
 constexpr const char* kHelp =
-    R"(DEVICE is a device's identifier, six numbers as in 192.168.1.20.0.1, its address, a host
-name, or the device's own name or serial number as zel scan shows them. An identifier is
-asked for at the address that its first four numbers make; when that is not the device,
-it is looked for on the networks.
+    R"(DEVICE is a device's identifier, six numbers as in 192.168.1.20.0.1, its address, a host name, or the device's own
+name or serial number as zel scan shows them. An identifier is asked for at the address that its first four numbers
+make; when that is not the device, it is looked for on the networks.
 
-What the commands find goes to standard output: for people, or with --json one object
-a line for programs, failures included. Remarks go to standard error, but not with
---quiet. The library's own log goes to the file of --log, or with --verbose to standard
-error, else nowhere. No colours are used.
+What the commands find goes to standard output: for people, or with --json one object a line for programs, failures
+included. Remarks go to standard error, but not with --quiet. The library's own log goes to the file of --log, or with
+--verbose to standard error, else nowhere. No colours are used.
 
-Exit status: 0 done, 1 the library or the device reported an error (its number and text
-are shown, zel errors explains them), the device cannot be reached, or the results could
-not be written, 2 the command line is wrong, or a file that it names cannot be used, 27
-nothing, or not all, arrived or left in time, 130 interrupted (Ctrl-C).
+Exit status:
+)";
 
+constexpr const char* kTry = R"(
 Try: zel scan, then zel COMMAND --help, which has examples.)";
+
+std::string StatusRows() {
+  std::string rows;
+  for (const auto& [status, meaning] : kExitStatuses) {
+    rows += "  " + std::to_string(status) + "  " + meaning + "\n";
+  }
+  return rows;
+}
 
 void AddCommon(CLI::App& app, CommonOptions& common) {
   app.add_flag("-j,--json", common.json, "Write one JSON object a line");
@@ -35,9 +40,7 @@ void AddCommon(CLI::App& app, CommonOptions& common) {
   app.add_option("-L,--log", common.log, "Append the library's log to this file")->type_name("FILE");
   app.add_flag("-v,--verbose", common.verbose, "Write the library's log to standard error");
   app.set_version_flag("-V,--version", std::string("zel ") + ZEL_TOOL_VERSION, "Show the program's version");
-  app.add_option("--generate", common.generate, "man or completion")
-      ->check(CLI::IsMember({"man", "completion"}))
-      ->group("");
+  app.add_option("--generate", common.generate, "man, bash, zsh, fish or page:COMMAND")->group("");
 }
 
 void AddCommands(CLI::App& app, Task& task) {
@@ -55,24 +58,6 @@ void AddCommands(CLI::App& app, Task& task) {
   AddErrors(app, task);
   AddVersion(app, task);
 }
-
-// Says of an option what it takes, and no more: what must be given and what excludes what is better read in
-// the examples.
-class PlainFormatter : public CLI::Formatter {
- public:
-  PlainFormatter() {
-    column_width(28);
-    label("Positionals", "Arguments");
-    label("Subcommands", "Commands");
-    label("SUBCOMMAND", "COMMAND");
-    label("OPTIONS", "options");
-  }
-
-  std::string make_option_opts(const CLI::Option* option) const override {
-    if (option->get_type_size() == 0 || option->get_positional()) return {};
-    return " " + option->get_type_name();
-  }
-};
 
 // Common options may come behind a command, too.
 void LetCommonOptionsFollow(CLI::App& app) {
@@ -121,11 +106,6 @@ const CLI::App& NamedCommand(const CLI::App& app) {
   return named.empty() ? app : NamedCommand(*named.back());
 }
 
-std::string Path(const CLI::App& command) {
-  const CLI::App* parent = command.get_parent();
-  return parent == nullptr ? command.get_name() : Path(*parent) + " " + command.get_name();
-}
-
 std::string Missing(const CLI::App& command) {
   std::vector<std::string> names;
   for (const CLI::Option* option : VisibleOptions(command)) {
@@ -166,12 +146,13 @@ std::string ExplainExtras(const CLI::App& app, const CLI::App& command) {
 std::unique_ptr<CLI::App> MakeCommandLine(CommonOptions& common, Task& task) {
   auto app = std::make_unique<CLI::App>(
       "Find Zel devices, ask them, and exchange messages and files with them", "zel");
-  app->formatter(std::make_shared<PlainFormatter>());
+  app->formatter(MakeFormatter());
+  app->set_help_flag("-h,--help", "Show this help");
   app->allow_windows_style_options(false);  // "/data/recipe" is a path on a device
   AddCommon(*app, common);
   AddCommands(*app, task);
   LetCommonOptionsFollow(*app);
-  app->footer(kHelp);
+  app->footer(kHelp + StatusRows() + kTry);
   return app;
 }
 
@@ -197,7 +178,7 @@ std::string ExplainParse(const CLI::App& app, const CLI::ParseError& problem) {
 }
 
 int ReportUsage(const CLI::App& app, const std::vector<std::string>& arguments, const std::string& what) {
-  const std::string path = Path(NamedCommand(app));
+  const std::string path = PathOf(NamedCommand(app));
   WriteOutputAsBytes();
   // What a wrong line wants is not read by the one that reads right ones.
   const auto wantsJson = [](const std::string& word) { return word == "-j" || word == "--json"; };

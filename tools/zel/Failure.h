@@ -1,6 +1,7 @@
 // How a command ends.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
@@ -8,12 +9,30 @@
 
 namespace zeltool {
 
-// Exit statuses. docs/tool.md, the help and the tests have the same table.
+// Exit statuses.
 constexpr int kDone = 0;
 constexpr int kFailed = 1;
 constexpr int kUsage = 2;
 constexpr int kNothingArrived = 27;
 constexpr int kInterrupted = 130;
+
+// Their table, for the help, the manual and, held against it by a test, docs/tool.md.
+struct ExitStatus {
+  int status;
+  const char* meaning;
+};
+inline constexpr std::array<ExitStatus, 5> kExitStatuses = {{
+    {kDone, "done"},
+    {kFailed,
+     "the library or the device reported an error (zel errors explains its number), the device cannot be "
+     "reached, or the "
+     "results could not be written"},
+    {kUsage,
+     "the command line is wrong, or a file that it names cannot be used: missing, too long, no record"},
+    {kNothingArrived,
+     "nothing arrived in time, or less than --count; not all left in time; the device is silent"},
+    {kInterrupted, "interrupted by Ctrl-C"},
+}};
 
 // Ends the command. What went wrong is one sentence; the advice, which may be empty, is what to try.
 class Failure : public std::runtime_error {

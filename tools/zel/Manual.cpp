@@ -1,30 +1,15 @@
 #include <sstream>
 
+#include "Failure.h"
 #include "Generate.h"
+#include "Help.h"
+#include "HelpText.h"
 
 namespace zeltool {
 namespace {
 
-// Text that troff shows as it is.
-std::string Escape(const std::string& text) {
-  std::string out;
-  for (size_t i = 0; i < text.size(); ++i) {
-    const char character = text[i];
-    const bool lineStart = i == 0 || text[i - 1] == '\n';
-    if (lineStart && (character == '.' || character == '\'')) out += "\\&";
-    if (character == '\\') {
-      out += "\\e";
-    } else if (character == '-') {
-      out += "\\-";
-    } else {
-      out += character;
-    }
-  }
-  return out;
-}
-
-std::string Italic(const std::string& text) { return "\\fI" + Escape(text) + "\\fR"; }
-std::string Bold(const std::string& text) { return "\\fB" + Escape(text) + "\\fR"; }
+std::string Italic(const std::string& text) { return "\\fI" + EscapeForMan(text) + "\\fR"; }
+std::string Bold(const std::string& text) { return "\\fB" + EscapeForMan(text) + "\\fR"; }
 
 std::string OptionTitle(const CLI::Option& option) {
   if (option.get_positional()) return Italic(option.get_name(true));
@@ -38,10 +23,11 @@ std::string OptionTitle(const CLI::Option& option) {
 
 void WriteOptions(std::ostream& out, const CLI::App& app) {
   for (const CLI::Option* option : VisibleOptions(app)) {
-    out << ".TP\n" << OptionTitle(*option) << "\n" << Escape(option->get_description()) << ".\n";
+    out << ".TP\n" << OptionTitle(*option) << "\n" << EscapeForMan(option->get_description()) << ".\n";
   }
 }
 
+// "DEVICE [TEXT]" with the names in italics.
 std::string Synopsis(const CLI::App& app, const std::string& path) {
   std::string line = Bold(path) + " [" + Italic("options") + "]";
   for (const CLI::Option* option : VisibleOptions(app)) {
@@ -53,29 +39,13 @@ std::string Synopsis(const CLI::App& app, const std::string& path) {
   return line;
 }
 
-// A footer is a block of examples, then paragraphs.
-void WriteFooter(std::ostream& out, const std::string& footer) {
-  std::istringstream lines(footer);
-  std::string line;
-  bool verbatim = false;
-  while (std::getline(lines, line)) {
-    const bool indented = line.starts_with("  ");
-    if (indented != verbatim) out << (indented ? ".PP\n.nf\n" : ".fi\n");
-    verbatim = indented;
-    out << (line.empty() ? ".PP" : Escape(line)) << "\n";
-  }
-  if (verbatim) out << ".fi\n";
-}
-
 void WriteCommand(std::ostream& out, const CLI::App& command, const std::string& path) {
-  out << ".SS " << Synopsis(command, path) << "\n" << Escape(command.get_description()) << ".\n";
+  out << ".SS " << Synopsis(command, path) << "\n" << EscapeForMan(command.get_description()) << ".\n";
   WriteOptions(out, command);
   for (const CLI::App* part : VisibleCommands(command))
     WriteCommand(out, *part, path + " " + part->get_name());
-  if (!command.get_footer().empty()) {
-    out << ".PP\n";
-    WriteFooter(out, command.get_footer());
-  }
+  // Parts have that of the whole.
+  if (command.get_footer() != command.get_parent()->get_footer()) out << ShowHelpForMan(command.get_footer());
 }
 
 }  // namespace
@@ -83,7 +53,7 @@ void WriteCommand(std::ostream& out, const CLI::App& command, const std::string&
 std::string MakeManual(const CLI::App& app) {
   std::ostringstream out;
   out << ".TH ZEL 1 \"\" \"zel " << ZEL_TOOL_VERSION << "\" \"User Commands\"\n"
-      << ".SH NAME\nzel \\- " << Escape(app.get_description()) << "\n"
+      << ".SH NAME\nzel \\- " << EscapeForMan(app.get_description()) << "\n"
       << ".SH SYNOPSIS\n.B zel\n[" << Italic("options") << "] " << Italic("command") << " ["
       << Italic("arguments") << "]\n.SH OPTIONS\nThese come before or behind a command.\n";
   WriteOptions(out, app);
@@ -91,12 +61,19 @@ std::string MakeManual(const CLI::App& app) {
   for (const CLI::App* command : VisibleCommands(app))
     WriteCommand(out, *command, "zel " + command->get_name());
   out << ".SH NOTES\n";
-  WriteFooter(out, app.get_footer());
+  out << ShowHelpForMan(app.get_footer());
   return out.str();
 }
 
 std::string Generate(const CLI::App& app, const std::string& kind) {
-  return kind == "man" ? MakeManual(app) : MakeCompletion(app);
+  if (kind == "man") return MakeManual(app);
+  if (kind == "bash") return MakeBashCompletion(app);
+  if (kind == "zsh") return MakeZshCompletion(app);
+  if (kind == "fish") return MakeFishCompletion(app);
+  for (const CLI::App* command : VisibleCommands(app)) {
+    if (kind == "page:" + command->get_name()) return MakePage(*command);
+  }
+  throw UsageFailure("--generate knows man, bash, zsh, fish, and page:COMMAND");
 }
 
 }  // namespace zeltool

@@ -172,9 +172,19 @@ constexpr const char* kSubHelp = R"(Examples:
   zel sub 192.168.1.20 alarms --count 1 --wait 10 || echo quiet
   zel sub 192.168.1.20 alarms --format "%T %t: %s\n"
 
-Formats: %t topic, %d data as it is, %s data with control characters made visible,
-%x data in hexadecimal, %l its length, %g index group, %o index offset, %T time,
-%% percent sign, %n or \n line feed, \t tab, \0 zero byte. No line feed is added.
+Formats:
+  %t  topic
+  %d  data as it is
+  %s  data with control characters made visible
+  %x  data in hexadecimal
+  %l  its length
+  %g  index group
+  %o  index offset
+  %T  time
+  %%  percent sign
+  %n  line feed; \n, too, beside \t tab, \0 zero byte and \\ backslash
+
+No line feed is added.
 
 A lost connection is restored, and the topics are subscribed again. The status is 27
 when --wait ends with nothing, or with less than --count, received.)";
@@ -192,9 +202,17 @@ constexpr const char* kListenHelp = R"(Examples:
   zel listen 192.168.1.20 700 701 --json
   zel listen 192.168.1.20 700 --count 10 --wait 5 --format "%p %x\n"
 
-Formats: %p port, %d data as it is, %s data with control characters made visible,
-%x data in hexadecimal, %l its length, %T time, %% percent sign, %n or \n line
-feed, \t tab, \0 zero byte. No line feed is added.
+Formats:
+  %p  port
+  %d  data as it is
+  %s  data with control characters made visible
+  %x  data in hexadecimal
+  %l  its length
+  %T  time
+  %%  percent sign
+  %n  line feed; \n, too, beside \t tab, \0 zero byte and \\ backslash
+
+No line feed is added.
 
 Ports up to 500 belong to the system. The status is 27 when --wait ends with
 nothing, or with less than --count, received.)";

@@ -182,7 +182,7 @@ class Requester {
 constexpr const char* kRequestHelp = R"(Examples:
   zel request 192.168.1.20.0.1 --port 600 --group 1 --offset 2 "How are you?"
   zel request 192.168.1.20 -p 600 -g 0x1000 -o 1 --hex "01 02 ff" --show hex
-  zel request 192.168.1.20 -p 600 -g 1 -o 2 --file question.bin --show raw >answer.bin
+  zel request 192.168.1.20 -p 600 --file question.bin --show raw >answer.bin
   zel request press-4 -p 600 -g 1 -o 2 hello --count 100 --interval 10
 
 The answer is shown as text if it is text, as a hex dump if not. With --count, each
