@@ -61,6 +61,62 @@ def test_publication_reaches_the_callback(connection, seen):
     assert seen.take() == zel.Message("press/temperature", b"21\0.5", 3, 4)
 
 
+def test_publication_in_bounded_time_reaches_the_callback(connection, seen):
+    connection.subscribe("within", seen.put)
+    connection.start_loop()
+    connection.publish("within", b"a\0b", group=3, timeout=5)
+    assert seen.take() == zel.Message("within", b"a\0b", 3)
+
+
+def test_many_publications_arrive_in_order(connection, seen):
+    connection.subscribe("many", seen.put)
+    connection.start_loop()
+    messages = [zel.Message("many", b"%d\0" % i, i, i + 1) for i in range(100)]
+    connection.publish_many(messages, timeout=5)
+    assert [seen.take() for _ in messages] == messages
+
+
+def test_of_publications_one_of_which_does_not_fit_none_is_sent(connection):
+    with pytest.raises(zel.ZelError) as raised:
+        connection.publish_many([zel.Message("t", b"x"), zel.Message("t", bytes(10485760))])
+    assert (raised.value.code, raised.value.sent) == (zel.ErrorCode.TOO_LONG, 0)
+    assert connection.stats().frames_out == 0
+
+
+@pytest.mark.skipif(sys.platform == "win32", reason="the system cannot tell")
+def test_flush_waits_until_the_peer_has_all(connection):
+    connection.publish("t", b"x")
+    connection.flush(5)
+
+
+def test_frames_and_the_link_are_told_of(connection):
+    assert connection.stats().frames_out == 0
+    connection.publish("t", b"x")
+    stats = connection.stats()
+    assert (stats.frames_out, stats.connected, stats.connects) == (1, True, 1)
+    assert connection.is_up
+    connection.close()
+    assert not connection.is_up
+
+
+@pytest.mark.parametrize(
+    "call",
+    [
+        lambda c: c.request("600"),
+        lambda c: c.request(600.0),
+        lambda c: c.request(600, "text"),
+        lambda c: c.request(600, timeout="1"),
+        lambda c: c.publish(b"topic", b"x"),
+        lambda c: c.subscribe(5, print),
+        lambda c: zel.Connection(5),
+        lambda c: zel.Connection(None),
+    ],
+)
+def test_wrong_types_are_told_plainly(connection, call):
+    with pytest.raises(TypeError, match=r" (is|are) a? ?.*, not "):
+        call(connection)
+
+
 def test_subscription_is_an_iterator(connection):
     with connection.messages("a", "b", timeout=20) as messages:
         connection.publish("a", b"1")

@@ -99,14 +99,16 @@ def test_no_log_is_no_log():
 def test_record_has_every_part(logger, lines, nobody):
     zel.init(log=logger)
     before = time.time()
-    log_an_error(nobody)
+    thread = threading.Thread(target=log_an_error, args=[nobody])
+    thread.start()
+    thread.join()
     assert "topic:a no subscribe" in lines.messages()
     record = next(record for record in lines.records if record.getMessage() == "topic:a no subscribe")
     assert (record.name, record.levelno) == (logger.name, logging.ERROR)
     assert (record.filename, record.funcName) == ("ZelTcpclient.cpp", "CTcpclient::UnSubscribe")
     assert record.lineno > 1
     assert before - 0.001 <= record.created <= time.time()
-    assert record.thread == threading.get_native_id()
+    assert record.thread == thread.native_id
 
 
 def test_level_is_the_loggers(logger, lines, nobody):

@@ -22,7 +22,7 @@ transfer's, which stops the transfer and is raised by FileTransfer.wait(). A con
 thread stopped from every thread, but not from a callback (RuntimeError).
 """
 
-from ._connection import Connection, Event, Message, Subscription
+from ._connection import Connection, Event, Message, Stats, Subscription
 from ._device import DeviceId, get_route, set_route
 from ._errors import ErrorCode, ZelDeviceError, ZelDisconnected, ZelError, ZelTimeout, error_text
 from ._files import FileProgress, FileState, FileTransfer, send_file
@@ -49,6 +49,7 @@ __all__ = [
     "Request",
     "STDOUT",
     "Scan",
+    "Stats",
     "Subscription",
     "ZelDeviceError",
     "ZelDisconnected",

@@ -4,17 +4,20 @@ from __future__ import annotations
 
 import ctypes
 import enum
+import warnings
 import weakref
 from dataclasses import dataclass
 from types import TracebackType
-from typing import Any, Callable, Dict, Iterator, List, Optional, Sequence, Type
+from typing import Any, Callable, Dict, Iterable, Iterator, List, Optional, Sequence, Tuple, Type
 
+from ._calls import call, later
 from ._device import DeviceId, DeviceLike, from_raw, to_raw
 from ._errors import ErrorCode, ZelDeviceError, ZelError, check, error
 from ._library import (
     EventFunction,
-    RouteFunction,
     Inbox,
+    RawMessage,
+    RouteFunction,
     Targets,
     TopicFunction,
     at_exit,
@@ -26,7 +29,19 @@ from ._library import (
     unsigned,
 )
 from ._options import Option, OptionValues, get_of, set_of
-from ._requests import BytesLike, Request, ask, fill, last_failure, payload, reason_of, receive, submit
+from ._requests import (
+    BytesLike,
+    Request,
+    ask,
+    fill,
+    is_up,
+    last_failure,
+    payload,
+    reason_of,
+    receive,
+    stats_of,
+    submit,
+)
 
 _MAX_FRAME = 10485760
 _REQUEST_OVERHEAD = 29
@@ -48,6 +63,45 @@ class Message:
     data: bytes
     group: int = 0
     offset: int = 0
+
+
+def _raw_message(message: Message) -> RawMessage:
+    data = payload(message.data)
+    return RawMessage(
+        size=ctypes.sizeof(RawMessage),
+        topic=_topic_bytes(message.topic),
+        group=unsigned("group", message.group),
+        offset=unsigned("offset", message.offset),
+        data=data,
+        length=len(data),
+    )
+
+
+@dataclass(frozen=True)
+class Stats:
+    """What has been counted of a connection."""
+
+    connected: bool
+    connected_seconds: float
+    """How long the link has been up; 0 while it is down."""
+    in_flight: int
+    """Requests that have no outcome yet."""
+    frames_in: int
+    frames_out: int
+    bytes_in: int
+    bytes_out: int
+    connects: int
+    failed_connects: int
+    losses: int
+    late_answers: int
+    short_headers: int
+    bad_lengths: int
+    short_bodies: int
+    bad_records: int
+    no_port: int
+    no_topic: int
+    too_long: int
+    stalled_writes: int
 
 
 EventCallback = Callable[[DeviceId, Event], Any]
@@ -86,12 +140,27 @@ _TOPIC = TopicFunction(_on_topic)
 _ROUTE = RouteFunction(_on_route)
 
 
+# The library, the handle, what its user pointers stand for, and who waits for messages.
+_Parts = Tuple[Any, int, List[int], List["Inbox[Message]"]]
+
+
+def _release(parts: Optional[_Parts]) -> None:
+    if parts is None:
+        return
+    library, handle, numbers, inboxes = parts
+    library.libzel_releaseInstance(handle)
+    for number in numbers:
+        _targets.remove(number)
+    for inbox in inboxes:
+        inbox.close()
+
+
 class Connection:
     """One connection to the server of a device. Use it in a `with`, or close it.
 
     A server that is not there is no failure: sends and the receive thread connect later, and `on_event` tells. Topics
     and routed messages come through the receive thread (start_loop); the first request starts it, too. Any number of threads
-    may use one connection. `options` are of this connection alone, {zel.Option.WRITE_STALL_MS: 2000}.
+    may use one connection. One that is dropped unclosed is closed with a ResourceWarning. `options` are of this connection alone, {zel.Option.WRITE_STALL_MS: 2000}.
     """
 
     def __init__(
@@ -108,14 +177,21 @@ class Connection:
         self._subscriptions: weakref.WeakSet[Subscription] = weakref.WeakSet()
         raw = to_raw(device)
         self.device = from_raw(raw)
-        self._library = started()
-        self._event = _targets.add(on_event)
-        self._handle = self._library.libzel_createInstanceEx(
-            ctypes.byref(raw), 0, milliseconds(timeout), _EVENT, self._event
-        )
+        self._library = library = started()
+        self._event = event = _targets.add(on_event)
+        given = milliseconds(timeout)
+
+        def create() -> Tuple[int, int]:
+            handle = library.libzel_createInstanceEx(ctypes.byref(raw), 0, given, _EVENT, event)
+            return handle, library.libzel_get_errno()
+
+        def undo(made: Tuple[int, int]) -> None:
+            _release((library, made[0], [event], []))
+
+        self._handle, code = call(create, undo)
         if self._handle == 0:
-            _targets.remove(self._event)
-            raise error(self._library.libzel_get_errno())
+            _targets.remove(event)
+            raise error(code)
         _open.add(self)
         try:
             for option, value in (options or {}).items():
@@ -127,14 +203,28 @@ class Connection:
     def close(self) -> None:
         """Stops the receive thread, waits for its callback, and closes. Again does nothing."""
         refuse_in_callback("closing a connection")
-        handle, self._handle = self._handle, 0
-        if handle != 0:
-            self._library.libzel_releaseInstance(handle)
-            for number in [self._event, *self._topics.values(), *self._routes.values()]:
-                _targets.remove(number)
-            for subscription in list(self._subscriptions):
-                subscription._inbox.close()
+        parts = self._give_up()
+        call(lambda: _release(parts))
         _open.discard(self)
+
+    def _give_up(self) -> Optional[_Parts]:
+        """What is to be released, once."""
+        handle, self._handle = self._handle, 0
+        if handle == 0:
+            return None
+        numbers = [self._event, *self._topics.values(), *self._routes.values()]
+        return self._library, handle, numbers, [subscription._inbox for subscription in list(self._subscriptions)]
+
+    def __del__(self) -> None:
+        if getattr(self, "_handle", 0) == 0:
+            return
+        text, parts = f"unclosed {self!r}", self._give_up()
+        # On another thread: this one may be any, the receive thread, too, which would wait for itself.
+        later(lambda: _release(parts))
+        warnings.warn(text, ResourceWarning, source=self)
+
+    def __repr__(self) -> str:
+        return f"<zel.Connection {self.device}{' closed' if self.closed else ''}>"
 
     def __enter__(self) -> Connection:
         return self
@@ -168,12 +258,25 @@ class Connection:
     def stop_loop(self) -> None:
         """Stops the receive thread and waits for its callback."""
         refuse_in_callback("stopping the receive thread")
-        check(self._library.libzel_loop_stop(self._handle))
+        check(call(lambda: int(self._library.libzel_loop_stop(self._handle))))
 
     def reconnect(self, timeout: float = 1.5) -> None:
         """Connects again, whatever the present state, and subscribes the topics again."""
-        if not self._library.libzel_reconnect(self._handle, milliseconds(timeout)):
-            raise self._error(self._library.libzel_get_errno() or ErrorCode.DISCONNECTED)
+        given = milliseconds(timeout)
+        is_up, code = self._with_errno(lambda: int(self._library.libzel_reconnect(self._handle, given)))
+        if not is_up:
+            raise self._error(code or ErrorCode.DISCONNECTED)
+
+    @property
+    def is_up(self) -> bool:
+        """Whether the link is up at this moment."""
+        return is_up(self._handle)
+
+    def stats(self) -> Stats:
+        """What has been counted since the connection was made."""
+        self._refuse_closed()
+        raw = stats_of(self._handle)
+        return Stats(bool(raw.connected), raw.connectedMs / 1000, raw.inFlight, *raw.counts)
 
     @property
     def last_failure(self) -> str:
@@ -213,11 +316,12 @@ class Connection:
         """Sends a request without waiting for its answer."""
         given = payload(data)
         raw = fill(port, given, group, offset, timeout)
-        sent = self._library.libzel_sync_send(
-            self._handle, port, group, offset, given, len(given), raw.timeoutMs
+        to = self._handle, raw.port, raw.group, raw.offset
+        sent, code = self._with_errno(
+            lambda: int(self._library.libzel_sync_send(*to, given, len(given), raw.timeoutMs))
         )
         if sent <= 0:
-            raise self._error(self._library.libzel_get_errno() or ErrorCode.DISCONNECTED)
+            raise self._error(code or ErrorCode.DISCONNECTED)
 
     def receive(self, timeout: float = 1.0, max_size: int = _MAX_FRAME) -> bytes:
         """The answer to the last send(); the rest of one that is longer than `max_size` is lost.
@@ -233,12 +337,44 @@ class Connection:
 
     # ---- Topics
 
-    def publish(self, topic: str, data: BytesLike, *, group: int = 0, offset: int = 0) -> None:
+    def publish(
+        self, topic: str, data: BytesLike, *, group: int = 0, offset: int = 0, timeout: Optional[float] = None
+    ) -> None:
+        """Publishes on a topic. The time-out is for all of it; when it is over within the frame the link is dropped.
+        Without one the write lasts as Option.WRITE_STALL_MS says."""
         name, given = _topic_bytes(topic), payload(data)
         if len(name) + len(given) + _PUBLICATION_OVERHEAD > _MAX_FRAME - _REQUEST_OVERHEAD:
             raise error(ErrorCode.TOO_LONG)
-        words = unsigned("group", group), unsigned("offset", offset)
-        self._check(self._library.libzel_publish(self._handle, *words, name, given, len(given)))
+        what = self._handle, unsigned("group", group), unsigned("offset", offset), name, given, len(given)
+        library = self._library
+        if timeout is None:
+            self._check(call(lambda: int(library.libzel_publish(*what))))
+        else:
+            limit = milliseconds(timeout)
+            self._check(call(lambda: int(library.libzelx_publish(*what, limit))))
+
+    def publish_many(self, messages: Iterable[Message], *, timeout: float = 5.0) -> None:
+        """Publishes messages in order, packed into few writes: far quicker than one call for each.
+
+        The time-out is for all of them. The `sent` of a ZelError is how many were handed to the system whole.
+        """
+        all_of_them = [_raw_message(message) for message in messages]
+        raw = (RawMessage * len(all_of_them))(*all_of_them)
+        sent, limit = ctypes.c_size_t(), milliseconds(timeout)
+        publish, count = self._library.libzelx_publishMany, ctypes.byref(sent)
+        code = call(lambda: int(publish(self._handle, raw, len(raw), limit, count)))
+        if code != 0:
+            failure = self._error(code)
+            failure.sent = sent.value
+            raise failure
+
+    def flush(self, timeout: float = 5.0) -> None:
+        """Waits until the peer's system has acknowledged all that was written; its program may not have read it.
+
+        Raises ZelTimeout when it has not, and ZelError with ErrorCode.PROTOCOL where the system cannot tell (Windows).
+        """
+        limit = milliseconds(timeout)
+        self._check(call(lambda: int(self._library.libzelx_flush(self._handle, limit))))
 
     def subscribe(self, topic: str, callback: TopicCallback) -> None:
         """Subscribes, or gives a subscribed topic another callback.
@@ -250,7 +386,7 @@ class Connection:
         number = _targets.add(callback)
         earlier = self._topics.get(topic)
         self._topics[topic] = number
-        code = self._library.libzel_subscribe(self._handle, name, _TOPIC, number)
+        code = call(lambda: int(self._library.libzel_subscribe(self._handle, name, _TOPIC, number)))
         if earlier is not None:
             _targets.remove(earlier)
         self._check(code)
@@ -262,7 +398,7 @@ class Connection:
         number = self._topics.pop(topic, None)
         if number is not None:
             _targets.remove(number)
-        self._check(self._library.libzel_unsubscribe(self._handle, name))
+        self._check(call(lambda: int(self._library.libzel_unsubscribe(self._handle, name))))
 
     def messages(self, *topics: str, timeout: Optional[float] = None) -> Subscription:
         """Subscribes topics and gives an iterator over what is published, ending after `timeout` without any.
@@ -293,6 +429,10 @@ class Connection:
         if number is not None:
             _targets.remove(number)
         check(self._library.libzel__unregisterRouterEvent(self._handle, port))
+
+    def _with_errno(self, function: Callable[[], int]) -> Tuple[int, int]:
+        """What a call gives, and its thread's error number."""
+        return call(lambda: (function(), int(self._library.libzel_get_errno())))
 
     def _error(self, code: int) -> ZelError:
         return error(code, reason=reason_of(self._handle, code))
@@ -355,6 +495,8 @@ def _check_port(port: int) -> None:
 
 
 def _topic_bytes(topic: str) -> bytes:
+    if not isinstance(topic, str):
+        raise TypeError(f"a topic is a str, not {type(topic).__name__}")
     if "\0" in topic:
         raise ValueError("a topic has no NUL")
     return topic.encode()

@@ -6,6 +6,7 @@ import ctypes
 from dataclasses import dataclass
 from typing import Optional, Union
 
+from ._calls import call
 from ._errors import check
 from ._library import RawDeviceId, milliseconds, started
 
@@ -39,14 +40,14 @@ class DeviceId:
     def of(cls, host: str, timeout: float = 1.0) -> DeviceId:
         """Asks a host (dotted IPv4) for its identifier."""
         raw = RawDeviceId()
-        library = started()
-        check(library.libzel_getRemoteZelDeviceId(host.encode(), milliseconds(timeout), ctypes.byref(raw)))
+        get, given = started().libzel_getRemoteZelDeviceId, milliseconds(timeout)
+        check(call(lambda: int(get(host.encode(), given, ctypes.byref(raw))), calls_back=False))
         return from_raw(raw)
 
     def assign_to(self, host: str, timeout: float = 1.0) -> None:
         """Gives a host (dotted IPv4) this identifier."""
-        library = started()
-        check(library.libzel_setRemoteZelDeviceId(host.encode(), str(self).encode(), milliseconds(timeout)))
+        assign, given = started().libzel_setRemoteZelDeviceId, milliseconds(timeout)
+        check(call(lambda: int(assign(host.encode(), str(self).encode(), given)), calls_back=False))
 
     def __str__(self) -> str:
         return ".".join(str(byte) for byte in self.raw)
@@ -57,6 +58,8 @@ DeviceLike = Union[DeviceId, str]
 
 def to_raw(device: DeviceLike) -> RawDeviceId:
     given = DeviceId.parse(device) if isinstance(device, str) else device
+    if not isinstance(given, DeviceId):
+        raise TypeError(f"a device is a zel.DeviceId or its text, not {type(given).__name__}")
     return RawDeviceId((ctypes.c_uint8 * 6)(*given.raw))
 
 

@@ -11,7 +11,6 @@ from ._library import load
 class ErrorCode(enum.IntEnum):
     """The codes that the library raises by itself. Servers and devices may answer with any other."""
 
-    CANCELLED = -2
     OK = 0
     DISCONNECTED = 5
     DEVICE_ID = 4097
@@ -21,7 +20,6 @@ class ErrorCode(enum.IntEnum):
     TOPIC = 4106
     PROTOCOL = 4107
     TOO_SHORT = 4108
-    TOO_LONG = 4109
     LENGTH = 4112
     SEND = 4113
     RESERVED_PORT = 4114
@@ -35,19 +33,19 @@ class ErrorCode(enum.IntEnum):
     FILE_READ = 12291
     FILE_HANDLE = 12293
     FILE_TRANSFER = 12294
+    CANCELLED = 20481
+    """A transfer was cancelled; or a request ended early: the connection was closed, or its receive thread stopped."""
     ENDED = 20481
-    """A request ended early: the connection was closed, or its receive thread stopped."""
+    """The same."""
     WOULD_BLOCK = 20482
     TOO_LATE = 20483
-    FRAME_TOO_LONG = 20484
+    TOO_LONG = 20484
     FILE_CHANGED = 20485
     DEVICE = 20486
 
 
 def error_text(code: int) -> str:
     """The English text of a code."""
-    if code == ErrorCode.CANCELLED:
-        return "transfer cancelled"
     return str(load().libzelx_strerror(code).decode("ascii"))
 
 
@@ -57,7 +55,8 @@ class ZelError(Exception):
     - `data`: what a device sent along with its error;
     - `reason`: why the link failed, "connect 10.0.0.9:9999: refused", when that is the cause, else "";
     - `may_be_sent`: of a request, False when nothing of it has left, so that asking again is safe; True when it may have
-      reached the device. None when that is not known, or no request failed. Nothing is ever sent twice by itself.
+      reached the device. None when that is not known, or no request failed. Nothing is ever sent twice by itself;
+    - `sent`: of publish_many, how many messages were handed to the system whole; else None.
     """
 
     def __init__(
@@ -68,10 +67,11 @@ class ZelError(Exception):
         self.data = data
         self.reason = reason
         self.may_be_sent = may_be_sent
+        self.sent: Optional[int] = None
         super().__init__(f"{self.text} ({code})" + (f": {reason}" if reason else ""))
 
     def __reduce__(self) -> Tuple[Any, ...]:
-        return _rebuild, (type(self), self.code, self.data, self.reason, self.may_be_sent)
+        return _rebuild, (type(self), self.code, self.data, self.reason, self.may_be_sent), {"sent": self.sent}
 
 
 class ZelTimeout(ZelError, TimeoutError):

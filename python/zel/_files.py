@@ -54,8 +54,6 @@ ProgressCallback = Callable[[FileProgress], Any]
 def _failure(event: RawFileEvent) -> Optional[ZelError]:
     if event.result == ErrorCode.DEVICE:
         return ZelDeviceError(ctypes.c_int32(event.deviceError).value)
-    if event.result == ErrorCode.ENDED:
-        return error(ErrorCode.CANCELLED)
     reason = f"at byte {event.readOffset}" if event.result == ErrorCode.FILE_READ else ""
     return error(event.result, reason=reason) if event.result != 0 else None
 
@@ -163,4 +161,6 @@ def send_file(
     if code != 0:
         _targets.remove(number)
         transfer._take(RawFileEvent(size=ctypes.sizeof(RawFileEvent), ended=1, result=code))
+        if isinstance(transfer._raised, KeyboardInterrupt):
+            raise transfer._raised  # this is the thread that is to end
     return transfer

@@ -5,6 +5,7 @@ from __future__ import annotations
 import atexit
 import ctypes
 import itertools
+import operator
 import os
 import queue
 import sys
@@ -61,6 +62,18 @@ class RawOutcome(ctypes.Structure):
         ("deviceError", c_uint32),
         ("answerLength", c_uint32),
         ("maySent", c_uint32),
+    ]
+
+
+class RawMessage(ctypes.Structure):
+    _fields_ = [
+        ("size", c_size_t),
+        ("topic", c_char_p),
+        ("group", c_uint32),
+        ("offset", c_uint32),
+        ("data", c_char_p),
+        ("length", c_uint32),
+        ("reserved", c_uint32),
     ]
 
 
@@ -141,6 +154,9 @@ _PROTOTYPES: Dict[str, Tuple[Any, List[Any]]] = {
         [c_size_t, POINTER(RawRequest), AnswerFunction, c_void_p, POINTER(c_uint64)],
     ),
     "libzelx_cancel": (c_int32, [c_size_t, c_uint64]),
+    "libzelx_publish": (c_int32, [c_size_t, c_uint32, c_uint32, c_char_p, c_char_p, c_uint32, c_uint32]),
+    "libzelx_publishMany": (c_int32, [c_size_t, POINTER(RawMessage), c_size_t, c_uint32, POINTER(c_size_t)]),
+    "libzelx_flush": (c_int32, [c_size_t, c_uint32]),
     "libzelx_lastFailure": (c_int32, [c_size_t, c_char_p, c_size_t]),
     "libzelx_getStats": (c_int32, [c_size_t, POINTER(RawStats)]),
     "libzelx_sendFile": (
@@ -241,6 +257,8 @@ def version() -> str:
 
 
 def _time_out(seconds: float) -> float:
+    if isinstance(seconds, (str, bytes)) or not hasattr(seconds, "__float__"):
+        raise TypeError(f"a time-out is a number of seconds, not {type(seconds).__name__}")
     if not seconds >= 0:
         raise ValueError(f"not a time-out: {seconds}")
     return seconds
@@ -257,17 +275,26 @@ def end_of(timeout: Optional[float]) -> Optional[float]:
 
 def unsigned(name: str, number: int, most: int = 0xFFFFFFFF) -> int:
     """The number; ctypes would cut one that does not fit."""
-    if not 0 <= number <= most:
+    try:
+        whole = operator.index(number)
+    except TypeError:
+        raise TypeError(f"a {name} is a whole number, not {type(number).__name__}") from None
+    if not 0 <= whole <= most:
         raise ValueError(f"not a {name}: {number}")
-    return number
+    return whole
 
 
-# A wait for a lock takes no longer time, and on Windows Ctrl-C does not end one.
-_LONGEST_WAIT = 0.1 if sys.platform == "win32" else 86400.0
+def longest_wait() -> float:
+    """For how long a thread may wait for a lock, before it looks whether there was a signal.
+
+    The main thread alone is told of them: on Windows not while it waits, and elsewhere not of one that comes in the moment
+    before it waits.
+    """
+    return 0.1 if threading.current_thread() is threading.main_thread() else 86400.0
 
 
 def _slice_until(end: Optional[float]) -> float:
-    return _LONGEST_WAIT if end is None else min(_LONGEST_WAIT, max(0.0, end - time.monotonic()))
+    return longest_wait() if end is None else min(longest_wait(), max(0.0, end - time.monotonic()))
 
 
 def wait_for(event: threading.Event, end: Optional[float]) -> bool:

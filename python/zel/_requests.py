@@ -2,13 +2,15 @@
 
 from __future__ import annotations
 
+import array
 import ctypes
 import mmap
 import threading
 from concurrent.futures import Future
 from typing import Any, Optional, Tuple, Union
 
-from ._errors import ErrorCode, ZelDeviceError, ZelError, error
+from ._calls import call
+from ._errors import ErrorCode, ZelDeviceError, ZelError, check, error
 from ._library import (
     AnswerFunction,
     RawOutcome,
@@ -21,14 +23,19 @@ from ._library import (
     unsigned,
 )
 
-BytesLike = Union[bytes, bytearray, memoryview]
+BytesLike = Union[bytes, bytearray, memoryview, "array.array[Any]"]
 
 _MAX_PAYLOAD = 10485731
 
 
 def payload(data: BytesLike) -> bytes:
     """All bytes of whatever holds bytes."""
-    return data if isinstance(data, bytes) else memoryview(data).tobytes()
+    if isinstance(data, bytes):
+        return data
+    try:
+        return memoryview(data).tobytes()
+    except TypeError:
+        raise TypeError(f"data are bytes, or a buffer of them, not {type(data).__name__}") from None
 
 
 def last_failure(handle: int) -> str:
@@ -37,15 +44,22 @@ def last_failure(handle: int) -> str:
     return text.value.decode(errors="replace")
 
 
-def _is_up(handle: int) -> bool:
+def stats_of(handle: int) -> RawStats:
     stats = RawStats(size=ctypes.sizeof(RawStats))
-    return load().libzelx_getStats(handle, ctypes.byref(stats)) == 0 and bool(stats.connected)
+    check(load().libzelx_getStats(handle, ctypes.byref(stats)))
+    return stats
+
+
+def is_up(handle: int) -> bool:
+    """0, too, which is the whole process, is none."""
+    stats = RawStats(size=ctypes.sizeof(RawStats))
+    return handle != 0 and load().libzelx_getStats(handle, ctypes.byref(stats)) == 0 and bool(stats.connected)
 
 
 def reason_of(handle: int, code: int) -> str:
     """Why the link failed, if that is what the code tells of. A request that ran out of time while it was written has
     dropped its link."""
-    is_links = code == ErrorCode.DISCONNECTED or (code == ErrorCode.TIMEOUT and not _is_up(handle))
+    is_links = code == ErrorCode.DISCONNECTED or (code == ErrorCode.TIMEOUT and not is_up(handle))
     return last_failure(handle) if is_links else ""
 
 
@@ -116,7 +130,8 @@ def ask(handle: int, request: RawRequest) -> bytes:
     """Sends a request and waits for its answer."""
     room = _take_room()
     outcome = RawOutcome(size=ctypes.sizeof(RawOutcome))
-    load().libzelx_requestEx(handle, ctypes.byref(request), room.address, room.SIZE, ctypes.byref(outcome))
+    send, out = load().libzelx_requestEx, ctypes.byref(outcome)
+    call(lambda: int(send(handle, ctypes.byref(request), room.address, room.SIZE, out)))
     data = _give_back(room, outcome.answerLength)
     failure = _failure(handle, outcome, data)
     if failure is not None:
@@ -128,8 +143,12 @@ def receive(handle: int, timeout: float, max_size: int) -> Tuple[int, int, bytes
     """What libzel_sync_recv gives, the error number, and the answer."""
     room = _take_room()
     size = max(0, min(max_size, room.SIZE))
-    got = load().libzel_sync_recv(handle, None, room.address, size, milliseconds(timeout))
-    code = load().libzel_get_errno()
+    library, given = load(), milliseconds(timeout)
+
+    def run() -> Tuple[int, int]:
+        return library.libzel_sync_recv(handle, None, room.address, size, given), library.libzel_get_errno()
+
+    got, code = call(run)
     return got, code, _give_back(room, max(0, min(got, size)))
 
 
@@ -147,7 +166,8 @@ class Request(Future[bytes]):
 
     def cancel(self) -> bool:
         """Gives up waiting; what was sent stays sent. True when there is no outcome and never will be."""
-        if load().libzelx_cancel(self._handle, self._ticket) != 0:
+        cancel, ticket = load().libzelx_cancel, self._ticket
+        if call(lambda: int(cancel(self._handle, ticket))) != 0:
             return self.cancelled()
         _targets.remove(self._number)
         super().cancel()
@@ -179,9 +199,8 @@ _ANSWER = AnswerFunction(_on_answer)
 def submit(handle: int, raw: RawRequest) -> Request:
     """Sends a request without waiting for its answer."""
     request = Request(handle)
-    code = load().libzelx_requestAsync(
-        handle, ctypes.byref(raw), _ANSWER, request._number, ctypes.byref(request._ticket)
-    )
+    begin, user, ticket = load().libzelx_requestAsync, request._number, ctypes.byref(request._ticket)
+    code = call(lambda: int(begin(handle, ctypes.byref(raw), _ANSWER, user, ticket)))
     if code != 0:
         _targets.remove(request._number)
         is_open = code in (ErrorCode.DISCONNECTED, ErrorCode.TIMEOUT)

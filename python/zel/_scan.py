@@ -8,6 +8,7 @@ from dataclasses import dataclass
 from types import TracebackType
 from typing import Any, Callable, Iterator, Optional, Set, Tuple, Type
 
+from ._calls import call
 from ._device import DeviceId
 from ._errors import check, error
 from ._library import Inbox, RawDiscovery, ScanFunction, at_exit, callback_scope, end_of, in_callback, started
@@ -70,7 +71,7 @@ def start_discovery() -> None:
 
     Again does nothing. A scan does it by itself. Raises ZelError with the reason when discovery is broken.
     """
-    code = started().libzelx_startDiscovery()
+    code = call(started().libzelx_startDiscovery)
     if code != 0:
         raise error(code, reason=discovery().reason)
 
@@ -155,8 +156,8 @@ class Scan:
         self._is_open = False
         self._found.close()
         library = started()
-        library.libzel_stopZelScan()
-        library.libzel_registerZelScanEvent(_NOBODY, None)
+        call(library.libzel_stopZelScan)
+        call(lambda: int(library.libzel_registerZelScanEvent(_NOBODY, None)))
         with _lock:
             _active = None
             if not in_callback():
