@@ -215,6 +215,8 @@ prepare_wine() {
   [ -d "$ZEL_WINE_PREFIX/drive_c" ] || fail "no Wine prefix at $ZEL_WINE_PREFIX; ./test.sh windows makes one"
   export WINEPREFIX=$ZEL_LAB/wine WINEDEBUG=-all WINEDLLOVERRIDES="mscoree=d;mshtml=d"
   unset DISPLAY WAYLAND_DISPLAY
+  # Texts are UTF-8, as for a Windows program whose manifest says so.
+  export LC_ALL=C.UTF-8
   mkdir "$ZEL_LAB/wine.changes" "$ZEL_LAB/wine.work" "$WINEPREFIX"
   mount -t overlay -o "lowerdir=$ZEL_WINE_PREFIX,upperdir=$ZEL_LAB/wine.changes,workdir=$ZEL_LAB/wine.work" \
     lab "$WINEPREFIX" 2>/dev/null || cp -a --reflink=auto "$ZEL_WINE_PREFIX/." "$WINEPREFIX"

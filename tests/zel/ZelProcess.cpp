@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -34,6 +35,8 @@ std::string FromEnvironment(const char* name) {
   return value == nullptr ? "" : value;
 }
 
+std::filesystem::path AsPath(const std::string& utf8) { return {std::u8string(utf8.begin(), utf8.end())}; }
+
 }  // namespace
 
 std::string ZelProgram() { return FromEnvironment("ZEL_PROGRAM"); }
@@ -41,14 +44,14 @@ std::string ZelProgram() { return FromEnvironment("ZEL_PROGRAM"); }
 std::string ScratchFile(const std::string& name) { return FromEnvironment("ZEL_LAB") + "/" + name; }
 
 std::string ReadWhole(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
+  std::ifstream file(AsPath(path), std::ios::binary);
   std::ostringstream content;
   content << file.rdbuf();
   return content.str();
 }
 
 void WriteWhole(const std::string& path, const std::string& content) {
-  std::ofstream(path, std::ios::binary) << content;
+  std::ofstream(AsPath(path), std::ios::binary) << content;
 }
 
 ZelProcess::ZelProcess(const std::vector<std::string>& arguments, const std::string& input,

@@ -10,6 +10,7 @@
 // ZEL_LAB).
 std::string ZelProgram();
 std::string ScratchFile(const std::string& name);
+// Paths are UTF-8.
 std::string ReadWhole(const std::string& path);
 void WriteWhole(const std::string& path, const std::string& content);
 

@@ -4,9 +4,17 @@
 
 namespace {
 
+std::wstring Wide(const std::string& utf8) {
+  const int size = static_cast<int>(utf8.size());
+  std::wstring wide(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, utf8.data(), size, nullptr, 0)),
+                    L' ');
+  (void)MultiByteToWideChar(CP_UTF8, 0, utf8.data(), size, wide.data(), static_cast<int>(wide.size()));
+  return wide;
+}
+
 HANDLE OpenInherited(const std::string& path, DWORD access, DWORD disposition) {
   SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
-  return CreateFileA(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited, disposition,
+  return CreateFileW(Wide(path).c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited, disposition,
                      FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
@@ -30,14 +38,15 @@ ZelProcess::System::System(const std::string& program, const std::vector<std::st
                            const std::string& prefix, const std::string& output) {
   std::string line = Quoted(program);
   for (const std::string& argument : arguments) line += " " + Quoted(argument);
-  STARTUPINFOA start{};
+  std::wstring wideLine = Wide(line);
+  STARTUPINFOW start{};
   start.cb = sizeof start;
   start.dwFlags = STARTF_USESTDHANDLES;
   start.hStdInput = OpenInherited(prefix + ".in", GENERIC_READ, OPEN_EXISTING);
   start.hStdOutput = OpenInherited(output, GENERIC_WRITE, CREATE_ALWAYS);
   start.hStdError = OpenInherited(prefix + ".err", GENERIC_WRITE, CREATE_ALWAYS);
   PROCESS_INFORMATION info{};
-  (void)CreateProcessA(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &start, &info);
+  (void)CreateProcessW(nullptr, wideLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &start, &info);
   for (HANDLE handle : {start.hStdInput, start.hStdOutput, start.hStdError, info.hThread})
     (void)CloseHandle(handle);
   process_ = reinterpret_cast<intptr_t>(info.hProcess);

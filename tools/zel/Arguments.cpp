@@ -9,6 +9,7 @@
 
 #include "Failure.h"
 #include "Opening.h"
+#include "Path.h"
 #include "platform/Console.h"
 
 namespace zeltool {
@@ -34,7 +35,7 @@ std::error_code LastProblem() { return {errno, std::generic_category()}; }
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
 File Open(const std::string& path) {
-  File file(std::fopen(path.c_str(), "rb"));
+  File file(OpenFile(path, "rb"));
   if (!file) RefuseFile("cannot open", path, LastProblem());
   return file;
 }
@@ -54,7 +55,7 @@ Bytes ReadAll(std::FILE* file, const std::string& name, size_t limit) {
 
 Bytes ReadFile(const std::string& path, size_t limit) {
   std::error_code unknown;
-  const auto size = std::filesystem::file_size(path, unknown);
+  const auto size = std::filesystem::file_size(PathFrom(path), unknown);
   if (!unknown && size > limit) RefuseLong(path, limit, kOneMessage);
   return ReadAll(Open(path).get(), path, limit);
 }
@@ -126,7 +127,7 @@ void AddPayload(CLI::App& command, PayloadSource& source) {
 
 uint64_t CheckFile(const std::string& path, uint64_t limit, const std::string& what) {
   std::error_code problem;
-  const auto size = std::filesystem::file_size(path, problem);
+  const auto size = std::filesystem::file_size(PathFrom(path), problem);
   if (problem) RefuseFile("cannot read", path, problem);
   if (size > limit) RefuseLong(path, limit, what);
   (void)Open(path);

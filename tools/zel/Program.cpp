@@ -28,7 +28,7 @@ constexpr std::chrono::milliseconds kCallsEnd{120};
 // The log's stream: null when nobody wants it.
 std::FILE* OpenLog(const CommonOptions& common) {
   if (common.log.empty()) return common.verbose ? stderr : nullptr;
-  std::FILE* file = std::fopen(common.log.c_str(), "a");
+  std::FILE* file = OpenFile(common.log, "a");
   if (file == nullptr) {
     throw UsageFailure("cannot open " + common.log + ": " + std::generic_category().message(errno));
   }
@@ -134,11 +134,12 @@ int Write(const std::string& text) {
 int RunProgram(int argc, char** argv) {
   CommonOptions common;
   Task task;
-  const std::vector<std::string> arguments(argv + 1, argv + argc);
+  const std::vector<std::string> arguments = ProgramArguments(argc, argv);
   const auto app = MakeCommandLine(common, task);
   try {
     CheckCommandName(*app, arguments);
-    app->parse(argc, argv);
+    std::vector<std::string> lastFirst(arguments.rbegin(), arguments.rend());
+    app->parse(lastFirst);
     if (!common.generate.empty()) return Write(Generate(*app, common.generate));
     if (!task.run) throw UsageFailure("no command is given");
   } catch (const CLI::Success& wish) {

@@ -1,13 +1,13 @@
 #include "RecordFile.h"
 
 #include <cerrno>
-#include <filesystem>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <system_error>
 
 #include "Failure.h"
+#include "Path.h"
 #include "TimeStamp.h"
 
 namespace zeltool {
@@ -95,15 +95,15 @@ std::optional<Message> ReadPublication(const std::string& line) {
 
 RecordFile::RecordFile(const std::string& path)
     : name_(path == "-" ? "standard input" : path),
-      file_(path == "-" ? "" : path, std::ios::binary),
+      file_(PathFrom(path == "-" ? "" : path), std::ios::binary),
       in_(path == "-" ? std::cin : file_) {
   if (path == "-") return;
   std::error_code problem;
-  if (std::filesystem::is_directory(path, problem)) throw UsageFailure(path + " is a directory");
+  if (std::filesystem::is_directory(PathFrom(path), problem)) throw UsageFailure(path + " is a directory");
   if (!file_.is_open()) {
     throw UsageFailure("cannot open " + path + ": " + std::generic_category().message(errno));
   }
-  if (std::filesystem::is_regular_file(path, problem)) Check();
+  if (std::filesystem::is_regular_file(PathFrom(path), problem)) Check();
 }
 
 void RecordFile::Check() {

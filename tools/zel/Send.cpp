@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
-#include <filesystem>
 #include <memory>
 #include <optional>
 
@@ -12,6 +11,7 @@
 #include "Commands.h"
 #include "Failure.h"
 #include "Opening.h"
+#include "Path.h"
 #include "Progress.h"
 
 namespace zeltool {
@@ -58,9 +58,7 @@ class Sender {
   }
 
  private:
-  static std::string NameOf(const std::string& path) {
-    return std::filesystem::path(path).filename().string();
-  }
+  static std::string NameOf(const std::string& path) { return Utf8Of(PathFrom(path).filename()); }
 
   std::string RemoteName() const { return options_.remote.empty() ? NameOf(options_.file) : options_.remote; }
 

@@ -9,8 +9,15 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace zeltool {
+
+// The arguments that main was given, in UTF-8, without the program's name.
+std::vector<std::string> ProgramArguments(int argc, char** argv);
+
+// Opens a file by its UTF-8 path, as std::fopen does.
+std::FILE* OpenFile(const std::string& path, const char* mode);
 
 // What is written to standard output and error goes out byte for byte.
 void WriteOutputAsBytes();

@@ -20,6 +20,12 @@
 
 namespace zeltool {
 
+std::vector<std::string> ProgramArguments(int argc, char** argv) {
+  return argc > 0 ? std::vector<std::string>(argv + 1, argv + argc) : std::vector<std::string>();
+}
+
+std::FILE* OpenFile(const std::string& path, const char* mode) { return std::fopen(path.c_str(), mode); }
+
 void WriteOutputAsBytes() {}
 
 bool IsTerminal(std::FILE* stream) { return isatty(fileno(stream)) == 1; }

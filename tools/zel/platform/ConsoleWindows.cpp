@@ -6,7 +6,9 @@
 #include <fcntl.h>
 #include <io.h>
 #include <iphlpapi.h>
+#include <shellapi.h>
 
+#include <algorithm>
 #include <ctime>
 #include <utility>
 #include <vector>
@@ -30,9 +32,39 @@ BOOL WINAPI OnControl(DWORD) {
   return TRUE;
 }
 
+std::wstring ToWide(const std::string& utf8) {
+  const int size = static_cast<int>(utf8.size());
+  const int wideSize = MultiByteToWideChar(CP_UTF8, 0, utf8.data(), size, nullptr, 0);
+  std::wstring wide(static_cast<size_t>(wideSize), L' ');
+  (void)MultiByteToWideChar(CP_UTF8, 0, utf8.data(), size, wide.data(), wideSize);
+  return wide;
+}
+
+std::string ToUtf8(const wchar_t* wide) {
+  const int size = WideCharToMultiByte(CP_UTF8, 0, wide, -1, nullptr, 0, nullptr, nullptr);
+  std::string utf8(static_cast<size_t>(std::max(size, 1)), ' ');
+  (void)WideCharToMultiByte(CP_UTF8, 0, wide, -1, utf8.data(), size, nullptr, nullptr);
+  utf8.pop_back();  // its end
+  return utf8;
+}
+
 HANDLE HandleOf(std::FILE* stream) { return reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream))); }
 
 }  // namespace
+
+// Not those of main: the runtime has changed what does not fit its code page, and has expanded patterns.
+std::vector<std::string> ProgramArguments(int, char**) {
+  int count = 0;
+  LPWSTR* const words = CommandLineToArgvW(GetCommandLineW(), &count);
+  std::vector<std::string> arguments;
+  for (int i = 1; i < count; ++i) arguments.push_back(ToUtf8(words[i]));
+  (void)LocalFree(words);
+  return arguments;
+}
+
+std::FILE* OpenFile(const std::string& path, const char* mode) {
+  return _wfopen(ToWide(path).c_str(), ToWide(mode).c_str());
+}
 
 void WriteOutputAsBytes() {
   (void)_setmode(kOutput, _O_BINARY);
