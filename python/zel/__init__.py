@@ -22,6 +22,8 @@ transfer's, which stops the transfer and is raised by FileTransfer.wait(). A con
 thread stopped from every thread, but not from a callback (RuntimeError).
 """
 
+from typing import TYPE_CHECKING, Any
+
 from ._connection import Connection, Event, Message, Stats, Subscription
 from ._device import DeviceId, get_route, set_route
 from ._errors import ErrorCode, ZelDeviceError, ZelDisconnected, ZelError, ZelTimeout, error_text
@@ -33,6 +35,9 @@ from ._options import Option, get_option, set_option
 from ._requests import Request
 from ._scan import Device, Discovery, Scan, discovery, scan, start_discovery
 from ._version import __version__
+
+if TYPE_CHECKING:
+    from . import aio
 
 __all__ = [
     "Connection",
@@ -56,6 +61,7 @@ __all__ = [
     "ZelError",
     "ZelTimeout",
     "__version__",
+    "aio",
     "discovery",
     "error_text",
     "get_option",
@@ -68,3 +74,11 @@ __all__ = [
     "start_discovery",
     "version",
 ]
+
+
+def __getattr__(name: str) -> Any:
+    if name == "aio":  # with asyncio, which takes its time to be imported
+        import importlib
+
+        return importlib.import_module(".aio", __name__)
+    raise AttributeError(f"module {__name__!r} has no attribute {name!r}")

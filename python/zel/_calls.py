@@ -126,8 +126,11 @@ def _line() -> Optional[Line]:
         return None
 
 
-def later(function: Callable[[], Any]) -> None:
-    """Does something on a thread of its own; for finalizers, which run anywhere. The end of the program waits for it."""
+def later(function: Callable[[], Any]) -> bool:
+    """Does something on a thread of its own; for finalizers, which run anywhere. The end of the program waits for it.
+
+    False at the end of the program, when no thread begins any more.
+    """
     ended = allocate_lock()
     ended.acquire()
     _leaving.add(ended)
@@ -135,6 +138,8 @@ def later(function: Callable[[], Any]) -> None:
         start_new_thread(_do_one, (function, ended))
     except RuntimeError:
         _leaving.discard(ended)
+        return False
+    return True
 
 
 def _do_one(function: Callable[[], Any], ended: Any) -> None:

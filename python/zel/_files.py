@@ -61,9 +61,12 @@ def _failure(event: RawFileEvent) -> Optional[ZelError]:
 class FileTransfer:
     """A file on its way. Letting go of this object lets the transfer go on."""
 
-    def __init__(self, device: DeviceId, progress: Optional[ProgressCallback]) -> None:
+    def __init__(
+        self, device: DeviceId, progress: Optional[ProgressCallback], ended: Optional[Callable[[], None]] = None
+    ) -> None:
         self._device = device
         self._progress = progress
+        self._ended = ended
         self._ticket = ctypes.c_uint64()
         self._failure: Optional[BaseException] = None
         self._raised: Optional[BaseException] = None
@@ -102,6 +105,8 @@ class FileTransfer:
             self._failure = failure
             self._progress = None
             self._over.set()
+            if self._ended is not None:
+                self._ended()
         return goes_on
 
     def _tell(self, event: RawFileEvent, code: int) -> bool:
@@ -148,12 +153,24 @@ def send_file(
     `progress` is called for each step, on a thread of the library; it stops the transfer by returning False. What cannot
     be opened, or is no regular file, is over at once with ErrorCode.FILE_OPEN; progress is told of that on this thread.
     """
+    return begin(device, port, local_path, remote_path, progress, None)
+
+
+def begin(
+    device: DeviceLike,
+    port: int,
+    local_path: Union[str, "os.PathLike[str]"],
+    remote_path: str,
+    progress: Optional[ProgressCallback],
+    ended: Optional[Callable[[], None]],
+) -> FileTransfer:
+    """As send_file; `ended` is called behind the last step."""
     unsigned("port", port, 0xFFFF)
     paths = [os.fsencode(local_path), remote_path.encode()]
     if any(b"\0" in path for path in paths):
         raise ValueError("a path with a NUL")
     target = RawDeviceAddress(to_raw(device), port)
-    transfer = FileTransfer(from_raw(target.id), progress)
+    transfer = FileTransfer(from_raw(target.id), progress, ended)
     number = _targets.add(transfer)
     code = started().libzelx_sendFile(
         ctypes.byref(target), *paths, _FILE, number, ctypes.byref(transfer._ticket)

@@ -166,8 +166,11 @@ class Request(Future[bytes]):
 
     def cancel(self) -> bool:
         """Gives up waiting; what was sent stays sent. True when there is no outcome and never will be."""
-        cancel, ticket = load().libzelx_cancel, self._ticket
-        if call(lambda: int(cancel(self._handle, ticket))) != 0:
+        return call(self.give_up)
+
+    def give_up(self) -> bool:
+        """As cancel, on this very thread: short, unless a done callback is running."""
+        if load().libzelx_cancel(self._handle, self._ticket) != 0:
             return self.cancelled()
         _targets.remove(self._number)
         super().cancel()
