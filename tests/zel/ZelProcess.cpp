@@ -1,5 +1,7 @@
 #include "ZelProcess.h"
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -70,7 +72,9 @@ ZelProcess::~ZelProcess() {
 bool ZelProcess::Poll() { return status_ != -1 || system_->HasEnded(status_); }
 
 int ZelProcess::Wait() {
-  return WaitUntil([this] { return Poll(); }) ? status_ : -1;
+  if (WaitUntil([this] { return Poll(); })) return status_;
+  ADD_FAILURE() << "the program still runs; it has written \"" << Output() << "\" and \"" << Errors() << "\"";
+  return -1;
 }
 
 bool ZelProcess::Says(const std::string& path, const std::string& text, int times) {
