@@ -74,7 +74,8 @@ TEST_P(HeaderWaitTest, BehindTheSilenceTheLinkEndsWithEvent5) {
 }
 
 TEST_F(HeaderWaitTest, AStopDoesNotWaitForIt) {
-  // What was sent to the one before has ended its link by the letter: this one is in the middle of its header.
+  // What was sent to the one before has ended its link by the letter: this one is in the
+  // middle of its header.
   EXPECT_TRUE(chosen.peer.Send(SplitAt(frame, 3).first));
   EXPECT_TRUE(letter.peer.Send(SplitAt(frame, 3).first));
   EXPECT_TRUE(letter.AwaitEvent5());

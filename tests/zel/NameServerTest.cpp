@@ -1,4 +1,5 @@
-// A machine without a network whose name server takes its time. Linux only: the lab gives it a name server of its own.
+// A machine without a network whose name server takes its time. Linux only: the lab gives it a
+// name server of its own.
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>

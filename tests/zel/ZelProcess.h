@@ -32,7 +32,8 @@ class ZelProcess {
   bool SaysError(const std::string& text, int times = 1);
   // As Ctrl-C does. Linux only.
   void Interrupt();
-  // Interrupts it; true when it ends with status 130 within the time, that in which no processor was free not counted.
+  // Interrupts it; true when it ends with status 130 within the time, that in which no processor
+  // was free not counted.
   bool EndsSoonAfterInterrupt(std::chrono::milliseconds time);
 
   std::string Output() const;

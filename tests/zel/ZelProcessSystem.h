@@ -18,8 +18,8 @@ struct ZelProcess::System {
   System& operator=(const System&) = delete;
 
   bool HasEnded(int& status);
-  // How long its threads and the caller's have been ready to run, and had no processor. Ask before HasEnded, which
-  // forgets the process. 0 on Windows.
+  // How long its threads and the caller's have been ready to run, and had no processor. Ask before HasEnded,
+  // which forgets the process. 0 on Windows.
   std::chrono::nanoseconds HeldUp();
   void Interrupt();
   void End();

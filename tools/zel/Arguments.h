@@ -34,8 +34,8 @@ void AddPayload(CLI::App& command, PayloadSource& source);
 // Throws UsageFailure when it cannot be read, or has more than `limit` bytes.
 Bytes ReadPayload(const PayloadSource& source, size_t limit);
 
-// The size of a file that is about to be read. Throws UsageFailure when it cannot be read, or has more than `limit`
-// bytes; `what` does not fit then.
+// The size of a file that is about to be read. Throws UsageFailure when it cannot be read, or has more than
+// `limit` bytes; `what` does not fit then.
 uint64_t CheckFile(const std::string& path, uint64_t limit, const std::string& what);
 
 }  // namespace zeltool

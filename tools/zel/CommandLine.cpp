@@ -12,13 +12,13 @@ namespace zeltool {
 namespace {
 
 constexpr const char* kHelp =
-    R"(DEVICE is a device's identifier, six numbers as in 192.168.1.20.0.1, its address, a host name, or the device's own
-name or serial number as zel scan shows them. An identifier is asked for at the address that its first four numbers
-make; when that is not the device, it is looked for on the networks.
+    R"(DEVICE is a device's identifier, six numbers as in 192.168.1.20.0.1, its address, a host name, or the
+device's own name or serial number as zel scan shows them. An identifier is asked for at the address that
+its first four numbers make; when that is not the device, it is looked for on the networks.
 
-What the commands find goes to standard output: for people, or with --json one object a line for programs, failures
-included. Remarks go to standard error, but not with --quiet. The library's own log goes to the file of --log, or with
---verbose to standard error, else nowhere. No colours are used.
+What the commands find goes to standard output: for people, or with --json one object a line for programs,
+failures included. Remarks go to standard error, but not with --quiet. The library's own log goes to the
+file of --log, or with --verbose to standard error, else nowhere. No colours are used.
 
 Exit status:
 )";

@@ -16,8 +16,8 @@ std::string MakeBashCompletion(const CLI::App& app);
 std::string MakeZshCompletion(const CLI::App& app);
 std::string MakeFishCompletion(const CLI::App& app);
 
-// What `kind` names: "man", "bash", "zsh", "fish", or "page:scan" for the documents' page of a command. Throws UsageFailure
-// for anything else.
+// What `kind` names: "man", "bash", "zsh", "fish", or "page:scan" for the documents' page of a command.
+// Throws UsageFailure for anything else.
 std::string Generate(const CLI::App& app, const std::string& kind);
 
 }  // namespace zeltool

@@ -8,8 +8,8 @@
 
 namespace zeltool {
 
-// What of an application is told to people: options and commands that are not hidden, and of a command not the options
-// that every command has.
+// What of an application is told to people: options and commands that are not hidden, and of a command not
+// the options that every command has.
 std::vector<const CLI::Option*> VisibleOptions(const CLI::App& app);
 std::vector<const CLI::App*> VisibleCommands(const CLI::App& app);
 

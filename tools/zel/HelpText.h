@@ -1,4 +1,5 @@
-// The words of the help, and how they look on a terminal, in a manual and on a page. Everything here is a pure function.
+// The words of the help, and how they look on a terminal, in a manual and on a page. Everything
+// here is a pure function.
 #pragma once
 
 #include <cstddef>
@@ -20,8 +21,8 @@ struct HelpPart {
   std::vector<HelpRow> rows;
 };
 
-// Takes a text apart: lines that begin with two blanks are rows, whose meaning stands behind two blanks or more; the
-// others are paragraphs, ended by an empty line or by rows.
+// Takes a text apart: lines that begin with two blanks are rows, whose meaning stands behind two blanks or
+// more; the others are paragraphs, ended by an empty line or by rows.
 std::vector<HelpPart> ReadHelp(std::string_view text);
 
 // Lines of at most `columns` characters, where words allow it, each ended by a line feed.

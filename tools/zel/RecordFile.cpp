@@ -56,9 +56,8 @@ Bytes DataOf(const Json& object) {
 }
 
 std::string TopicOf(const Json& object) {
-  const std::string topic = object.contains("topicBase64")
-                                ? std::string(AsText(Decoded(object, "topicBase64")))
-                                : StringOf(object, "topic");
+  std::string topic = object.contains("topicBase64") ? std::string(AsText(Decoded(object, "topicBase64")))
+                                                     : StringOf(object, "topic");
   if (topic.find('\0') != std::string::npos) Refuse("topic", "has a zero byte");
   return topic;
 }

@@ -16,12 +16,12 @@ std::optional<Message> ReadPublication(const std::string& line);
 
 class RecordFile {
  public:
-  // "-" is standard input. A file that can be read twice is read to its end here, so that nothing of a broken record is
-  // published. Throws UsageFailure, as Next does.
+  // "-" is standard input. A file that can be read twice is read to its end here, so that nothing of a broken
+  // record is published. Throws UsageFailure, as Next does.
   explicit RecordFile(const std::string& path);
 
-  // The next publication; nothing at the end. Throws UsageFailure when a line is none, with its number and what is
-  // wrong, and when the file cannot be read.
+  // The next publication; nothing at the end. Throws UsageFailure when a line is none, with its number and
+  // what is wrong, and when the file cannot be read.
   std::optional<Message> Next();
 
  private:
