@@ -56,6 +56,12 @@ TEST(NameTest, ATwinIsNotTaken) {
   EXPECT_TRUE(Contains(result.errors, "2 devices answer to 10.77.0.98.0.1: 10.77.0.")) << result.errors;
 }
 
+TEST(NameTest, ATwinIsNotTriedAgain) {
+  const ZelResult result = RunZel({"request", "10.77.0.98.0.1", "-p", "600", "x", "--wait-online"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_FALSE(Contains(result.errors, "trying again")) << result.errors;
+}
+
 TEST(NameTest, ATwinIsReachedByItsAddress) { EXPECT_EQ(AskByName("10.77.0.3").output, "hello\n"); }
 
 TEST(NameTest, QuietLeavesRemarksOut) {

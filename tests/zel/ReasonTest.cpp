@@ -62,6 +62,20 @@ TEST(ReasonTest, TheTimeoutCountsForAllOfIt) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
 }
 
+TEST(ReasonTest, ADeviceIsTriedAgainAsOftenAsTheUserSays) {
+  const auto start = std::chrono::steady_clock::now();
+  ExpectFailure(AskFrom(kAbsentAddress, {"--retry", "2"}), 1, "; trying again",
+                "127.0.0.9 refuses connections");
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+}
+
+TEST(ReasonTest, TheTimeoutEndsTheWaitForADevice) {
+  const auto start = std::chrono::steady_clock::now();
+  ExpectFailure(AskFrom(kAbsentAddress, {"--wait-online", "--timeout", "2300"}), 1, "; trying again",
+                "127.0.0.9 refuses connections");
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+}
+
 TEST(ReasonTest, SendToASilentDeviceIsNothingArrived) {
   const std::string path = ScratchFile("file");
   WriteWhole(path, "file");

@@ -57,12 +57,12 @@ void WriteWhole(const std::string& path, const std::string& content) {
 }
 
 ZelProcess::ZelProcess(const std::vector<std::string>& arguments, const std::string& input,
-                       const std::string& outputTo) {
+                       const std::string& outputTo, const std::string& program) {
   static int number = 0;
   prefix_ = ScratchFile("zel" + std::to_string(++number));
   WriteWhole(prefix_ + ".in", input);
-  system_ = std::make_unique<System>(ZelProgram(), arguments, prefix_,
-                                     outputTo.empty() ? prefix_ + ".out" : outputTo);
+  system_ =
+      std::make_unique<System>(program, arguments, prefix_, outputTo.empty() ? prefix_ + ".out" : outputTo);
 }
 
 ZelProcess::~ZelProcess() {

@@ -18,7 +18,7 @@ class ZelProcess {
  public:
   // Starts it with standard input, output and error in files; with `outputTo`, standard output goes there.
   explicit ZelProcess(const std::vector<std::string>& arguments, const std::string& input = "",
-                      const std::string& outputTo = "");
+                      const std::string& outputTo = "", const std::string& program = ZelProgram());
   // Ends it if it still runs.
   ~ZelProcess();
   ZelProcess(const ZelProcess&) = delete;

@@ -77,6 +77,9 @@ void AddPatience(CLI::App& command, Patience& patience, const std::string& timeo
   command.add_option("--connect-timeout", patience.connectMs, "Time to connect; 1500 if not given")
       ->check(inMilliseconds)
       ->type_name("MS");
+  AddNumber(command, "--retry", patience.retries, 1000000,
+            "Try so often again when it is not found or reached");
+  command.add_flag("--wait-online", patience.isEndless, "Try again until it is reached");
 }
 
 CLI::Option* AddNumber(CLI::App& command, const std::string& name, uint32_t& value, uint32_t limit,

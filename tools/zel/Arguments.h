@@ -13,7 +13,7 @@ namespace zeltool {
 
 CLI::Option* AddDevice(CLI::App& command, std::string& device);
 
-// --timeout and --connect-timeout.
+// --timeout, --connect-timeout, --retry and --wait-online.
 void AddPatience(CLI::App& command, Patience& patience, const std::string& timeoutDescription);
 
 // Takes decimals and, after "0x", hexadecimal numbers up to `limit`.

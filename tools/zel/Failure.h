@@ -71,6 +71,13 @@ class NothingArrived : public Failure {
       : Failure(kNothingArrived, what, std::move(advice)) {}
 };
 
+// Several devices answer to a name; another look does not change that.
+class SeveralDevices : public Failure {
+ public:
+  explicit SeveralDevices(const std::string& what)
+      : Failure(kFailed, what, "Name the device by its address.") {}
+};
+
 // "recv message timeout"
 const char* TextOf(int32_t code);
 // "error 4104: recv message timeout"

@@ -1,8 +1,10 @@
 #include "Opening.h"
 
 #include <algorithm>
+#include <exception>
 #include <memory>
 #include <optional>
+#include <set>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -20,6 +22,7 @@ constexpr zel::Milliseconds kFirstAskTime{300};
 // The first question of a scan leaves after a second, as a rule.
 constexpr zel::Milliseconds kLookTime{3000};
 constexpr zel::Milliseconds kProbeTime{500};
+constexpr double kRetrySec = 1;
 
 double Seconds(zel::Milliseconds time) { return std::chrono::duration<double>(time).count(); }
 
@@ -98,6 +101,11 @@ class Opener {
     return OpenAddress(FindAddress());
   }
 
+  // A remark, once however often the device is tried.
+  void Say(const std::string& remark) {
+    if (said_.insert(remark).second) context_.output.Note(remark);
+  }
+
   std::string FindAddress() {
     if (const auto id = zel::DeviceId::Parse(device_)) {
       if (const auto found = Look(HasIdentifier(*id))) return found->address;
@@ -125,8 +133,7 @@ class Opener {
     if (found.size() == 1) return found.front();
     std::string addresses;
     for (const zel::Device& device : found) addresses += (addresses.empty() ? "" : ", ") + device.address;
-    throw Failure(kFailed, Counted(found.size(), "device") + " answer to " + device_ + ": " + addresses,
-                  "Name the device by its address.");
+    throw SeveralDevices(Counted(found.size(), "device") + " answer to " + device_ + ": " + addresses);
   }
 
   Opened OpenIdentifier(const zel::DeviceId& id) {
@@ -135,7 +142,7 @@ class Opener {
     StopIfAsked();
     if (told && *told == id) return Connect(id, host);
     if (told) {
-      context_.output.Note(host + " is " + told->ToString() + ", not " + device_ + "; looking for that");
+      Say(host + " is " + told->ToString() + ", not " + device_ + "; looking for that");
       return OpenFound(id, host, {});
     }
     Opened tried = Try(id, host);
@@ -171,7 +178,7 @@ class Opener {
     const auto told = AskIdentifier(host, budget_.Take(kAskTime, "ask " + host));
     StopIfAsked();
     if (!told) {
-      context_.output.Note(host + " does not tell its identifier on UDP port 38898; trying TCP port 9999");
+      Say(host + " does not tell its identifier on UDP port 38898; trying TCP port 9999");
     }
     return Connect(told ? *told : PlaceholderId(host), host);
   }
@@ -231,6 +238,7 @@ class Opener {
   Context& context_;
   const zel::EventCallback& onEvent_;
   WhenDown whenDown_;
+  std::set<std::string> said_;
 };
 
 }  // namespace
@@ -252,7 +260,25 @@ std::string CheckDeviceId(const std::string& text) {
 
 Opened OpenDevice(const std::string& device, const Patience& patience, const Budget& budget, Context& context,
                   const zel::EventCallback& onEvent, WhenDown whenDown) {
-  return Opener(device, patience, budget, context, onEvent, whenDown).Open();
+  Opener opener(device, patience, budget, context, onEvent, whenDown);
+  std::exception_ptr before;
+  for (uint32_t tries = 0;; ++tries) {
+    try {
+      return opener.Open();
+    } catch (const SeveralDevices&) {
+      throw;
+    } catch (const NoTimeLeft&) {
+      // Why the last try failed is of more use.
+      if (before) std::rethrow_exception(before);
+      throw;
+    } catch (const Failure& failure) {
+      const bool isLast = !patience.isEndless && tries == patience.retries;
+      if (isLast || budget.IsBelow(kRetrySec) || context.stopper.IsRequested()) throw;
+      opener.Say(std::string(failure.what()) + "; trying again");
+      before = std::current_exception();
+    }
+    if (context.stopper.Sleep(kRetrySec)) throw Failure(kInterrupted, "interrupted");
+  }
 }
 
 std::string FindHost(const std::string& device, const Budget& budget, Context& context) {

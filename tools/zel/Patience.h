@@ -16,6 +16,16 @@ namespace zeltool {
 struct Patience {
   uint32_t timeoutMs = 0;  // for all of it; 0 when not given: then each step has its own
   uint32_t connectMs = 1500;
+  // How often a device that is not found or reached is tried again.
+  uint32_t retries = 0;
+  bool isEndless = false;
+};
+
+// The time that the user gave is over.
+class NoTimeLeft : public LibraryFailure {
+ public:
+  explicit NoTimeLeft(const std::string& what)
+      : LibraryFailure("no time is left to " + what, ZEL_E_TIMEOUT) {}
 };
 
 // The time for finding, connecting and asking, which begins now.
@@ -27,11 +37,14 @@ class Budget {
   }
   explicit Budget(const Patience& patience) : Budget(patience.timeoutMs / 1000.0) {}
 
-  // What is left, at most so much. Throws LibraryFailure when nothing is; `what` cannot be done then.
+  // True when less than so much is left.
+  bool IsBelow(double seconds) const { return end_ && After(seconds) > *end_; }
+
+  // What is left, at most so much. Throws NoTimeLeft when nothing is; `what` cannot be done then.
   zel::Milliseconds Take(zel::Milliseconds most, const std::string& what) const {
     if (!end_) return most;
     const auto left = std::chrono::ceil<zel::Milliseconds>(*end_ - Clock::now());
-    if (left.count() <= 0) throw LibraryFailure("no time is left to " + what, ZEL_E_TIMEOUT);
+    if (left.count() <= 0) throw NoTimeLeft(what);
     return std::min(left, most);
   }
 
