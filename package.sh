@@ -24,7 +24,7 @@ step() {
 
 # build_for SYSTEM FLAGS LINKER-FLAGS CMAKE-OPTION...: builds from nothing: objects hold the date.
 build_for() {
-  local system=$1 flags="-ffile-prefix-map=$PWD=. -fno-ident $2" linking="-s $3"
+  local system=$1 flags="-ffile-prefix-map=$PWD=. -fno-ident $2" linking=$3
   shift 3
   rm -rf "${build:?}/$system"
   step "configuring $system" cmake -G Ninja -S . -B "$build/$system" -DCMAKE_BUILD_TYPE=Release -DZEL_BUILD_TOOLS=ON \
@@ -40,12 +40,31 @@ pack_debian() {
   dpkg-deb --raw-extract "$build"/linux/cpack/libzel0_*.deb "$library"
   rm "$library"/DEBIAN/{postinst,postrm}
   step "packing libzel0" dpkg-deb --root-owner-group -Zxz --build "$library" "$build/linux/cpack"
+  local symbols
+  for symbols in "$build"/linux/cpack/*.ddeb; do pack_symbols "$(basename "$symbols" .ddeb)"; done
   mv "$build"/linux/cpack/*.deb "$packages"
+}
+
+# CPack's package of debug information is not quite one of Debian's: its checksums name the folder that it was made in, and
+# it has no licence.
+pack_symbols() {
+  local folder=$build/linux/symbols name=${1%%_*}
+  rm -rf "$folder"
+  dpkg-deb --raw-extract "$build/linux/cpack/$1.ddeb" "$folder"
+  sed -i '/^Package-Type:/d' "$folder/DEBIAN/control"
+  find "$folder/usr" -type f -exec chmod 644 {} +
+  mkdir -p "$folder/usr/share/doc"
+  ln -s "${name%-dbgsym}" "$folder/usr/share/doc/$name"
+  (cd "$folder" && find usr -type f -print0 | sort -z | xargs -0 md5sum >DEBIAN/md5sums)
+  find "$folder" -exec touch --no-dereference --date="@$SOURCE_DATE_EPOCH" {} +
+  step "packing $name" dpkg-deb --root-owner-group -Zxz --build "$folder" "$build/linux/cpack/$1.deb"
 }
 
 pack_windows() {
   local name=libzel-$version-windows-x64
   step "installing windows" cmake --install "$build/windows" --prefix "$build/windows/zip/$name"
+  step "building the documents" docs/build.sh "$build/docs"
+  cp -R "$build/docs/html" "$build/windows/zip/$name/share/doc/libzel"
   cd "$build/windows/zip"
   find . -exec touch --date="@$SOURCE_DATE_EPOCH" {} +
   find "$name" -type f | sort | step "packing windows" zip -9 -X -@ "$packages/$name.zip"
@@ -65,9 +84,10 @@ pack_sources() {
 
 rm -rf "$packages"
 mkdir -p "$packages"
-build_for linux "-fstack-protector-strong -D_FORTIFY_SOURCE=2" "-Wl,-z,relro,-z,now" -DCMAKE_INSTALL_PREFIX=/usr
+# With debug information, which becomes packages of its own.
+build_for linux "-g -fstack-protector-strong -D_FORTIFY_SOURCE=2" "-Wl,-z,relro,-z,now" -DCMAKE_INSTALL_PREFIX=/usr
 pack_debian
-build_for windows "" "" --toolchain cmake/mingw-w64.cmake
+build_for windows "" -s --toolchain cmake/mingw-w64.cmake
 pack_windows
 pack_sources
 (cd "$packages" && sha256sum -- * >SHA256SUMS)

@@ -114,6 +114,11 @@ This package has the module zel for Python 3.")
 
 set(CPACK_DEBIAN_LIBZEL0_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_LIBZEL-TOOLS_PACKAGE_SHLIBDEPS ON)
+# Names and lines for debuggers, in libzel0-dbgsym and libzel-tools-dbgsym.
+set(CPACK_DEBIAN_LIBZEL0_DEBUGINFO_PACKAGE ON)
+set(CPACK_DEBIAN_LIBZEL-TOOLS_DEBUGINFO_PACKAGE ON)
+install(CODE "execute_process(COMMAND ${CMAKE_STRIP} --strip-debug --enable-deterministic-archives
+  \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/libzel.a COMMAND_ERROR_IS_FATAL ANY)" COMPONENT libzel-dev)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/src)
 set(CPACK_DEBIAN_LIBZEL-DEV_PACKAGE_DEPENDS "libzel0 (= ${debian_version}), libc6-dev")
 set(CPACK_DEBIAN_LIBZEL-DEV_PACKAGE_SUGGESTS "cmake, pkgconf")

@@ -1,11 +1,13 @@
 #!/bin/bash
 # Makes the packages twice, and tests them as their users get them: installed into an empty root, unpacked, linked to.
+#   run.sh [--quick]    with --quick they are made once
 # The last line is ctest's summary, for test.sh.
 set -uo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 tree=$(cd "$here/../.." && pwd)
 packages=$tree/build/packages work=$tree/build/packages-test
-root=$work/root failed=0 total=0
+root=$work/root failed=0 total=0 quick=no
+if [[ " $* " == *" --quick "* ]]; then quick=yes; fi
 export ZELSIM=$root/usr/bin/zelsim
 
 fail() {
@@ -17,8 +19,12 @@ check() {
   local name=$1
   shift
   total=$((total + 1))
-  if ("$@") >"$work/$name.log" 2>&1; then
-    echo "ok      $name"
+  local start=$SECONDS status
+  # Not as a condition: set -e would have no effect there.
+  ("$@") >"$work/$name.log" 2>&1
+  status=$?
+  if [ "$status" = 0 ]; then
+    echo "ok      $name ($((SECONDS - start)) s)"
   else
     failed=$((failed + 1))
     echo "FAILED  $name"
@@ -50,8 +56,23 @@ installs() {
   done >"$root/var/lib/dpkg/status"
   # Scripts of packages would run in the root, which has no shell.
   dpkg --root="$root" --force-script-chrootless --install "$packages"/*.deb
-  [ "$(dpkg-query --admindir="$root/var/lib/dpkg" -W -f '${Package} ${db:Status-Status}\n' '*zel*' | grep -c installed)" = 4 ]
+  [ "$(dpkg-query --admindir="$root/var/lib/dpkg" -W -f '${Package} ${db:Status-Status}\n' '*zel*' | grep -c installed)" = 6 ]
   dpkg --root="$root" --verify
+}
+
+# What a debugger does with the library: by its build identifier it finds names and lines, which the library has not.
+tells_debuggers() {
+  set -e
+  local program=$root/usr/lib/x86_64-linux-gnu/libzel.so.0 identifier address symbols found
+  identifier=$(readelf --notes "$program" | sed -n 's/^ *Build ID: //p')
+  symbols=$root/usr/lib/debug/.build-id/${identifier:0:2}/${identifier:2}.debug
+  address=$(nm --dynamic "$program" | sed -n 's/ T libzel_init@.*//p')
+  cd "$tree" # the names are relative to the sources
+  found=$(addr2line --functions --exe "$symbols" "0x$address")
+  is "the place of libzel_init" "libzel_init $tree/src/libzel/libzel.cpp" \
+    "$(head -n 1 <<<"$found") $(realpath -m "$(tail -n 1 <<<"${found%:*}")")"
+  ! readelf --sections "$program" | grep -F .debug_info || fail "the library itself has debug information"
+  [ -s "$root/usr/share/doc/libzel0-dbgsym/copyright" ] || fail "no licence"
 }
 
 # That they build is what all the other tests see; here is that none is missing.
@@ -104,6 +125,24 @@ unpacks_for_windows() {
   done
 }
 
+# What somebody on Windows sees first: files to open with a double click, whose words lead somewhere.
+opens_on_windows() {
+  set -e
+  local zip file target
+  zip=$(echo "$work"/zip/*)
+  is "at the top" "LICENSE.txt README.txt bin documents.html include lib python share wireshark" \
+    "$(find "$zip" -mindepth 1 -maxdepth 1 -printf '%f\n' | LC_ALL=C sort | xargs)"
+  ! grep -v $'\r$' "$zip/README.txt" || fail "lines of README.txt that do not end as on Windows"
+  ! LC_ALL=C grep -P '[^\x20-\x7e\r]|.{100}' "$zip/README.txt" || fail "characters or lines that not every console has room for"
+  grep -F "libzel $(basename "$zip" | cut -d- -f2) for 64-bit Windows" "$zip/README.txt"
+  while read -r file; do
+    [ -e "$zip/$file" ] || fail "README.txt names $file"
+  done < <(tr -d '\r' <"$zip/README.txt" | sed -nE 's/^  ([a-z]+[\\.][^ ,]*)(,| ).*/\1/p' | grep -v '^bin.zel$' | tr '\\' /)
+  target=$(sed -n 's/.*url=\([^"]*\)".*/\1/p' "$zip/documents.html")
+  python3 -B "$tree/tests/docs/check_search.py" "$zip/${target%/*}" "$tree"
+  grep doxygen-awesome "$zip/share/doc/libzel/COPYRIGHT.txt"
+}
+
 # is WHAT EXPECTED FOUND
 is() { [ "$3" = "$2" ] || fail "$1: $3, not $2"; }
 
@@ -140,7 +179,7 @@ says_its_licence() {
     grep "$full" "$root/usr/share/doc/$package/copyright"
   done
   grep -x 'License: Apache-2.0' "$root"/usr/lib/python3/dist-packages/zel-*.egg-info/PKG-INFO
-  cmp "$tree/LICENSE" "$zip/share/doc/libzel/LICENSE.txt"
+  cmp "$tree/LICENSE" "$zip/LICENSE.txt"
   cmp "$full" "$zip/share/doc/libzel/LICENSES/Apache-2.0.txt"
   cmp "$tree/LICENSE" "$work"/sources/libzel-*/LICENSE
   cmp "$full" "$work"/sources/libzel-*/LICENSES/Apache-2.0.txt
@@ -169,15 +208,17 @@ runs_on_windows() {
 
 removes() {
   set -e
-  dpkg --root="$root" --force-script-chrootless --purge libzel-dev libzel-tools python3-libzel libzel0
+  dpkg --root="$root" --force-script-chrootless --purge libzel-dev libzel-tools{-dbgsym,} python3-libzel libzel0{-dbgsym,}
   [ -z "$(find "$root/usr" -type f)" ] || fail "left: $(find "$root/usr" -type f)"
 }
 
 rm -rf "$work"
 mkdir -p "$work"
-for name in makes_packages makes_the_same_again pleases_lintian installs unpacks_for_windows configures_the_sources \
-  holds_no_build_path has_one_version says_its_licence \
-  links_on_linux runs_the_tools runs_python links_on_windows links_by_the_vendors_library runs_on_windows removes; do
+names=(makes_packages makes_the_same_again pleases_lintian installs tells_debuggers unpacks_for_windows opens_on_windows
+  configures_the_sources holds_no_build_path has_one_version says_its_licence links_on_linux runs_the_tools runs_python
+  links_on_windows links_by_the_vendors_library runs_on_windows removes)
+for name in "${names[@]}"; do
+  if [ "$quick" = yes ] && [ "$name" = makes_the_same_again ]; then continue; fi
   check "$name" "$name"
   # Without packages there is nothing to test.
   if [ "$name" = makes_packages ] && [ "$failed" != 0 ]; then break; fi
