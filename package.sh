@@ -1,5 +1,5 @@
 #!/bin/bash
-# Makes the packages in build/packages: Debian packages, an archive for Windows, the sources, and their checksums.
+# Makes the packages in build/packages: Debian packages, an archive for Windows, Python wheels, the sources, and their checksums.
 # The same commit gives the same bytes. Says nothing when all is well; logs are in build/package.
 set -euo pipefail
 cd "$(dirname "$0")"
@@ -82,6 +82,12 @@ pack_sources() {
     >"$packages/libzel-$version.tar.gz"
 }
 
+# make_wheel PLATFORM LIBRARY NAME NOTICE
+make_wheel() {
+  step "packing the wheel for $1" packaging/wheel.py "$packages" "$version" "$1" "$2" "$3" LICENSE \
+    /usr/share/common-licenses/Apache-2.0 "$4"
+}
+
 rm -rf "$packages"
 mkdir -p "$packages"
 # With debug information, which becomes packages of its own.
@@ -89,5 +95,10 @@ build_for linux "-g -fstack-protector-strong -D_FORTIFY_SOURCE=2" "-Wl,-z,relro,
 pack_debian
 build_for windows "" -s --toolchain cmake/mingw-w64.cmake
 pack_windows
+# With the C++ runtime inside. What of that is not used goes: it may want a newer C library than the wheel says.
+build_for wheel "-fstack-protector-strong -D_FORTIFY_SOURCE=2" "-static-libstdc++ -Wl,-z,relro,-z,now,--gc-sections" \
+  -DZEL_BUILD_TOOLS=OFF -DZEL_PACKAGE=OFF
+make_wheel manylinux_2_34_x86_64 "$build/wheel/src/libzel.so.$version" libzel.so.0 /usr/share/doc/libstdc++6/copyright
+make_wheel win_amd64 "$build/windows/bin/libzel.dll" libzel.dll "$build/windows/packaging/COPYRIGHT.txt"
 pack_sources
 (cd "$packages" && sha256sum -- * >SHA256SUMS)

@@ -4,10 +4,31 @@ import os
 
 import pytest
 import zel
+from zel._find import library_file, places
 
 
 def test_version_is_the_librarys():
     assert zel.version() == "0.2.3"
+
+
+def test_library_is_looked_for_inside_of_the_package_first():
+    assert places("linux", "/opt/zel", {}) == ["/opt/zel/libzel.so.0"]
+
+
+def test_library_is_found_beside_the_package_and_in_bin_and_on_the_path_of_windows():
+    path = {"PATH": 'C:\\Windows;"D:\\My tools";;relative'}
+    assert places("win32", "C:\\libzel\\python\\zel", path) == [
+        "C:\\libzel\\python\\zel\\libzel.dll",
+        "C:\\libzel\\python\\libzel.dll",
+        "C:\\libzel\\bin\\libzel.dll",
+        "C:\\Windows\\libzel.dll",
+        "D:\\My tools\\libzel.dll",
+    ]
+
+
+def test_library_that_the_environment_names_is_taken_before_all(monkeypatch):
+    monkeypatch.setenv("ZEL_LIBRARY", "/somewhere/libzel.so")
+    assert library_file() == "/somewhere/libzel.so"
 
 
 def test_version_of_the_package_is_the_products():

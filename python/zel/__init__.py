@@ -11,8 +11,9 @@
 
 The library is loaded and set up by the first call that needs it. Discovery's thread is started by the first scan, and then
 runs until the process ends: it multicasts a request every ten seconds. A program is protected from peers that would end it or
-hold it up for ever; init(protect=False) has everything by the letter of libzel.h. ZEL_LIBRARY names the library's file; without it libzel.so.0 or
-libzel.dll is looked for as the system does. The library's log goes to logging.getLogger("zel"), unless init() says
+hold it up for ever; init(protect=False) has everything by the letter of libzel.h. ZEL_LIBRARY names the library's file; without it
+the one inside of the package is taken, which a wheel has. Else libzel.so.0 is looked for as the system does, and libzel.dll beside the
+package, in ..\\bin, and on the PATH. The library's log goes to logging.getLogger("zel"), unless init() says
 otherwise.
 
 Time-outs are in seconds; a negative one raises ValueError. A failed call raises ZelError, with the library's code and text,

@@ -6,15 +6,15 @@ import atexit
 import ctypes
 import itertools
 import operator
-import os
 import queue
-import sys
 import threading
 import time
 from contextlib import ExitStack, contextmanager
 from ctypes import POINTER, c_bool, c_char, c_char_p, c_int32, c_int64, c_size_t, c_uint8, c_uint16, c_uint32
 from ctypes import c_uint64, c_void_p
 from typing import Any, Callable, Dict, Generic, Iterator, List, Optional, Tuple, TypeVar
+
+from ._find import library_file
 
 Item = TypeVar("Item")
 
@@ -191,8 +191,7 @@ def load() -> ctypes.CDLL:
         return _loaded  # without the lock, which somebody may hold who waits for the caller's own
     with setup_lock:
         if _loaded is None:
-            name = os.environ.get("ZEL_LIBRARY") or ("libzel.dll" if sys.platform == "win32" else "libzel.so.0")
-            library = ctypes.CDLL(name)
+            library = ctypes.CDLL(library_file())
             for function, (result, arguments) in _PROTOTYPES.items():
                 getattr(library, function).restype = result
                 getattr(library, function).argtypes = arguments

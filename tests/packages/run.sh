@@ -206,6 +206,8 @@ runs_on_windows() {
     request 127.0.0.1.0.1 --port 600 --group 1 --offset 2 "from an archive" | grep "from an archive"
 }
 
+wheels_work() { "$here/wheels.sh" "$packages" "$work/wheels" "$(echo "$work"/zip/*/bin/zel.exe)"; }
+
 removes() {
   set -e
   dpkg --root="$root" --force-script-chrootless --purge libzel-dev libzel-tools{-dbgsym,} python3-libzel libzel0{-dbgsym,}
@@ -216,7 +218,7 @@ rm -rf "$work"
 mkdir -p "$work"
 names=(makes_packages makes_the_same_again pleases_lintian installs tells_debuggers unpacks_for_windows opens_on_windows
   configures_the_sources holds_no_build_path has_one_version says_its_licence links_on_linux runs_the_tools runs_python
-  links_on_windows links_by_the_vendors_library runs_on_windows removes)
+  links_on_windows links_by_the_vendors_library runs_on_windows wheels_work removes)
 for name in "${names[@]}"; do
   if [ "$quick" = yes ] && [ "$name" = makes_the_same_again ]; then continue; fi
   check "$name" "$name"
