@@ -90,8 +90,8 @@ def check_markdown(tree, files):
 
 def main():
     site, tree = map(lambda argument: pathlib.Path(argument).resolve(), sys.argv[1:])
-    folders = ("", "docs", "docs/tasks", "bench", "python", "tests", "tools")
-    files = [path for folder in folders for path in sorted((tree / folder).glob("*.md"))]
+    patterns = ("*.md", "docs/**/*.md", "bench/*.md", "python/*.md", "tests/**/*.md", "tools/**/*.md")
+    files = [path for pattern in patterns for path in sorted(tree.glob(pattern))]
     complaints = [*check_site(site), *check_markdown(tree, files)]
     print(*complaints, sep="\n")
     print(f"{len(files)} Markdown files and the site: {len(complaints)} complaints")
