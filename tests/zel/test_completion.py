@@ -126,4 +126,4 @@ def test_the_value_of_an_option_is_no_command(complete):
 
 
 def test_an_argument_that_is_called_like_a_command_is_none(complete):
-    assert complete("zel sub 10.0.0.1 scan --wa") == ["--wait"]
+    assert complete("zel sub 10.0.0.1 scan --wa") == ["--wait", "--wait-online"]
