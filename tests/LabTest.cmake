@@ -1,4 +1,4 @@
-# zel_add_lab_test(NAME name COMMAND program [argument...] [SIM "HOST ARGS"...] [LOCAL "HOST PREFIX"...] [HOSTS n]
+# zel_add_lab_test(NAME name COMMAND program [argument...] [SIM "HOST ARGS"...] [LOCAL "HOST PREFIX"...] [DROP "HOST WHAT"...] [HOSTS n]
 #                  [SECOND_INTERFACE] [NO_DEFAULT_ROUTE] [NAME_SERVER] [LINK rate] [RELAY conduct] [TIMEOUT seconds]
 #                  [EXPECT option...] [CONFIGURATIONS name...])
 #
@@ -7,7 +7,7 @@
 # tests/lab/expect.sh say. With CONFIGURATIONS it runs only when ctest is told one of them (-C).
 function(zel_add_lab_test)
   cmake_parse_arguments(PARSE_ARGV 0 LAB "SECOND_INTERFACE;NO_DEFAULT_ROUTE;NAME_SERVER" "NAME;HOSTS;LINK;RELAY;TIMEOUT"
-    "COMMAND;SIM;LOCAL;EXPECT;CONFIGURATIONS")
+    "COMMAND;SIM;LOCAL;DROP;EXPECT;CONFIGURATIONS")
   set(options)
   if(DEFINED LAB_HOSTS)
     list(APPEND options --hosts ${LAB_HOSTS})
@@ -29,6 +29,9 @@ function(zel_add_lab_test)
   endif()
   foreach(prefix IN LISTS LAB_LOCAL)
     list(APPEND options --local ${prefix})
+  endforeach()
+  foreach(what IN LISTS LAB_DROP)
+    list(APPEND options --drop ${what})
   endforeach()
   foreach(sim IN LISTS LAB_SIM)
     list(APPEND options --sim ${sim})

@@ -10,6 +10,8 @@
 #   --local "HOST PREFIX"  makes every address of a prefix, 10.78.0.0/16 say, one of a host's. Repeatable.
 #   --no-default-route   no host has a way out of its networks, as in a plant.
 #   --name-server        names are asked for at 127.0.0.1, where a test may answer.
+#   --drop "HOST WHAT"   the firewall of a host drops what comes in and is so, in the words of nft: "1 udp dport 38898".
+#                        Repeatable.
 #   --link "[HOST ]RATE" the link of a host, 0 (the command's own) when none is named, carries no more than a rate as tc
 #                        writes it (10mbit) in each direction, and every host sends segments of their real size.
 #                        Repeatable.
@@ -55,7 +57,7 @@ add_relay() {
 }
 
 parse() {
-  hosts=1 interfaces=1 wine=no sims=() locals=() links=() routed=yes relay=no nameServer=no
+  hosts=1 interfaces=1 wine=no sims=() locals=() links=() drops=() routed=yes relay=no nameServer=no
   while [ $# -gt 0 ]; do
     case $1 in
       --hosts) hosts=$2; shift 2 ;;
@@ -63,6 +65,7 @@ parse() {
       --local) locals+=("$2"); shift 2 ;;
       --no-default-route) routed=no; shift ;;
       --name-server) nameServer=yes; shift ;;
+      --drop) drops+=("$2"); shift 2 ;;
       --link) links+=("$2"); shift 2 ;;
       --relay) add_relay "$2"; shift 2 ;;
       --sim) sims+=("$2"); shift 2 ;;
@@ -185,6 +188,13 @@ shape_link() {
   done
 }
 
+# drop "HOST WHAT"
+drop() {
+  local host=${1%% *}
+  in_host "$host" nft "add table inet lab; add chain inet lab in { type filter hook input priority 0; }; \
+add rule inet lab in ${1#* } drop"
+}
+
 # What a Windows program calls a file.
 shown_path() {
   if [ "$wine" = yes ]; then printf 'Z:%s' "${1//\//\\}"; else printf '%s' "$1"; fi
@@ -238,6 +248,7 @@ inside() {
   for extra in "${locals[@]}"; do in_host "${extra%% *}" ip route add local "${extra#* }" dev lo; done
   [ ${#links[@]} = 0 ] || send_real_segments
   for extra in "${links[@]}"; do shape_link "$extra"; done
+  for extra in "${drops[@]}"; do drop "$extra"; done
   simPids=()
   local number=0 sim status=0
   for sim in "${sims[@]}"; do start_sim $((++number)) "$sim"; done

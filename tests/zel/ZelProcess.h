@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -57,6 +58,23 @@ struct ZelResult {
 ZelResult RunZel(const std::vector<std::string>& arguments, const std::string& input = "");
 // With standard output at a device or file.
 ZelResult RunZelTo(const std::string& outputTo, const std::vector<std::string>& arguments);
+
+// Holds a UDP port on all addresses, alone.
+class HeldUdpPort {
+ public:
+  explicit HeldUdpPort(uint16_t port);
+  ~HeldUdpPort();
+  HeldUdpPort(const HeldUdpPort&) = delete;
+  HeldUdpPort& operator=(const HeldUdpPort&) = delete;
+
+  bool IsHeld() const { return isHeld_; }
+  // As zel doctor names the holder: this program, or another one where the system does not tell (Wine).
+  static std::string Holder();
+
+ private:
+  intptr_t socket_ = -1;
+  bool isHeld_ = false;
+};
 
 std::vector<std::string> Lines(const std::string& text);
 bool Contains(const std::string& text, const std::string& part);

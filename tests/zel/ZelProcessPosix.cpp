@@ -1,4 +1,6 @@
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -67,3 +69,14 @@ void ZelProcess::System::End() {
   (void)kill(static_cast<pid_t>(process_), SIGKILL);
   (void)waitpid(static_cast<pid_t>(process_), nullptr, 0);
 }
+
+HeldUdpPort::HeldUdpPort(uint16_t port) : socket_(socket(AF_INET, SOCK_DGRAM, 0)) {
+  sockaddr_in here{};
+  here.sin_family = AF_INET;
+  here.sin_port = htons(port);
+  isHeld_ = bind(static_cast<int>(socket_), reinterpret_cast<const sockaddr*>(&here), sizeof here) == 0;
+}
+
+HeldUdpPort::~HeldUdpPort() { (void)close(static_cast<int>(socket_)); }
+
+std::string HeldUdpPort::Holder() { return "zel_tests (process " + std::to_string(getpid()) + ")"; }

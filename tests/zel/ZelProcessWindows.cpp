@@ -1,3 +1,5 @@
+#include <winsock2.h>
+
 #include <windows.h>
 
 #include "ZelProcessSystem.h"
@@ -70,3 +72,24 @@ void ZelProcess::System::End() {
   (void)TerminateProcess(AsHandle(process_), 99);
   (void)WaitForSingleObject(AsHandle(process_), INFINITE);
 }
+
+HeldUdpPort::HeldUdpPort(uint16_t port) {
+  WSADATA unused{};
+  (void)WSAStartup(MAKEWORD(2, 2), &unused);
+  const SOCKET held = socket(AF_INET, SOCK_DGRAM, 0);
+  const BOOL alone = TRUE;
+  (void)setsockopt(held, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, reinterpret_cast<const char*>(&alone),
+                   sizeof alone);
+  sockaddr_in here{};
+  here.sin_family = AF_INET;
+  here.sin_port = htons(port);
+  isHeld_ = bind(held, reinterpret_cast<const sockaddr*>(&here), sizeof here) == 0;
+  socket_ = static_cast<intptr_t>(held);
+}
+
+HeldUdpPort::~HeldUdpPort() {
+  (void)closesocket(static_cast<SOCKET>(socket_));
+  (void)WSACleanup();
+}
+
+std::string HeldUdpPort::Holder() { return "another program"; }

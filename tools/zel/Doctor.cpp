@@ -21,7 +21,14 @@ namespace {
 // The first question of a scan leaves after a second, and a second is enough for the answers.
 constexpr zel::Milliseconds kScanTime{2200};
 constexpr zel::Milliseconds kAnswerTime{1000};
+// Where a device hears questions to all, where the answers come to, where a device hears questions to itself.
+constexpr uint16_t kBroadcastPort = 38896;
 constexpr uint16_t kDiscoveryPort = 38897;
+constexpr uint16_t kDirectPort = 38898;
+
+// Answers to broadcasts come to that port, those to multicast to the socket that asked.
+constexpr const char* kFirewall =
+    "Does the firewall here let UDP in, to port 38897 as well as to zel's own ports?";
 
 struct DoctorOptions {
   std::string device;
@@ -34,6 +41,7 @@ class Doctor {
 
   int Run() {
     CheckMachine();
+    CheckPorts();
     if (CheckDiscovery()) CheckNetworks();
     if (!options_.device.empty() && !context_.stopper.IsRequested()) CheckDevice();
     if (faults_ == 0) return kDone;
@@ -71,22 +79,43 @@ class Doctor {
           "Is an adapter up? Else look at /opt/zel/zeldevice.xml, if there is one.");
   }
 
+  // Before this program opens one itself.
+  void CheckPorts() {
+    answerHolders_ = HoldersOfUdpPort(kDiscoveryPort);
+    bool areFree = answerHolders_.empty();
+    for (const uint16_t port : {kBroadcastPort, kDirectPort}) {
+      const std::string holders = HoldersOfUdpPort(port);
+      if (holders.empty()) continue;
+      areFree = false;
+      Good("ports", PortName(port) + ", where a device hears questions, is held by " + holders + ".");
+    }
+    if (areFree) Good("ports", "UDP ports 38896 to 38898 are free.");
+  }
+
+  static std::string PortName(uint16_t port) { return "UDP port " + std::to_string(port); }
+
   // False when nothing can be looked for.
   bool CheckDiscovery() {
     context_.library->StartDiscovery().Ignore();
     const zel::DiscoveryState state = context_.library->Discovery();
     if (state.isRunning && state.adapters > 0) {
       Good("discovery", "Devices are asked for on " + state.adapterNames + ".");
+      if (!answerHolders_.empty()) {
+        Fault("ports",
+              PortName(kDiscoveryPort) + ", which answers come to, is shared with " + answerHolders_ +
+                  ": each answer reaches one program only.",
+              "End that program while devices are looked for. A device's address works all the same.");
+      }
       return true;
     }
     if (state.isRunning) {
       Fault("discovery", "There is no network adapter to ask on.", "Is one up, and has it an IPv4 address?");
       return false;
     }
-    const std::string holder = HolderOfUdpPort(kDiscoveryPort);
-    if (!holder.empty() && state.reason.find("bind") != std::string::npos) {
-      Fault("discovery", "UDP port 38897, which answers come to, is taken by " + holder + ".",
-            "End that program.");
+    if (!answerHolders_.empty() && state.reason.find("bind") != std::string::npos) {
+      Fault("ports",
+            PortName(kDiscoveryPort) + ", which answers come to, is taken by " + answerHolders_ + ".",
+            "End that program. A device's address works all the same.");
     } else {
       Fault("discovery", "Discovery does not run: " + state.reason + ".",
             "Is an adapter up, and has it an IPv4 address? A device's address works all the same.");
@@ -95,6 +124,7 @@ class Doctor {
   }
 
   void CheckNetworks() {
+    isLookedFor_ = true;
     (void)LookFor(
         context_,
         [this](const zel::Device& device) {
@@ -106,7 +136,7 @@ class Doctor {
       Good("devices", Counted(list_.Count(), "device") + (list_.Count() == 1 ? " answers." : " answer."));
     } else {
       Fault("devices", "No device answers.",
-            "Are the devices on, and in a network of this machine? Does a firewall let UDP port 38897 in?");
+            "Are the devices on, and in a network of this machine? " + std::string(kFirewall));
     }
     for (const std::string& twin : list_.Twins())
       Fault("twins", twin + ".", "Give one of them another one: zel id set.");
@@ -141,6 +171,10 @@ class Doctor {
     }
     Good("address", options_.device + " is at " + *address + ".");
     const auto told = AskIdentifier(*address, kAnswerTime);
+    if (told && isLookedFor_ && list_.Count() == 0) {
+      Fault("answers", *address + " answers when it alone is asked, but not when all are.",
+            "Is it in a network of this machine? " + std::string(kFirewall));
+    }
     CheckServer(*address, told.IsOk());
     if (told) CheckIdentifier(*address, *told);
   }
@@ -172,6 +206,8 @@ class Doctor {
   Context& context_;
   DeviceList list_;
   std::vector<zel::Device> devices_;
+  std::string answerHolders_;
+  bool isLookedFor_ = false;
   size_t faults_ = 0;
 };
 
@@ -180,10 +216,10 @@ constexpr const char* kDoctorHelp = R"(Examples:
   zel doctor 192.168.1.20         and what is on the way to this one?
   zel doctor press-4 --json       one object a finding
 
-Looks at this machine's identifier, at discovery, its port and its adapters, at who
-answers, at identifiers that two devices have, and at the way to DEVICE: its address,
-its UDP port 38898, its TCP port 9999. Each fault comes with what to try. The status
-is 1 when there is one.)";
+Looks at this machine's identifier, at UDP ports 38896 to 38898 and who holds them, at
+discovery and its adapters, at who answers, at identifiers that two devices have, and at
+the way to DEVICE: its address, its UDP port 38898, its TCP port 9999. Each fault comes
+with what to try. The status is 1 when there is one.)";
 
 }  // namespace
 

@@ -13,9 +13,10 @@ constexpr double kTwinSec = 0.3;
 constexpr double kTickSec = 0.05;
 
 [[noreturn]] void FailDiscovery(const std::string& reason) {
-  throw LibraryFailure("devices cannot be looked for: " + reason, ZEL_E_RESOURCE,
-                       "Does another program hold UDP port 38897, is an adapter up? A device's address works "
-                       "all the same.");
+  throw LibraryFailure(
+      "devices cannot be looked for: " + reason, ZEL_E_RESOURCE,
+      "Is an adapter up, does another program hold UDP port 38897? zel doctor says more. A device's "
+      "address works all the same.");
 }
 
 }  // namespace

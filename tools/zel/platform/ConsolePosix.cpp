@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <set>
 #include <sstream>
 #include <thread>
 #include <utility>
@@ -85,46 +86,53 @@ std::optional<std::string> LookUpHost(const std::string& name) {
 
 namespace {
 
-// Of the socket that is bound to the port, as /proc/net/udp lists it: its inode.
-std::string InodeOfUdpPort(uint16_t port) {
-  std::ifstream table("/proc/net/udp");
-  std::string line;
-  (void)std::getline(table, line);
-  while (std::getline(table, line)) {
-    std::istringstream words(line);
-    std::vector<std::string> fields(std::istream_iterator<std::string>(words), {});
-    if (fields.size() < 10) continue;
-    const size_t colon = fields[1].find(':');
-    if (std::strtoul(fields[1].c_str() + colon + 1, nullptr, 16) == port) return fields[9];
+// As /proc has them, of the sockets that are bound to a port: "socket:[123]".
+std::set<std::string> SocketsOfUdpPort(uint16_t port) {
+  std::set<std::string> sockets;
+  for (const char* path : {"/proc/net/udp", "/proc/net/udp6"}) {
+    std::ifstream table(path);
+    std::string line;
+    (void)std::getline(table, line);
+    while (std::getline(table, line)) {
+      std::istringstream words(line);
+      std::vector<std::string> fields(std::istream_iterator<std::string>(words), {});
+      if (fields.size() < 10) continue;
+      const size_t colon = fields[1].find(':');
+      if (std::strtoul(fields[1].c_str() + colon + 1, nullptr, 16) == port) {
+        sockets.insert("socket:[" + fields[9] + "]");
+      }
+    }
   }
-  return {};
+  return sockets;
 }
 
-bool HoldsSocket(const std::filesystem::path& process, const std::string& link) {
+bool HoldsOneOf(const std::filesystem::path& process, const std::set<std::string>& sockets) {
   std::error_code problem;
   for (const auto& entry : std::filesystem::directory_iterator(process / "fd", problem)) {
     std::error_code unreadable;
-    if (std::filesystem::read_symlink(entry.path(), unreadable) == link) return true;
+    if (sockets.count(std::filesystem::read_symlink(entry.path(), unreadable).string()) > 0) return true;
   }
   return false;
 }
 
 }  // namespace
 
-std::string HolderOfUdpPort(uint16_t port) {
-  const std::string inode = InodeOfUdpPort(port);
-  if (inode.empty()) return {};
+std::string HoldersOfUdpPort(uint16_t port) {
+  const auto sockets = SocketsOfUdpPort(port);
+  if (sockets.empty()) return {};
+  std::string holders;
   std::error_code problem;
   for (const auto& entry : std::filesystem::directory_iterator("/proc", problem)) {
     const std::string number = entry.path().filename().string();
     const bool isProcess = number.find_first_not_of("0123456789") == std::string::npos;
-    if (!isProcess || !HoldsSocket(entry.path(), "socket:[" + inode + "]")) continue;
+    if (!isProcess || !HoldsOneOf(entry.path(), sockets)) continue;
     std::ifstream file(entry.path() / "comm");
     std::string name;
     (void)std::getline(file, name);
-    return name + " (process " + number + ")";
+    holders += (holders.empty() ? "" : ", ") + name + " (process " + number + ")";
   }
-  return "another program";
+  // Only its own user and the administrator may know.
+  return holders.empty() ? "a program of another user" : holders;
 }
 
 }  // namespace zeltool

@@ -9,7 +9,9 @@
 #include <shellapi.h>
 
 #include <algorithm>
+#include <array>
 #include <ctime>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -128,18 +130,54 @@ std::optional<std::string> LookUpHost(const std::string& name) {
   return text;
 }
 
-std::string HolderOfUdpPort(uint16_t port) {
+namespace {
+
+template <typename Table>
+void CollectHolders(ULONG family, uint16_t port, std::set<DWORD>& processes) {
   DWORD size = 0;
-  (void)GetExtendedUdpTable(nullptr, &size, FALSE, AF_INET, UDP_TABLE_OWNER_PID, 0);
+  (void)GetExtendedUdpTable(nullptr, &size, FALSE, family, UDP_TABLE_OWNER_PID, 0);
   std::vector<char> room(size + 4096);
   size = static_cast<DWORD>(room.size());
-  if (GetExtendedUdpTable(room.data(), &size, FALSE, AF_INET, UDP_TABLE_OWNER_PID, 0) != NO_ERROR) return {};
-  const auto* table = reinterpret_cast<const MIB_UDPTABLE_OWNER_PID*>(room.data());
+  if (GetExtendedUdpTable(room.data(), &size, FALSE, family, UDP_TABLE_OWNER_PID, 0) != NO_ERROR) return;
+  const auto* table = reinterpret_cast<const Table*>(room.data());
   for (DWORD i = 0; i < table->dwNumEntries; ++i) {
-    const auto held = ntohs(static_cast<u_short>(table->table[i].dwLocalPort));
-    if (held == port) return "process " + std::to_string(table->table[i].dwOwningPid);
+    if (ntohs(static_cast<u_short>(table->table[i].dwLocalPort)) == port) {
+      processes.insert(table->table[i].dwOwningPid);
+    }
   }
-  return {};
+}
+
+std::string NameOfProcess(DWORD process) {
+  const HANDLE handle = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, process);
+  if (handle == nullptr) return {};
+  std::array<wchar_t, 1024> path{};
+  auto size = static_cast<DWORD>(path.size());
+  const bool isKnown = QueryFullProcessImageNameW(handle, 0, path.data(), &size) != 0;
+  (void)CloseHandle(handle);
+  if (!isKnown) return {};
+  const std::string name = ToUtf8(path.data());
+  return name.substr(name.find_last_of('\\') + 1);
+}
+
+// "name (process 123)"
+std::string DescribeProcess(DWORD process) {
+  if (process == 0) return "another program";  // the system does not tell which
+  const std::string name = NameOfProcess(process);
+  const std::string number = "process " + std::to_string(process);
+  return name.empty() ? number : name + " (" + number + ")";
+}
+
+}  // namespace
+
+std::string HoldersOfUdpPort(uint16_t port) {
+  std::set<DWORD> processes;
+  CollectHolders<MIB_UDPTABLE_OWNER_PID>(AF_INET, port, processes);
+  CollectHolders<MIB_UDP6TABLE_OWNER_PID>(AF_INET6, port, processes);
+  std::string holders;
+  for (const DWORD process : processes) {
+    holders += (holders.empty() ? "" : ", ") + DescribeProcess(process);
+  }
+  return holders;
 }
 
 }  // namespace zeltool
