@@ -49,6 +49,9 @@ class Subjects {
     return Prefix("pub") + std::string(device) + ".t.>";
   }
 
+  // What the subjects of requests begin with.
+  std::string AskPrefix() const { return Prefix("ask"); }
+
   struct AskTarget {
     std::string device;  // the token
     uint16_t port = 0;

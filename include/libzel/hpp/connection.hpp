@@ -97,6 +97,18 @@ class Connection {
     return {result, std::move(made)};
   }
 
+  /// Makes a connection without connecting it (libzelx_createInstance): its receive thread, which runs from here
+  /// on, connects and restores the link. `onEvent` may be empty; it may be called before this returns.
+  static ValueOf<Connection> CreateInBackground(const DeviceId& device, EventCallback onEvent = {}) {
+    Connection made;
+    made.targets_ = std::make_unique<Targets>();
+    made.targets_->onEvent = std::move(onEvent);
+    made.handle_ = libzelx_createInstance(&device.Raw(), made.targets_->onEvent ? CallEvent : nullptr,
+                                          made.targets_.get());
+    const Result result(made.handle_ != 0 ? ZEL_OK : FailureCode());
+    return {result, std::move(made)};
+  }
+
   /// Stops the receive thread, waits for its callback, closes. Again does nothing.
   void Release() {
     if (handle_ != 0) (void)libzel_releaseInstance(handle_);  // always ZEL_E_HANDLE
