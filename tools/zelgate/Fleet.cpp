@@ -110,7 +110,9 @@ void Fleet::Drop(const std::vector<int>& shards) {
     const std::lock_guard lock(mutex_);
     for (const int shard : shards) own_.erase(shard);
     unwanted = TakeUnwantedLocked();
+    hasWork_ = true;
   }
+  changed_.notify_all();
   Close(unwanted);
 }
 
@@ -167,31 +169,43 @@ bool Fleet::WorkOnce() {
   std::vector<DevicePtr> unwanted;
   std::vector<std::pair<std::string, DeviceFacts>> missing;
   bool isMore = false;
-  bool isFull = false;
+  bool isNewlyFull = false;
   {
     const std::lock_guard lock(mutex_);
     unwanted = TakeUnwantedLocked();
     size_t unserved = 0;
+    excess_.clear();
     for (const auto& [token, facts] : known_) {
       if (served_.contains(token) || !IsWantedLocked(token, facts)) continue;
       const bool hasRoom = served_.size() + missing.size() < limits_.devices;
       isMore = isMore || (hasRoom && missing.size() == kOpenedAtOnce);
       if (hasRoom && missing.size() < kOpenedAtOnce) missing.emplace_back(token, facts);
-      if (!hasRoom) ++unserved;
+      if (hasRoom) continue;
+      ++unserved;
+      excess_.insert(ShardOf(token, limits_.shards));
     }
-    isFull = unserved != 0 && unserved_ == 0;
+    const bool wasFull = isFull_;
+    NoteFullLocked(served_.size() + missing.size(), unserved);
+    isNewlyFull = isFull_ && !wasFull;
     unserved_ = unserved;
   }
-  if (isFull) SayFull();
+  if (isNewlyFull) SayFull();
   Close(unwanted);
   for (const auto& [token, facts] : missing) OpenOne(facts, token);
   return isMore;
 }
 
+// Not before a quarter is free again is there room: else shards would go to and fro.
+void Fleet::NoteFullLocked(size_t served, size_t unserved) {
+  if (unserved != 0 || served >= limits_.devices) isFull_ = true;
+  if (unserved == 0 && served < limits_.devices - limits_.devices / 4) isFull_ = false;
+}
+
 void Fleet::SayFull() const {
-  Say(Priority::kWarning, "serves " + std::to_string(limits_.devices) + " devices and can serve no more, " +
-                              std::to_string(Unserved()) +
-                              " are left: start another zelgate run, or raise limits.devices");
+  Say(Priority::kWarning,
+      "serves " + std::to_string(limits_.devices) +
+          " devices, as many as it may, and leaves more to other processes: start another " +
+          "zelgate run if none has room, or raise limits.devices");
 }
 
 void Fleet::OpenOne(const DeviceFacts& facts, const std::string& token) {
@@ -240,6 +254,16 @@ size_t Fleet::Served() const {
 size_t Fleet::Unserved() const {
   const std::lock_guard lock(mutex_);
   return unserved_;
+}
+
+bool Fleet::IsFull() const {
+  const std::lock_guard lock(mutex_);
+  return isFull_;
+}
+
+std::vector<int> Fleet::Excess() const {
+  const std::lock_guard lock(mutex_);
+  return {excess_.begin(), excess_.end()};
 }
 
 std::map<std::string, DeviceLink> Fleet::Links() const {

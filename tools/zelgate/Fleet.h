@@ -53,6 +53,10 @@ class Fleet {
   // How many are served, and how many are not because the limit is reached.
   size_t Served() const;
   size_t Unserved() const;
+  // True from when the limit is reached until there is room again.
+  bool IsFull() const;
+  // The shards of those.
+  std::vector<int> Excess() const;
   // Of the devices in this process's shards, by token: their links, or why they are not served.
   std::map<std::string, DeviceLink> Links() const;
   std::vector<std::shared_ptr<ServedDevice>> Devices() const;
@@ -65,6 +69,7 @@ class Fleet {
   void OpenOne(const DeviceFacts& facts, const std::string& token);
   void Close(const std::vector<DevicePtr>& devices);
   void FollowProfiles();
+  void NoteFullLocked(size_t served, size_t unserved);
   void SayFull() const;
   bool IsWantedLocked(const std::string& token, const DeviceFacts& facts) const;
   std::vector<DevicePtr> TakeUnwantedLocked();
@@ -86,6 +91,8 @@ class Fleet {
   std::map<int, std::string> own_;  // shards, and in whose name
   std::map<std::string, DevicePtr> served_;
   size_t unserved_ = 0;
+  std::set<int> excess_;
+  bool isFull_ = false;
   uint64_t servings_ = 0;
   bool hasWork_ = false;
   bool haveProfilesChanged_ = false;

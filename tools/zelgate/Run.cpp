@@ -86,7 +86,8 @@ class Gate {
     ShardTasks tasks;
     tasks.onTaken = [this](const std::vector<int>& shards) { fleet_->Take(shards, keeper_->Holder()); };
     tasks.onLost = [this](const std::vector<int>& shards) { fleet_->Drop(shards); };
-    tasks.canTake = [this] { return fleet_->Unserved() == 0; };
+    tasks.isFull = [this] { return fleet_->IsFull(); };
+    tasks.excess = [this] { return fleet_->Excess(); };
     tasks.devices = [this] { return fleet_->Served(); };
     return tasks;
   }

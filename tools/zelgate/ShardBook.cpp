@@ -1,5 +1,7 @@
 #include "ShardBook.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <charconv>
 
@@ -20,7 +22,11 @@ void ShardBook::See(const std::string& key, const std::string& value, uint64_t r
   if (key.starts_with(kHolderPrefix)) {
     const std::string holder = key.substr(kHolderPrefix.size());
     // An empty value ends a holder that did not renew.
-    if (isDeleted || value.empty()) return holders_.Forget(holder);
+    if (isDeleted || value.empty()) return End(holder);
+    const auto object = nlohmann::json::parse(value, nullptr, false);
+    const bool isFull = object.is_object() && object.value("full", nlohmann::json()) == true;
+    if (isFull) full_.insert(holder);
+    if (!isFull) full_.erase(holder);
     return holders_.See(holder, revision, now);
   }
   if (!key.starts_with(kShardPrefix)) return;
@@ -31,6 +37,13 @@ void ShardBook::See(const std::string& key, const std::string& value, uint64_t r
 }
 
 std::vector<std::string> ShardBook::Holders() const { return holders_.Keys(); }
+
+std::set<std::string> ShardBook::FullHolders() const { return full_; }
+
+void ShardBook::End(const std::string& holder) {
+  holders_.Forget(holder);
+  full_.erase(holder);
+}
 
 std::vector<ShardBook::Dead> ShardBook::DeadHolders(GateClock::time_point now) const {
   std::vector<Dead> dead;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,13 +28,15 @@ class ShardBook {
 
   // Those whose lease is not known to be over.
   std::vector<std::string> Holders() const;
+  // Those of them that say that they can take no more: "full": true.
+  std::set<std::string> FullHolders() const;
   // Those that have not renewed for so long that they may be ended, by a write with the revision.
   struct Dead {
     std::string holder;
     uint64_t revision = 0;
   };
   std::vector<Dead> DeadHolders(GateClock::time_point now) const;
-  void End(const std::string& holder) { holders_.Forget(holder); }
+  void End(const std::string& holder);
 
   // Of each shard: its living holder, or empty.
   std::vector<std::string> Owners() const;
@@ -51,6 +54,7 @@ class ShardBook {
   };
   std::vector<Shard> shards_;
   LeaseWatch holders_;
+  std::set<std::string> full_;
 };
 
 }  // namespace zelgate

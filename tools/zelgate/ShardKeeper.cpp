@@ -133,18 +133,34 @@ void ShardKeeper::EndDead() {
 
 void ShardKeeper::Share() {
   FollowBook();
-  std::vector<std::string> holders = book_.Holders();
+  const std::vector<std::string> holders = book_.Holders();
   const std::string self = Holder();
   if (std::find(holders.begin(), holders.end(), self) == holders.end()) return;  // not heard of itself yet
-  const ShardPlan plan = PlanShards(book_.Owners(), holders, self, kMostAtOnce, tasks_.canTake());
+  std::set<std::string> full = book_.FullHolders();
+  if (tasks_.isFull()) full.insert(self);  // the key says so a second later
+  const ShardPlan plan = PlanShards(book_.Owners(), holders, full, self, kMostAtOnce);
   for (const int shard : plan.take) WriteOwner(shard, self);
   FollowBook();
-  if (plan.handOver.empty()) return;
-  Say(Priority::kInfo, "hands over " + std::to_string(plan.handOver.size()) + " of " +
-                           std::to_string(own_.size()) + " shards: there are " +
-                           std::to_string(holders.size()) + " holders now");
-  Drop(plan.handOver);
-  for (const int shard : plan.handOver) WriteOwner(shard, "");
+  HandOver(plan.handOver.empty() ? Excess(holders) : plan.handOver);
+}
+
+// What this process cannot serve is another's, if there is one with room.
+std::vector<int> ShardKeeper::Excess(const std::vector<std::string>& holders) const {
+  const std::set<std::string> full = book_.FullHolders();
+  const auto hasRoom = [&](const std::string& holder) { return holder != holder_ && !full.contains(holder); };
+  if (std::none_of(holders.begin(), holders.end(), hasRoom)) return {};
+  std::vector<int> shards = tasks_.excess();
+  std::erase_if(shards, [&](int shard) { return !own_.contains(shard); });
+  if (shards.size() > kMostAtOnce) shards.resize(kMostAtOnce);
+  return shards;
+}
+
+void ShardKeeper::HandOver(const std::vector<int>& shards) {
+  if (shards.empty()) return;
+  Say(Priority::kInfo, "hands over " + std::to_string(shards.size()) + " of " + std::to_string(own_.size()) +
+                           " shards, so that all holders have their share");
+  Drop(shards);
+  for (const int shard : shards) WriteOwner(shard, "");
 }
 
 // A write that came to nothing changes nothing here: what the watcher tells next is what holds.
@@ -185,7 +201,10 @@ void ShardKeeper::Drop(const std::vector<int>& shards) {
 }
 
 std::string ShardKeeper::Describe() const {
-  const nlohmann::json value = {{"holder", Holder()}, {"shards", own_.size()}, {"devices", tasks_.devices()}};
+  const nlohmann::json value = {{"holder", Holder()},
+                                {"shards", own_.size()},
+                                {"devices", tasks_.devices()},
+                                {"full", tasks_.isFull()}};
   return value.dump();
 }
 

@@ -24,8 +24,10 @@ struct ShardTasks {
   std::function<void(const std::vector<int>& shards)> onTaken;
   // They are not any more, or will not be: their devices are let go when this returns.
   std::function<void(const std::vector<int>& shards)> onLost;
-  // False while the process has all the devices it may have.
-  std::function<bool()> canTake;
+  // True while the process has all the devices it may have.
+  std::function<bool()> isFull;
+  // Shards with devices that it cannot serve, because it is full.
+  std::function<std::vector<int>()> excess;
   // How many devices are served, for people who look at the lease.
   std::function<size_t()> devices;
 };
@@ -56,6 +58,8 @@ class ShardKeeper {
   void Hear();
   void EndDead();
   void Share();
+  void HandOver(const std::vector<int>& shards);
+  std::vector<int> Excess(const std::vector<std::string>& holders) const;
   void WriteOwner(int shard, const std::string& holder);
   void FollowBook();
   void BeginAnew();

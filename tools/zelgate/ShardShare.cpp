@@ -19,19 +19,21 @@ int ShardOf(std::string_view device, int shards) {
 }
 
 ShardPlan PlanShards(const std::vector<std::string>& owners, const std::vector<std::string>& holders,
-                     const std::string& self, size_t most, bool canTake) {
+                     const std::set<std::string>& full, const std::string& self, size_t most) {
   ShardPlan plan;
-  const size_t people = std::max<size_t>(holders.size(), 1);
-  const size_t share = (owners.size() + people - 1) / people;
-  size_t own = static_cast<size_t>(std::count(owners.begin(), owners.end(), self));
+  if (full.contains(self)) return plan;
+  const auto isShared = [&](const std::string& owner) { return !full.contains(owner); };
+  const auto shared = static_cast<size_t>(std::count_if(owners.begin(), owners.end(), isShared));
+  const auto people = static_cast<size_t>(std::count_if(holders.begin(), holders.end(), isShared));
+  const size_t share = people == 0 ? 0 : (shared + people - 1) / people;
+  auto own = static_cast<size_t>(std::count(owners.begin(), owners.end(), self));
   // Everybody begins somewhere else, so that not all reach for the same ones.
   const size_t start = owners.empty() ? 0 : HashOf(self) % owners.size();
-  for (size_t i = 0; i < owners.size(); ++i) {
+  for (size_t i = 0; i < owners.size() && own < share && plan.take.size() < most; ++i) {
     const size_t shard = (start + i) % owners.size();
-    if (owners[shard].empty() && canTake && own < share && plan.take.size() < most) {
-      plan.take.push_back(static_cast<int>(shard));
-      ++own;
-    }
+    if (!owners[shard].empty()) continue;
+    plan.take.push_back(static_cast<int>(shard));
+    ++own;
   }
   for (size_t i = owners.size(); i > 0 && own > share && plan.handOver.size() < most; --i) {
     const size_t shard = (start + i - 1) % owners.size();

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,9 +18,10 @@ struct ShardPlan {
   std::vector<int> handOver;  // of one's own
 };
 
-// `owners`: of each shard, empty when nobody has it; `holders`: all living ones, oneself (`self`) among them. `most` is
-// how many shards one plan takes or hands over; `canTake` is false for a process that has all the devices it may have.
+// `owners`: of each shard, empty when nobody has it; `holders`: all living ones, oneself (`self`) among them. `most` is how
+// many shards one plan takes or hands over. `full`: those holders that have all the devices they may have. They keep what
+// they have and take nothing; the others share the rest.
 ShardPlan PlanShards(const std::vector<std::string>& owners, const std::vector<std::string>& holders,
-                     const std::string& self, size_t most, bool canTake);
+                     const std::set<std::string>& full, const std::string& self, size_t most);
 
 }  // namespace zelgate

@@ -38,29 +38,42 @@ TEST(ShardShareTest, DevicesSpread) {
 
 TEST(ShardShareTest, ALoneHolderTakesAll) {
   const std::vector<std::string> owners(10);
-  EXPECT_EQ(PlanShards(owners, {"a"}, "a", 100, true).take.size(), 10U);
+  EXPECT_EQ(PlanShards(owners, {"a"}, {}, "a", 100).take.size(), 10U);
 }
 
 TEST(ShardShareTest, APlanHasAMost) {
   const std::vector<std::string> owners(10);
-  EXPECT_EQ(PlanShards(owners, {"a"}, "a", 4, true).take.size(), 4U);
+  EXPECT_EQ(PlanShards(owners, {"a"}, {}, "a", 4).take.size(), 4U);
 }
 
 TEST(ShardShareTest, AFullHolderTakesNothing) {
   const std::vector<std::string> owners(10);
-  EXPECT_TRUE(PlanShards(owners, {"a"}, "a", 100, false).take.empty());
+  EXPECT_TRUE(PlanShards(owners, {"a"}, {"a"}, "a", 100).take.empty());
+}
+
+TEST(ShardShareTest, WhatAFullHolderLeavesIsSharedByTheOthers) {
+  std::vector<std::string> owners(10);
+  owners[0] = "full";
+  EXPECT_EQ(PlanShards(owners, {"a", "full"}, {"full"}, "a", 100).take.size(), 9U);
+  owners.assign(10, "a");
+  EXPECT_TRUE(PlanShards(owners, {"a", "full"}, {"full"}, "a", 100).handOver.empty());
+}
+
+TEST(ShardShareTest, AFullHolderKeepsWhatItHas) {
+  const std::vector<std::string> owners(10, "a");
+  EXPECT_TRUE(PlanShards(owners, {"a", "b"}, {"a"}, "a", 100).handOver.empty());
 }
 
 TEST(ShardShareTest, NobodyTakesWhatAnotherHas) {
   const std::vector<std::string> owners = {"b", "b", "", "a"};
-  const ShardPlan plan = PlanShards(owners, {"a", "b"}, "a", 100, true);
+  const ShardPlan plan = PlanShards(owners, {"a", "b"}, {}, "a", 100);
   EXPECT_EQ(plan.take, std::vector<int>{2});
   EXPECT_TRUE(plan.handOver.empty());
 }
 
 TEST(ShardShareTest, WhatIsAboveTheShareIsHandedOver) {
   const std::vector<std::string> owners(10, "a");
-  const ShardPlan plan = PlanShards(owners, {"a", "b"}, "a", 100, true);
+  const ShardPlan plan = PlanShards(owners, {"a", "b"}, {}, "a", 100);
   EXPECT_EQ(plan.handOver.size(), 5U);
   EXPECT_TRUE(plan.take.empty());
 }
@@ -70,7 +83,7 @@ int StepsUntilStill(std::vector<std::string>& owners, const std::vector<std::str
   for (int step = 1; step < 1000; ++step) {
     bool isStill = true;
     for (const std::string& holder : holders) {
-      const ShardPlan plan = PlanShards(owners, holders, holder, 16, true);
+      const ShardPlan plan = PlanShards(owners, holders, {}, holder, 16);
       for (const int shard : plan.take) owners[static_cast<size_t>(shard)] = holder;
       for (const int shard : plan.handOver) owners[static_cast<size_t>(shard)].clear();
       isStill = isStill && plan.take.empty() && plan.handOver.empty();
@@ -119,6 +132,16 @@ TEST(ShardBookTest, AnEmptyValueEndsAHolder) {
   book.See(HolderKey("a"), "{}", 1, false, kShardStart);
   book.See(HolderKey("a"), "", 2, false, kShardStart);
   EXPECT_TRUE(book.Holders().empty());
+}
+
+TEST(ShardBookTest, AHolderSaysThatItIsFull) {
+  ShardBook book(1);
+  book.See(HolderKey("a"), R"({"full":true})", 1, false, kShardStart);
+  book.See(HolderKey("b"), R"({"full":false})", 2, false, kShardStart);
+  book.See(HolderKey("c"), "[]", 3, false, kShardStart);
+  EXPECT_EQ(book.FullHolders(), std::set<std::string>{"a"});
+  book.See(HolderKey("a"), "{}", 4, false, kShardStart);
+  EXPECT_TRUE(book.FullHolders().empty());
 }
 
 TEST(ShardBookTest, AHolderThatDoesNotRenewMayBeEnded) {
