@@ -21,5 +21,6 @@ struct Task {
 };
 
 void AddRun(CLI::App& app, Task& task);
+void AddFind(CLI::App& app, Task& task);
 
 }  // namespace zelgate

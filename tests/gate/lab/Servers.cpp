@@ -38,9 +38,7 @@ void Run(const std::string& command) {
 }
 
 void Blackhole(const std::string& verb, const std::string& from, const std::string& to) {
-  const size_t host = HostOf(from);
-  const std::string inside =
-      host == 0 ? "" : "nsenter --net=/run/netns/device" + std::to_string(host) + " -- ";
+  const std::string inside = from == "command" ? "" : "nsenter --net=" + Servers::Namespace(from) + " -- ";
   Run(inside + "ip route " + verb + " blackhole " + Servers::Address(to) + "/32");
 }
 
@@ -98,6 +96,10 @@ std::string Servers::Log(const std::string& name) {
   std::ostringstream text;
   text << std::ifstream(Folder() + "/" + name + "/log").rdbuf();
   return text.str();
+}
+
+std::string Servers::Namespace(const std::string& name) {
+  return "/run/netns/device" + std::to_string(HostOf(name));
 }
 
 std::string Servers::Address(const std::string& name) {

@@ -31,6 +31,8 @@ class Servers {
 
   // What the server has said.
   static std::string Log(const std::string& name);
+  // The file of its host's network: /run/netns/device4
+  static std::string Namespace(const std::string& name);
   // 10.77.0.5
   static std::string Address(const std::string& name);
   // nats://north.zel.example:4222
