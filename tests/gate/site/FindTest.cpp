@@ -35,9 +35,14 @@ class FindTest : public testing::Test {
     delete servers;
   }
   void TearDown() override {
-    std::vector<std::string> keys;
-    ASSERT_TRUE(bucket->Keys(keys));
-    for (const std::string& key : keys) ASSERT_TRUE(bucket->Delete(key));
+    // Also the lease of a process that was killed, or the next test would wait for its end.
+    for (const char* const name : {zelgate::kDeviceBucket, zelgate::kLeaseBucket}) {
+      zelgate::KeyValue all;
+      std::vector<std::string> keys;
+      ASSERT_TRUE(all.Open(*nats, name));
+      ASSERT_TRUE(all.Keys(keys));
+      for (const std::string& key : keys) ASSERT_TRUE(all.Delete(key));
+    }
   }
 
   static std::optional<DeviceFinding> Find(const std::string& device) {
