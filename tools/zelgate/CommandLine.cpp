@@ -22,6 +22,7 @@ std::unique_ptr<CLI::App> MakeCommandLine(std::string& config, Task& task) {
   app->set_version_flag("-V,--version", std::string("zelgate ") + ZEL_GATE_VERSION, "Show the version");
   AddRun(*app, task);
   AddFind(*app, task);
+  AddStatus(*app, task);
   for (CLI::App* command : app->get_subcommands([](CLI::App*) { return true; })) command->fallthrough();
   app->require_subcommand(1);
   app->footer(kHelp);

@@ -1,53 +1,23 @@
 // zelgate find, at the site north. The devices are simulated on hub-1's and hub-2's hosts.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <csignal>
 #include <memory>
 
 #include "DeviceTable.h"
 #include "GateProcess.h"
-#include "PlainNats.h"
-#include "SiteConfig.h"
-#include "Streams.h"
+#include "SiteTest.h"
 
 namespace gatelab {
 namespace {
 
 using zelgate::DeviceFinding;
 
-class FindTest : public testing::Test {
+class FindTest : public SiteTest {
  protected:
-  static void SetUpTestSuite() {
-    servers = new Servers;
-    servers->Start("north");
-    nats = new zelgate::Nats;
-    const auto config = ConfigOf("north", "north", "gate");
-    ASSERT_TRUE(nats->Start(config.nats, "test"));
-    ASSERT_TRUE(nats->WaitUntilUp(std::chrono::seconds(40))) << Servers::Log("north");
-    ASSERT_TRUE(Until([&] { return zelgate::MakeSiteStreams(*nats, config).IsOk(); }));
-    bucket = new zelgate::KeyValue;
-    ASSERT_TRUE(bucket->Open(*nats, zelgate::kDeviceBucket));
-  }
-  static void TearDownTestSuite() {
-    delete bucket;
-    delete nats;
-    delete servers;
-  }
-  void TearDown() override {
-    // Also the lease of a process that was killed, or the next test would wait for its end.
-    for (const char* const name : {zelgate::kDeviceBucket, zelgate::kLeaseBucket}) {
-      zelgate::KeyValue all;
-      std::vector<std::string> keys;
-      ASSERT_TRUE(all.Open(*nats, name));
-      ASSERT_TRUE(all.Keys(keys));
-      for (const std::string& key : keys) ASSERT_TRUE(all.Delete(key));
-    }
-  }
-
   static std::optional<DeviceFinding> Find(const std::string& device) {
     zelgate::KeyEntry entry;
-    if (!bucket->Get(zelgate::FindingKey(device), entry)) return {};
+    if (!Bucket(zelgate::kDeviceBucket).Get(zelgate::FindingKey(device), entry)) return {};
     return zelgate::ParseFinding(entry.value);
   }
   static bool IsFound(const std::string& device) {
@@ -56,10 +26,6 @@ class FindTest : public testing::Test {
   static std::vector<std::string> Arguments(const std::string& find) {
     return {"find", "--config", WriteSiteConfig("north", "[find]\n" + find)};
   }
-
-  static inline Servers* servers = nullptr;
-  static inline zelgate::Nats* nats = nullptr;
-  static inline zelgate::KeyValue* bucket = nullptr;
 };
 
 TEST_F(FindTest, ADeviceThatAnswersIsInTheBucket) {
@@ -122,10 +88,8 @@ TEST_F(FindTest, ASignalEndsItAndItsTurn) {
   ASSERT_TRUE(gate.Says("this process looks for the devices of north")) << gate.Errors();
   gate.Signal(SIGTERM);
   EXPECT_EQ(gate.Wait(), 0);
-  zelgate::KeyValue leases;
-  ASSERT_TRUE(leases.Open(*nats, zelgate::kLeaseBucket));
   zelgate::KeyEntry entry;
-  EXPECT_EQ(leases.Get("find", entry).code, NATS_NOT_FOUND);
+  EXPECT_EQ(Bucket(zelgate::kLeaseBucket).Get("find", entry).code, NATS_NOT_FOUND);
 }
 
 TEST_F(FindTest, ItWaitsForItsServer) {
