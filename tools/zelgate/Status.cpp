@@ -7,6 +7,7 @@
 #include <set>
 
 #include "Commands.h"
+#include "ConnectOnce.h"
 #include "DeviceTable.h"
 #include "Journal.h"
 #include "Nats.h"
@@ -17,7 +18,6 @@
 namespace zelgate {
 namespace {
 
-constexpr std::chrono::seconds kStatusPatience{5};
 constexpr std::chrono::milliseconds kStatusStep{250};
 constexpr std::string_view kHolderPrefix = "run.";
 
@@ -50,14 +50,8 @@ class StatusShow {
 
  private:
   NatsResult Open() {
-    NatsResult result = nats_.Start(config_.nats, "zelgate status " + config_.site);
-    if (!result) return result;
-    if (!nats_.WaitUntilUp(kStatusPatience)) {
-      return {NATS_NO_SERVER,
-              {},
-              "no NATS server at " + nats_.Where() + "; start it, or check nats.urls of the configuration"};
-    }
-    result = devices_.Open(nats_, kDeviceBucket);
+    NatsResult result = ConnectOnce(nats_, config_, "status");
+    if (result) result = devices_.Open(nats_, kDeviceBucket);
     if (result) result = leases_.Open(nats_, kLeaseBucket);
     if (result) result = devices_.Watch(">", deviceWatcher_);
     if (result) result = leases_.Watch(std::string(kHolderPrefix) + "*", leaseWatcher_);
