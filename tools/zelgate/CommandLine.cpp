@@ -23,6 +23,7 @@ std::unique_ptr<CLI::App> MakeCommandLine(std::string& config, Task& task) {
   AddRun(*app, task);
   AddFind(*app, task);
   AddStatus(*app, task);
+  AddAsk(*app, task);
   AddCheck(*app, task);
   for (CLI::App* command : app->get_subcommands([](CLI::App*) { return true; })) command->fallthrough();
   app->require_subcommand(1);

@@ -23,6 +23,7 @@ struct Task {
 void AddRun(CLI::App& app, Task& task);
 void AddFind(CLI::App& app, Task& task);
 void AddStatus(CLI::App& app, Task& task);
+void AddAsk(CLI::App& app, Task& task);
 void AddCheck(CLI::App& app, Task& task);
 
 }  // namespace zelgate
