@@ -148,7 +148,7 @@ is() { [ "$3" = "$2" ] || fail "$1: $3, not $2"; }
 
 has_one_version() {
   set -e
-  local version zip file
+  local version zip file field
   version=$(sed -n 's/^project(libzel VERSION \([0-9.]*\).*/\1/p' "$tree/CMakeLists.txt")
   zip=$(echo "$work"/zip/*)
   export LD_LIBRARY_PATH=$root/usr/lib/x86_64-linux-gnu
@@ -162,8 +162,10 @@ has_one_version() {
   is zelsim "zelsim $version" "$("$root/usr/bin/zelsim" --version)"
   is zel "zel $version" "$("$tree/tests/lab/lab.sh" -- "$root/usr/bin/zel" --version)"
   is zel.exe "zel $version" "$("$tree/tests/lab/lab.sh" --wine -- "$zip/bin/zel.exe" --version | tr -d '\r')"
-  for file in FileVersion ProductVersion; do
-    is "the DLL's $file" "$version" "$(strings --encoding=l "$zip/bin/libzel.dll" | sed -n "/^$file\$/{n;p}")"
+  for file in libzel.dll zel.exe; do
+    for field in FileVersion ProductVersion; do
+      is "the $field of $file" "$version" "$(strings --encoding=l "$zip/bin/$file" | sed -n "/^$field\$/{n;p}")"
+    done
   done
   is Python "$version $version" "$(PYTHONPATH=$root/usr/lib/python3/dist-packages /usr/bin/python3 -B -c \
     'import importlib.metadata, zel; print(zel.__version__, importlib.metadata.version("zel"))')"
