@@ -33,31 +33,30 @@ build_for() {
   step "building $system" cmake --build "$build/$system" --parallel "$(nproc)"
 }
 
+# What CPack makes is not quite what Debian wants, so every package is unpacked, mended, and packed again.
 pack_debian() {
   step "packing linux" cpack --config "$build/linux/CPackConfig.cmake" -B "$build/linux/cpack"
-  # CPack gives a library scripts that call ldconfig; the package has a trigger instead, as Debian wants it.
-  local library=$build/linux/libzel0
-  dpkg-deb --raw-extract "$build"/linux/cpack/libzel0_*.deb "$library"
-  rm "$library"/DEBIAN/{postinst,postrm}
-  step "packing libzel0" dpkg-deb --root-owner-group -Zxz --build "$library" "$build/linux/cpack"
-  local symbols
-  for symbols in "$build"/linux/cpack/*.ddeb; do pack_symbols "$(basename "$symbols" .ddeb)"; done
-  mv "$build"/linux/cpack/*.deb "$packages"
+  local package name folder
+  for package in "$build"/linux/cpack/*.{deb,ddeb}; do
+    name=$(basename "${package%.*}") folder=$build/linux/$name
+    dpkg-deb --raw-extract "$package" "$folder"
+    case $name in
+      libzel0_*) rm "$folder"/DEBIAN/{postinst,postrm} ;; # they call ldconfig; the package has a trigger instead
+      *-dbgsym_*) mend_symbols "$folder" "${name%%_*}" ;;
+    esac
+    step "packing $name" dpkg-deb --root-owner-group -Zxz --build "$folder" "$packages/$name.deb"
+  done
 }
 
-# CPack's package of debug information is not quite one of Debian's: its checksums name the folder that it was made in, and
-# it has no licence.
-pack_symbols() {
-  local folder=$build/linux/symbols name=${1%%_*}
-  rm -rf "$folder"
-  dpkg-deb --raw-extract "$build/linux/cpack/$1.ddeb" "$folder"
+# A package of debug information has checksums that name the folder it was made in, and no licence.
+mend_symbols() {
+  local folder=$1 name=$2
   sed -i '/^Package-Type:/d' "$folder/DEBIAN/control"
   find "$folder/usr" -type f -exec chmod 644 {} +
   mkdir -p "$folder/usr/share/doc"
   ln -s "${name%-dbgsym}" "$folder/usr/share/doc/$name"
   (cd "$folder" && find usr -type f -print0 | sort -z | xargs -0 md5sum >DEBIAN/md5sums)
   find "$folder" -exec touch --no-dereference --date="@$SOURCE_DATE_EPOCH" {} +
-  step "packing $name" dpkg-deb --root-owner-group -Zxz --build "$folder" "$build/linux/cpack/$1.deb"
 }
 
 pack_windows() {
@@ -91,7 +90,7 @@ make_wheel() {
 rm -rf "$packages"
 mkdir -p "$packages"
 # With debug information, which becomes packages of its own.
-build_for linux "-g -fstack-protector-strong -D_FORTIFY_SOURCE=2" "-Wl,-z,relro,-z,now" -DCMAKE_INSTALL_PREFIX=/usr
+build_for linux "-g -gz -fstack-protector-strong -D_FORTIFY_SOURCE=2" "-gz -Wl,-z,relro,-z,now" -DCMAKE_INSTALL_PREFIX=/usr
 pack_debian
 build_for windows "" -s --toolchain cmake/mingw-w64.cmake
 pack_windows
