@@ -95,7 +95,7 @@ pack_debian
 build_for windows "" -s --toolchain cmake/mingw-w64.cmake
 pack_windows
 # With the C++ runtime inside. What of that is not used goes: it may want a newer C library than the wheel says.
-build_for wheel "-fstack-protector-strong -D_FORTIFY_SOURCE=2" "-static-libstdc++ -Wl,-z,relro,-z,now,--gc-sections" \
+build_for wheel "-fstack-protector-strong -D_FORTIFY_SOURCE=2" "-s -static-libstdc++ -Wl,-z,relro,-z,now,--gc-sections" \
   -DZEL_BUILD_TOOLS=OFF -DZEL_PACKAGE=OFF
 make_wheel manylinux_2_34_x86_64 "$build/wheel/src/libzel.so.$version" libzel.so.0 /usr/share/doc/libstdc++6/copyright
 make_wheel win_amd64 "$build/windows/bin/libzel.dll" libzel.dll "$build/windows/packaging/COPYRIGHT.txt"
