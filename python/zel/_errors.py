@@ -62,7 +62,7 @@ class ZelError(Exception):
     def __init__(
         self, code: int, data: bytes = b"", *, reason: str = "", may_be_sent: Optional[bool] = None
     ) -> None:
-        self.code = code
+        self.code = code = int(code)  # a member of ErrorCode is written by its name before Python 3.11
         self.text = error_text(code)
         self.data = data
         self.reason = reason
