@@ -6,13 +6,6 @@
 
 namespace {
 
-// The lines as one, with one blank between words.
-std::string Unwrapped(const std::string& text) {
-  std::string out;
-  for (const std::string& line : Lines(text)) out += line.substr(line.find_first_not_of(' ')) + " ";
-  return out;
-}
-
 void ExpectInDoctor(const std::vector<std::string>& more, const std::string& sentence,
                     const std::string& advice) {
   std::vector<std::string> arguments = {"doctor"};

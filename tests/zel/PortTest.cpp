@@ -8,7 +8,7 @@ TEST(PortTest, TheDoctorFindsWhoHasTakenThePortOfAnswers) {
   ASSERT_TRUE(port.IsHeld());
   const ZelResult result = RunZel({"doctor"});
   EXPECT_EQ(result.status, 1);
-  EXPECT_TRUE(Contains(result.output,
+  EXPECT_TRUE(Contains(Unwrapped(result.output),
                        "FAULT  UDP port 38897, which answers come to, is taken by " + HeldUdpPort::Holder()))
       << result.output;
   EXPECT_TRUE(Contains(result.output, "       End that program.")) << result.output;
@@ -34,7 +34,8 @@ TEST(PortTest, TheDoctorFindsWhoSharesThePortOfAnswers) {
   ASSERT_TRUE(other.SaysOutput("found"));
   const ZelResult result = RunZel({"doctor"});
   EXPECT_EQ(result.status, 1);
-  EXPECT_TRUE(Contains(result.output, "FAULT  UDP port 38897, which answers come to, is shared with "))
+  EXPECT_TRUE(
+      Contains(Unwrapped(result.output), "FAULT  UDP port 38897, which answers come to, is shared with "))
       << result.output;
 }
 
@@ -43,8 +44,9 @@ TEST(PortTest, TheDoctorTellsWhoHoldsADevicesPorts) {
   ASSERT_TRUE(port.IsHeld());
   const ZelResult result = RunZel({"doctor"});
   EXPECT_EQ(result.status, 0) << result.output;
-  EXPECT_TRUE(Contains(result.output, "ok     UDP port 38898, where a device hears questions, is held by " +
-                                          HeldUdpPort::Holder()))
+  EXPECT_TRUE(
+      Contains(Unwrapped(result.output),
+               "ok     UDP port 38898, where a device hears questions, is held by " + HeldUdpPort::Holder()))
       << result.output;
 }
 

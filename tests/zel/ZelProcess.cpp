@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -126,6 +127,14 @@ std::vector<std::string> Lines(const std::string& text) {
   std::istringstream stream(text);
   for (std::string line; std::getline(stream, line);) lines.push_back(line);
   return lines;
+}
+
+std::string Unwrapped(const std::string& text) {
+  std::string out;
+  for (const std::string& line : Lines(text)) {
+    out += line.substr(std::min(line.find_first_not_of(' '), line.size())) + " ";
+  }
+  return out;
 }
 
 bool Contains(const std::string& text, const std::string& part) {

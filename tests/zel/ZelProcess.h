@@ -77,4 +77,6 @@ class HeldUdpPort {
 };
 
 std::vector<std::string> Lines(const std::string& text);
+// The lines as one, without the blanks that they begin with.
+std::string Unwrapped(const std::string& text);
 bool Contains(const std::string& text, const std::string& part);

@@ -70,7 +70,7 @@ void ZelProcess::System::End() {
   (void)waitpid(static_cast<pid_t>(process_), nullptr, 0);
 }
 
-HeldUdpPort::HeldUdpPort(uint16_t port) : socket_(socket(AF_INET, SOCK_DGRAM, 0)) {
+HeldUdpPort::HeldUdpPort(uint16_t port) : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
   sockaddr_in here{};
   here.sin_family = AF_INET;
   here.sin_port = htons(port);
