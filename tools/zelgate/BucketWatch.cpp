@@ -4,7 +4,7 @@
 #include <optional>
 #include <utility>
 
-#include "Journal.h"
+#include "Reminder.h"
 
 namespace zelgate {
 namespace {
@@ -13,7 +13,6 @@ constexpr std::chrono::milliseconds kWatchLook{250};
 // What changes together is told together.
 constexpr std::chrono::milliseconds kTogether{20};
 constexpr int kLooksBetweenTries = 4;
-constexpr int kTriesBetweenWords = 10;
 
 }  // namespace
 
@@ -31,9 +30,10 @@ BucketWatch::~BucketWatch() {
 }
 
 void BucketWatch::Run() {
-  for (int tries = 0; !isStopping_; ++tries) {
+  Reminder reminder;
+  while (!isStopping_) {
     const NatsResult ended = nats_.IsUp() ? Watch() : NatsResult();
-    if (!ended && tries % kTriesBetweenWords == 0) Say(Priority::kWarning, ended.why);
+    if (!ended) reminder.Warn(ended.why);
     for (int i = 0; i < kLooksBetweenTries && !isStopping_; ++i) std::this_thread::sleep_for(kWatchLook);
   }
 }

@@ -4,7 +4,6 @@
 #include <optional>
 #include <utility>
 
-#include "Journal.h"
 #include "Streams.h"
 
 namespace zelgate {
@@ -68,7 +67,7 @@ void Directory::WriteLinks() {
     if (before != written_.end() && before->second == link) continue;
     if (!isLeaseValid_()) return;
     const NatsResult put = bucket_.Put(LinkKey(token), ToJson(link));
-    if (!put) return Say(Priority::kWarning, put.why);
+    if (!put) return reminder_.Warn(put.why);
     written_[token] = link;
   }
 }

@@ -13,6 +13,7 @@
 #include "DeviceTable.h"
 #include "Fleet.h"
 #include "Nats.h"
+#include "Reminder.h"
 
 namespace zelgate {
 
@@ -36,6 +37,7 @@ class Directory {
   std::map<std::string, DeviceLink> written_;  // by token; on the thread that writes
   KeyValue bucket_;
   bool isOpen_ = false;
+  Reminder reminder_;
 
   std::mutex mutex_;
   std::condition_variable changed_;

@@ -6,8 +6,6 @@
 #include <charconv>
 #include <utility>
 
-#include "Journal.h"
-
 namespace zelgate {
 namespace {
 
@@ -15,7 +13,6 @@ constexpr std::chrono::milliseconds kLookEvery{100};
 constexpr std::chrono::milliseconds kFirstPatience{2000};  // for an acknowledgement; doubles
 constexpr int kMostDoublings = 3;
 constexpr std::chrono::milliseconds kRefusedPause{500};
-constexpr std::chrono::seconds kWriterComplainEvery{10};
 
 constexpr int64_t kUsualPayload = 1048576;  // of a server that says nothing else
 constexpr int64_t kHeaderRoom = 1024;       // for the headers, which count as payload
@@ -42,6 +39,17 @@ std::string RefusalOf(const NatsMessage& answer, bool& isFinal) {
   isFinal = error.value("err_code", 0) == kMessageTooLarge;
   return "the stream refuses events: " + error.value("description", std::string("no reason given")) +
          "; give it more room (stream.max_bytes), or see what its servers log";
+}
+
+// Whoever finds another thread, or itself, doing it leaves it to that one, which does it once more.
+template <typename Work>
+void OneAtATime(std::atomic<uint32_t>& wishes, const Work& work) {
+  if (wishes.fetch_add(1) != 0) return;
+  uint32_t done = 0;
+  do {
+    done = wishes;
+    work();
+  } while (wishes.fetch_sub(done) != done);
 }
 
 }  // namespace
@@ -74,14 +82,9 @@ int64_t EventWriter::MostData() const {
   return (most > 0 ? most : kUsualPayload) - kHeaderRoom;
 }
 
-// Whoever finds the source being pumped leaves it to that thread, which looks once more.
 void EventWriter::Pump(const std::shared_ptr<EventSource>& source) {
-  if (source->pumps_.fetch_add(1) != 0) return;
-  uint32_t done = 0;
-  do {
-    done = source->pumps_;
-    PumpOnce(source);
-  } while (source->pumps_.fetch_sub(done) != done);
+  OneAtATime(source->pumps_, [&] { PumpOnce(source); });
+  PumpWaiting();  // a slot that this one did not need after all is another's
 }
 
 void EventWriter::PumpOnce(const std::shared_ptr<EventSource>& source) {
@@ -207,6 +210,10 @@ void EventWriter::Finish(size_t index, const std::string& refusal) {
 }
 
 void EventWriter::PumpWaiting() {
+  OneAtATime(waitingPumps_, [this] { PumpThoseThatWait(); });
+}
+
+void EventWriter::PumpThoseThatWait() {
   for (;;) {
     std::shared_ptr<EventSource> source;
     {
@@ -225,10 +232,8 @@ void EventWriter::Postpone(size_t index, const std::string& why) {
   {
     const std::lock_guard lock(mutex_);
     slots_[index].dueAt = now + kRefusedPause;
-    if (complainedAt_ && now - *complainedAt_ < kWriterComplainEvery) return;
-    complainedAt_ = now;
   }
-  Say(Priority::kWarning, "events wait, and devices with them: " + why);
+  reminder_.Warn("events wait, and devices with them: " + why);
 }
 
 void EventWriter::Resume() {

@@ -18,6 +18,7 @@
 
 #include "LeaseTerm.h"
 #include "Nats.h"
+#include "Reminder.h"
 #include "RouteQueue.h"
 
 namespace zelgate {
@@ -35,8 +36,8 @@ class EventSource {
 
  private:
   friend class EventWriter;
-  std::atomic<uint32_t> pumps_ =
-      0;  // calls of Pump that are not done yet: one thread at a time takes its events
+  // Wishes that its events be taken, which one thread at a time does.
+  std::atomic<uint32_t> pumps_ = 0;
 };
 
 class EventWriter {
@@ -82,6 +83,7 @@ class EventWriter {
   void FreeSlot(size_t index);
   void PumpOnce(const std::shared_ptr<EventSource>& source);
   void PumpWaiting();
+  void PumpThoseThatWait();
   void Fill(size_t index, Event&& event);
   void Publish(size_t index);
   void OnAcknowledgement(const NatsMessage& message);
@@ -94,6 +96,7 @@ class EventWriter {
   Nats& nats_;
   const size_t window_;
   std::string inbox_;
+  std::atomic<uint32_t> waitingPumps_ = 0;
   NatsSubscription acknowledgements_;
 
   mutable std::mutex mutex_;         // guards the following
@@ -107,8 +110,8 @@ class EventWriter {
   uint64_t lastOrder_ = 0;
   bool isStopping_ = false;
   bool wantsAll_ = false;  // publish again what is under way: the connection is a new one
-  std::optional<GateClock::time_point> complainedAt_;
 
+  Reminder reminder_;
   std::thread thread_;
 };
 

@@ -16,6 +16,7 @@
 #include "Journal.h"
 #include "Nats.h"
 #include "Profiles.h"
+#include "Reminder.h"
 #include "ShardKeeper.h"
 #include "Signals.h"
 #include "Streams.h"
@@ -66,7 +67,7 @@ class Gate {
     NatsResult ready = MakeSiteStreams(nats_, config_);
     if (ready) ready = writer_.Start();
     if (ready) Serve();
-    if (!ready) Say(Priority::kWarning, ready.why);
+    if (!ready) reminder_.Warn(ready.why);
     return ready.IsOk();
   }
 
@@ -122,6 +123,7 @@ class Gate {
   std::unique_ptr<Directory> directory_;
   std::map<std::string, Profile> profiles_;  // on the thread of their watch, as the next one
   bool isKeeping_ = false;
+  Reminder reminder_;
   std::unique_ptr<BucketWatch> profileWatch_;
 };
 

@@ -15,7 +15,6 @@ namespace {
 constexpr std::chrono::milliseconds kPause{250};
 // Between two renewals there is time for so many writes.
 constexpr size_t kMostAtOnce = 64;
-constexpr std::chrono::seconds kComplainEvery{10};
 
 }  // namespace
 
@@ -209,10 +208,7 @@ std::string ShardKeeper::Describe() const {
 }
 
 void ShardKeeper::Complain(const NatsResult& result) {
-  const auto now = GateClock::now();
-  if (result || (complainedAt_ && now - *complainedAt_ < kComplainEvery)) return;
-  complainedAt_ = now;
-  Say(Priority::kWarning, "leases of shards: " + result.why);
+  if (!result) reminder_.Warn("leases of shards: " + result.why);
 }
 
 }  // namespace zelgate

@@ -14,6 +14,7 @@
 
 #include "Lease.h"
 #include "Nats.h"
+#include "Reminder.h"
 #include "ShardBook.h"
 
 namespace zelgate {
@@ -84,7 +85,7 @@ class ShardKeeper {
   std::unique_ptr<Lease> lease_;
   std::set<int> own_;
   std::atomic<size_t> count_ = 0;
-  std::optional<GateClock::time_point> complainedAt_;
+  Reminder reminder_;
   std::atomic<bool> isStopping_ = false;
   std::thread thread_;
 };

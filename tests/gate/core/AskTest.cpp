@@ -2,6 +2,9 @@
 // after 700 ms, and echoes the others.
 #include <atomic>
 #include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -11,6 +14,18 @@ namespace gatecore {
 namespace {
 
 const std::string kServed = "127.0.0.2";
+
+// How many requests on the port the device has got, by its own trace.
+int RequestsSeen(int port) {
+  const char* const path = std::getenv("ZEL_TRACE_1");
+  std::ifstream trace(path != nullptr ? path : "/nowhere");
+  int count = 0;
+  for (std::string line; std::getline(trace, line);) {
+    const bool isRequest = line.find(" dir=in ") != std::string::npos;
+    if (isRequest && line.find(" port=" + std::to_string(port) + " ") != std::string::npos) ++count;
+  }
+  return count;
+}
 
 class AskTest : public SiteLab {
  protected:
@@ -108,25 +123,28 @@ TEST_F(AskTest, ADeviceThatNeverReadsHoldsUpNoOther) {
 TEST_F(AskTest, WhatComesWhileTheProcessStandsStillIsTooOld) {
   gate_->Signal(SIGSTOP);
   Reply reply;
-  std::thread asker([&] { reply = Ask(kServed, 600, "late", "500"); });
+  std::thread asker([&] { reply = Ask(kServed, 606, "late", "500"); });
   std::this_thread::sleep_for(std::chrono::milliseconds(1200));  // less than the lease
   gate_->Signal(SIGCONT);
   asker.join();
   EXPECT_EQ(reply.verdict, "not-sent");
   EXPECT_EQ(reply.reason, "it is older than its Zel-Timeout; ask again");
+  EXPECT_EQ(RequestsSeen(606), 0);
 }
 
 TEST_F(AskTest, AProcessThatStoodStillLongerThanItsLeaseSendsNothing) {
   gate_->Signal(SIGSTOP);
   Reply reply;
-  std::thread asker([&] { reply = Ask(kServed, 600, "late", "60000", std::chrono::seconds(8)); });
+  std::thread asker([&] { reply = Ask(kServed, 607, "late", "60000", std::chrono::seconds(8)); });
   std::this_thread::sleep_for(std::chrono::milliseconds(3500));  // more than the holder's 3 s
   gate_->Signal(SIGCONT);
   asker.join();
   // The request may also have been dropped with the subscription: then nobody answers.
   EXPECT_TRUE(reply.status != NATS_OK || reply.verdict == "not-sent") << reply.verdict << reply.reason;
   EXPECT_TRUE(gate_->Says("lost the lease of"));
-  ASSERT_TRUE(Until([&] { return Ask(kServed, 600, "again").verdict == "answered"; })) << gate_->Errors();
+  ASSERT_TRUE(Until([&] { return Ask(kServed, 608, "again").verdict == "answered"; })) << gate_->Errors();
+  EXPECT_EQ(RequestsSeen(607), 0);
+  EXPECT_EQ(RequestsSeen(608), 1);
 }
 
 }  // namespace

@@ -119,6 +119,14 @@ TEST_F(EventTest, NothingIsLostWhileTheServerStandsStill) {
   EXPECT_EQ(Numbers("many"), Counted(2000));
 }
 
+TEST_F(EventTest, ASmallWindowLosesNothing) {
+  more_ = "[limits]\nwindow = 1\n";
+  ServeTopics(R"(["few", "many"])", "[700]");
+  ASSERT_TRUE(HasAll("many", 2000) && HasAll("few", 100)) << gate_->Errors();
+  EXPECT_EQ(Numbers("many"), Counted(2000));
+  EXPECT_EQ(Numbers("few"), Counted(100));
+}
+
 TEST_F(EventTest, NothingIsLostWhenTheServerIsKilled) {
   ServeTopics(R"(["many"])");
   ASSERT_TRUE(HasAll("many", 20)) << gate_->Errors();
