@@ -1,6 +1,7 @@
 // Requests, topics and routed messages of a zel::Connection.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <string>
 #include <vector>
@@ -20,6 +21,19 @@ TEST(ConnectionTest, RequestGivesTheAnswer) {
   zel::Connection connection = Connect();
   const auto answer = connection.Request(600, {1, 2}, "what", kPatience);
   EXPECT_TRUE(answer) << answer.Text();
+  EXPECT_EQ(zel::Bytes(*answer).AsText(), "what");
+}
+
+TEST(ConnectionTest, AConnectionMadeInBackgroundConnectsByItself) {
+  (void)TheLibrary();
+  Gathered<zel::Event> events;
+  const auto onEvent = [&](const zel::DeviceId& /*device*/, zel::Event event) { events.Add(event); };
+  auto made = zel::Connection::CreateInBackground(TheDevice(), onEvent);
+  ASSERT_TRUE(made) << made.Text();
+  ASSERT_TRUE(events.AwaitThat([](const auto& all) {
+    return std::find(all.begin(), all.end(), zel::Event::kConnected) != all.end();
+  }));
+  const auto answer = made->Request(600, {}, "what", kPatience);
   EXPECT_EQ(zel::Bytes(*answer).AsText(), "what");
 }
 
