@@ -31,6 +31,11 @@ def test_many_requests():
     assert run("many_requests.py", DEVICE, 600, 600) == (0, "the slow one answered 4 bytes\n" + right)
 
 
+def test_asynchronous():
+    code, text = run("asynchronous.py", DEVICE, 600, "flood")
+    assert (code, text.splitlines()[-1]) == (0, "400 of 400 answers were right")
+
+
 def test_discover():
     assert run("discover.py", 3) == (0, "10.77.0.2.0.1 10.77.0.2 press-4 1.5\n")
 
@@ -50,7 +55,7 @@ def test_subscribe():
     assert lines == [b"PENDING", b"CONNECTED", b"flood"]
 
 
-@pytest.mark.parametrize("example", ["many_requests", "request", "subscribe", "send_file"])
+@pytest.mark.parametrize("example", ["asynchronous", "many_requests", "request", "subscribe", "send_file"])
 def test_usage_is_told(example):
     code, text = run(f"{example}.py")
     assert code == 1 and f"{example}.py DEVICE" in text

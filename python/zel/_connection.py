@@ -308,12 +308,15 @@ class Connection:
         """
         return submit(self._handle, fill(port, data, group, offset, timeout))
 
-    # ---- Requests by hand: one thread at a time, and not while the receive thread runs, which request() starts
+    # ---- Requests by hand
 
     def send(
         self, port: int, data: BytesLike = b"", *, group: int = 0, offset: int = 0, timeout: float = 1.0
     ) -> None:
-        """Sends a request without waiting for its answer."""
+        """Sends a request by hand, without waiting for its answer.
+
+        One thread at a time may do that, and not while the receive thread runs, which request() starts.
+        """
         given = payload(data)
         raw = fill(port, given, group, offset, timeout)
         to = self._handle, raw.port, raw.group, raw.offset

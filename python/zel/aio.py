@@ -236,7 +236,7 @@ class Connection:
         return Inflow(begin, line, timeout, None)
 
     def routed(self, port: int, *, timeout: Optional[float] = None) -> Inflow[bytes]:
-        """The messages on a port (501 to 65535), ending after `timeout` without any, or when the connection is closed. A
+        """The messages on a port, 501 to 65535, ending after `timeout` without any, or when the connection is closed. A
         port has one reader."""
         inner, line = self._parts()
         unsigned("port", port, 0xFFFF)
