@@ -287,6 +287,18 @@ TEST(TableTest, FoldsRowsThatAreTooWide) {
   EXPECT_EQ(table.LineCount(), 3U);
 }
 
+TEST(TableTest, ANarrowLineHasFewerColumns) {
+  Table table({{"NAME", 8}, {"ADDRESS", 8}, {"VERSION", 0}}, 2, 16);
+  (void)table.Add({"press", "10.0.0.1", "1.2"});
+  EXPECT_EQ(table.Header(), "NAME");
+  EXPECT_EQ(table.Row(0), "press\n    ADDRESS\n    10.0.0.1,\n    VERSION 1.2");
+  EXPECT_EQ(table.LineCount(), 5U);
+}
+
+TEST(TextTest, ADumpMayBeNarrow) {
+  EXPECT_EQ(HexDump(ToBytes("abcde"), 4), "00000000 61 62 63 64  |abcd|\n00000004 65           |e|\n");
+}
+
 TEST(DeviceListTest, TellsFoundChangedSilentAndBack) {
   DeviceList list;
   const DeviceList::TimePoint start;

@@ -50,6 +50,11 @@ class Doctor {
   }
 
  private:
+  static std::string Sentence(std::string words) {
+    if (words[0] >= 'a' && words[0] <= 'z') words[0] = static_cast<char>(words[0] - 'a' + 'A');
+    return words + ".";
+  }
+
   void Good(const char* check, const std::string& sentence) { Show(check, sentence, {}, true); }
   void Fault(const char* check, const std::string& sentence, const std::string& advice) {
     ++faults_;
@@ -139,9 +144,9 @@ class Doctor {
             "Are the devices on, and in a network of this machine? " + std::string(kFirewall));
     }
     for (const std::string& twin : list_.Twins())
-      Fault("twins", twin + ".", "Give one of them another one: zel id set.");
+      Fault("twins", Sentence(twin), "Give one of them another one: zel id set.");
     for (const std::string& warning : TakeAnswerWarnings()) {
-      Fault("answers", warning + ".", "The device that sends it, or its firmware, is at fault.");
+      Fault("answers", Sentence(warning), "The device that sends it, or its firmware, is at fault.");
     }
   }
 
@@ -186,13 +191,14 @@ class Doctor {
     const auto made = zel::Connection::Create(id, {zel::Milliseconds(options_.patience.connectMs), {}});
     const double milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
     const bool isUp = made && IsUp(*made);
-    if (!isHeard) {
+    if (isUp && !isHeard) {
       const Reason reason = ExplainSilence(address, isUp);
       Fault("udp", reason.sentence + ".", reason.advice);
     }
     if (isUp) return Good("tcp", address + " takes connections, in " + Fixed(milliseconds, 1) + " ms.");
     const Reason reason = ExplainConnect(address, made->LastFailure());
-    Fault("tcp", reason.sentence + ".", reason.advice);
+    const char* more = isHeard ? "" : ", and no answer comes from UDP port 38898";
+    Fault("tcp", reason.sentence + more + ".", reason.advice);
   }
 
   void CheckIdentifier(const std::string& address, const zel::DeviceId& told) {

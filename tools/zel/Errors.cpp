@@ -53,6 +53,12 @@ std::string Title(int32_t code) {
          libzelx_strerror(code);
 }
 
+// On two lines.
+std::string ShortTitle(int32_t code) {
+  return PadLeft(std::to_string(code), 5) + "  " + Hexadecimal(code) + "  " + NameOf(code) + "\n  " +
+         libzelx_strerror(code);
+}
+
 Record MakeRecord(int32_t code) {
   Record record;
   record.Number("code", code).Text("text", libzelx_strerror(code));
@@ -88,10 +94,10 @@ int ShowOne(Output& output, const std::string& text) {
     output.Object(record);
     return kDone;
   }
-  output.Line(Title(code));
+  const size_t width = output.Size().columns - 1;
+  output.Line(Title(code).size() <= width ? Title(code) : ShortTitle(code));
   if (entry == nullptr) return kDone;
   constexpr size_t kIndent = 9;
-  const size_t width = output.Size().columns - 1;
   output.Line("  Cause: " + Wrapped(entry->cause, width, kIndent));
   output.Line("  Cure:  " + Wrapped(entry->cure, width, kIndent));
   return kDone;

@@ -67,6 +67,10 @@ void Output::Flush() {
 
 void Output::Line(std::string_view text) { Raw(std::string(text) + "\n"); }
 
+void Output::Words(std::string_view text) {
+  Line(live_ ? Wrapped(text, Size().columns - 1, 0) : std::string(text));
+}
+
 void Output::Raw(std::string_view bytes) {
   ClearStatus();
   Write(bytes);
@@ -124,7 +128,13 @@ void Output::Fail(const Failure& failure) {
 void Output::Remark(std::string_view text) {
   ClearStatus();
   Flush();
-  (void)std::fprintf(stderr, "zel: %.*s\n", static_cast<int>(text.size()), text.data());
+  const std::string head = "zel: ";
+  const std::string line =
+      head +
+      (IsTerminal(stderr) ? Wrapped(text, GetTerminalSize(stderr).columns - 1, head.size())
+                          : std::string(text)) +
+      "\n";
+  (void)std::fwrite(line.data(), 1, line.size(), stderr);
   (void)std::fflush(stderr);
 }
 

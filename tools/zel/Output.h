@@ -54,6 +54,8 @@ class Output {
 
   // One line, out at once.
   void Line(std::string_view text);
+  // One line, or on a terminal as many as the words need.
+  void Words(std::string_view text);
   // As it is, out at once.
   void Raw(std::string_view bytes);
   void Object(const Record& record);

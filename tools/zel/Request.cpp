@@ -120,7 +120,7 @@ class Requester {
   void Show(std::span<const uint8_t> payload) {
     const bool text = options_.show == "text" || (options_.show == "auto" && IsText(payload));
     if (options_.show == "raw") return context_.output.Raw(AsText(payload));
-    if (!text) return context_.output.Raw(HexDump(payload));
+    if (!text) return context_.output.Raw(HexDump(payload, BytesPerLine()));
     if (payload.empty()) return;
     if (IsText(payload)) {
       context_.output.Raw(AsText(payload));
@@ -128,6 +128,11 @@ class Requester {
     } else {
       context_.output.Line(Printable(AsText(payload)));
     }
+  }
+
+  size_t BytesPerLine() const {
+    const size_t columns = context_.output.IsLive() ? context_.output.Size().columns : 80;
+    return columns >= 78 ? 16 : columns >= 45 ? 8 : 4;
   }
 
   void ShowObject(uint32_t number, const TimedAnswer& answer) {
@@ -163,9 +168,9 @@ class Requester {
     }
     context_.output.Line(Counted(sent_, "request") + ", " + Counted(times_.Count(), "answer"));
     if (times_.Count() == 0) return;
-    context_.output.Line("minimum " + Fixed(times_.Quantile(0), 3) + " ms, median " +
-                         Fixed(times_.Quantile(0.5), 3) + " ms, 99% " + Fixed(times_.Quantile(0.99), 3) +
-                         " ms, maximum " + Fixed(times_.Quantile(1), 3) + " ms");
+    context_.output.Words("minimum " + Fixed(times_.Quantile(0), 3) + " ms, median " +
+                          Fixed(times_.Quantile(0.5), 3) + " ms, 99% " + Fixed(times_.Quantile(0.99), 3) +
+                          " ms, maximum " + Fixed(times_.Quantile(1), 3) + " ms");
   }
 
   int64_t Answers() const { return static_cast<int64_t>(times_.Count()); }

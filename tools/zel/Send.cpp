@@ -119,8 +119,8 @@ class Sender {
     if (context_.output.IsJson()) {
       ShowObject("done");
     } else {
-      context_.output.Line(Printable(options_.file) + ": " + ReadableSize(progress_.bytes) + " in " +
-                           Fixed(progress_.seconds, 1) + " s, " + ReadableSize(Rate(progress_)) + "/s");
+      context_.output.Words(Printable(options_.file) + ": " + ReadableSize(progress_.bytes) + " in " +
+                            Fixed(progress_.seconds, 1) + " s, " + ReadableSize(Rate(progress_)) + "/s");
     }
     return kDone;
   }

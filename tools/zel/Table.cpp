@@ -9,6 +9,7 @@ namespace zeltool {
 namespace {
 
 constexpr size_t kGap = 2;
+constexpr size_t kDetailIndent = 4;
 
 }  // namespace
 
@@ -30,10 +31,17 @@ bool Table::Add(std::vector<std::string> row) {
   return changed;
 }
 
-bool Table::IsFolded() const {
+size_t Table::WidthOf(size_t count) const {
   size_t width = 0;
-  for (const TableColumn& column : columns_) width += column.width + kGap;
-  return width - kGap >= lineWidth_;
+  for (size_t i = 0; i < count; ++i) width += columns_[i].width + kGap;
+  return width - kGap;
+}
+
+size_t Table::Count() const {
+  if (WidthOf(columns_.size()) < lineWidth_) return columns_.size();
+  size_t count = leading_;
+  while (count > 1 && WidthOf(count) >= lineWidth_) --count;
+  return count;
 }
 
 std::string Table::Cells(const std::vector<std::string>& cells, size_t count) const {
@@ -43,26 +51,26 @@ std::string Table::Cells(const std::vector<std::string>& cells, size_t count) co
   return line;
 }
 
-std::string Table::Details(const std::vector<std::string>& cells) const {
+std::string Table::Details(const std::vector<std::string>& cells, size_t first) const {
   std::string line;
-  for (size_t i = leading_; i < cells.size(); ++i) {
+  for (size_t i = first; i < cells.size(); ++i) {
     if (cells[i].empty()) continue;
-    line += (line.empty() ? "    " : ", ") + columns_[i].title + " " + cells[i];
+    line += (line.empty() ? "" : ", ") + columns_[i].title + " " + cells[i];
   }
-  return line;
+  return line.empty() ? line : std::string(kDetailIndent, ' ') + Wrapped(line, lineWidth_ - 1, kDetailIndent);
 }
 
 std::string Table::Header() const {
   std::vector<std::string> titles;
   for (const TableColumn& column : columns_) titles.push_back(column.title);
-  return Cells(titles, IsFolded() ? leading_ : titles.size());
+  return Cells(titles, Count());
 }
 
 std::string Table::Row(size_t index) const {
   const auto& cells = rows_[index];
-  if (!IsFolded()) return Cells(cells, cells.size());
-  const std::string details = Details(cells);
-  return Cells(cells, leading_) + (details.empty() ? "" : "\n" + details);
+  const size_t count = Count();
+  const std::string details = Details(cells, count);
+  return Cells(cells, count) + (details.empty() ? "" : "\n" + details);
 }
 
 size_t Table::LineCount() const {

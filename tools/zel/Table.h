@@ -13,8 +13,8 @@ struct TableColumn {
   size_t width = 0;
 };
 
-// Lays rows out; knows no terminal. A table too wide for its line gets two lines a row: the first `leading`
-// columns, and below them, indented, the others that are not empty, each behind its title.
+// Lays rows out; knows no terminal. A table too wide for its line gets more lines a row: the first `leading` columns, or
+// as many as fit, and below them, indented, the others that are not empty, each behind its title.
 class Table {
  public:
   Table(std::vector<TableColumn> columns, size_t leading, size_t lineWidth);
@@ -23,16 +23,18 @@ class Table {
   bool Add(std::vector<std::string> row);
 
   std::string Header() const;
-  // One line, or two joined by a line feed.
+  // One line, or several joined by line feeds.
   std::string Row(size_t index) const;
   size_t RowCount() const { return rows_.size(); }
   // Lines of header and rows.
   size_t LineCount() const;
 
  private:
-  bool IsFolded() const;
+  size_t WidthOf(size_t count) const;
+  // How many columns stand in one line.
+  size_t Count() const;
   std::string Cells(const std::vector<std::string>& cells, size_t count) const;
-  std::string Details(const std::vector<std::string>& cells) const;
+  std::string Details(const std::vector<std::string>& cells, size_t first) const;
 
   std::vector<TableColumn> columns_;
   size_t leading_;

@@ -50,12 +50,12 @@ int DigitValue(char character) {
   return -1;
 }
 
-std::string DumpLine(size_t offset, std::span<const uint8_t> bytes) {
+std::string DumpLine(size_t offset, std::span<const uint8_t> bytes, size_t perLine) {
   std::array<char, 24> number{};
   (void)std::snprintf(number.data(), number.size(), "%08lx", static_cast<unsigned long>(offset));
   std::string line = number.data();
   std::string characters;
-  for (size_t i = 0; i < 16; ++i) {
+  for (size_t i = 0; i < perLine; ++i) {
     line += i == 8 ? "  " : " ";
     if (i >= bytes.size()) {
       line += "  ";
@@ -196,10 +196,10 @@ std::string HexBytes(std::span<const uint8_t> bytes) {
   return out;
 }
 
-std::string HexDump(std::span<const uint8_t> bytes) {
+std::string HexDump(std::span<const uint8_t> bytes, size_t perLine) {
   std::string out;
-  for (size_t offset = 0; offset < bytes.size(); offset += 16) {
-    out += DumpLine(offset, bytes.subspan(offset, std::min<size_t>(16, bytes.size() - offset)));
+  for (size_t offset = 0; offset < bytes.size(); offset += perLine) {
+    out += DumpLine(offset, bytes.subspan(offset, std::min(perLine, bytes.size() - offset)), perLine);
   }
   return out;
 }
