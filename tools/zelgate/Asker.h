@@ -1,5 +1,6 @@
-// Takes requests and publications from NATS to the devices that are served here, and answers each with a verdict. Nothing
-// is ever sent twice: what may have left is never repeated, and what comes too late is not sent at all.
+// Takes requests and publications from NATS to the devices that are served here, and answers each with a
+// verdict. Nothing is ever sent twice: what may have left is never repeated, and what comes too late is not
+// sent at all.
 #pragma once
 
 #include <chrono>
@@ -33,8 +34,8 @@ class Asker {
 
   // Takes what is for this device from now on.
   NatsResult Serve(const std::shared_ptr<ServedDevice>& device);
-  // When it returns nothing for the device is being written; what waited is answered as not sent. Answers of the device may
-  // still come.
+  // When it returns nothing for the device is being written; what waited is answered as not sent. Answers of
+  // the device may still come.
   void Forget(const std::string& token);
 
   struct Figures {
@@ -52,7 +53,8 @@ class Asker {
     GateClock::time_point arrivedAt;
     GateClock::duration age{};  // before it arrived
   };
-  // What waits for one device; one thread at a time works on it, so that a device that does not read holds up no other.
+  // What waits for one device; one thread at a time works on it, so that a device that does not read holds up
+  // no other.
   struct Line {
     std::shared_ptr<ServedDevice> device;
     NatsSubscription requests;

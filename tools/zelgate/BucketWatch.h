@@ -1,4 +1,5 @@
-// Keeps an eye on a bucket for as long as it lives: begins anew when a watcher is of no use any more, NATS was away say.
+// Keeps an eye on a bucket for as long as it lives: begins anew when a watcher is of no use any more, NATS
+// was away say.
 #pragma once
 
 #include <atomic>
@@ -16,8 +17,8 @@ using BucketContent = std::map<std::string, std::string>;
 
 class BucketWatch {
  public:
-  // `onChange` is called on a thread of this object's: with all that is there as soon as it is known, and after changes.
-  // `keys` is what to look at, with the wildcards of subjects.
+  // `onChange` is called on a thread of this object's: with all that is there as soon as it is known, and
+  // after changes. `keys` is what to look at, with the wildcards of subjects.
   BucketWatch(Nats& nats, std::string bucket, std::string keys,
               std::function<void(const BucketContent&)> onChange);
   ~BucketWatch();

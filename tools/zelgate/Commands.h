@@ -1,5 +1,5 @@
-// The program's commands. Each function adds one to the command line; what it is to do is left in `task` when the user
-// names it.
+// The program's commands. Each function adds one to the command line; what it is to do is left in `task` when
+// the user names it.
 #pragma once
 
 #include <CLI/CLI.hpp>

@@ -1,5 +1,5 @@
-// Keeps a fleet and the bucket zel_devices in step: devices that were found come from there, and how their links are goes
-// there.
+// Keeps a fleet and the bucket zel_devices in step: devices that were found come from there, and how their
+// links are goes there.
 #pragma once
 
 #include <condition_variable>

@@ -1,5 +1,5 @@
-// Publishes the events of all devices into the site's stream: many under way at a time, each until the stream has
-// acknowledged it, again and under the same name when the acknowledgement does not come.
+// Publishes the events of all devices into the site's stream: many under way at a time, each until the stream
+// has acknowledged it, again and under the same name when the acknowledgement does not come.
 #pragma once
 
 #include <atomic>

@@ -13,7 +13,8 @@
 namespace zelgate {
 namespace {
 
-// A fleet that is opened at once would call its devices in one instant, and ask this host for thousands of threads.
+// A fleet that is opened at once would call its devices in one instant, and ask this host for thousands of
+// threads.
 constexpr size_t kOpenedAtOnce = 30;
 constexpr std::chrono::milliseconds kOpenPause{100};
 constexpr size_t kClosers = 16;

@@ -1,4 +1,5 @@
-// The devices that this process serves: those that are known, in the shards that are its own, with what their profiles say.
+// The devices that this process serves: those that are known, in the shards that are its own, with what their
+// profiles say.
 #pragma once
 
 #include <libzel/libzel.hpp>
@@ -45,7 +46,8 @@ class Fleet {
   // Changes the routes of those devices alone whose profiles say something else now.
   void SetProfiles(std::map<std::string, Profile> profiles);
 
-  // These shards are this process's, in the name of this holder. Their devices are opened in the background, at a pace.
+  // These shards are this process's, in the name of this holder. Their devices are opened in the background,
+  // at a pace.
   void Take(const std::vector<int>& shards, const std::string& holder);
   // They are not any more: when it returns nothing of their devices is running.
   void Drop(const std::vector<int>& shards);

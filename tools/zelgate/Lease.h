@@ -1,5 +1,6 @@
-// A key in the bucket of leases that one process at a time holds: it renews the key every second, and others take it when
-// it has not changed for long enough. Every write names the revision that it replaces, so that of two only one wins.
+// A key in the bucket of leases that one process at a time holds: it renews the key every second, and others
+// take it when it has not changed for long enough. Every write names the revision that it replaces, so that
+// of two only one wins.
 #pragma once
 
 #include <cstdint>
@@ -27,8 +28,8 @@ class Lease {
   Lease(KeyValue& bucket, LeaseTerm& term, std::string key, std::string value, AfterLoss afterLoss)
       : bucket_(bucket), term_(term), key_(std::move(key)), value_(std::move(value)), afterLoss_(afterLoss) {}
 
-  // What is to be done now: renews, takes or waits. To be called every quarter of a second or so. A failure is worth a
-  // line in the log; what is held stays held until its time is over.
+  // What is to be done now: renews, takes or waits. To be called every quarter of a second or so. A failure
+  // is worth a line in the log; what is held stays held until its time is over.
   NatsResult Step();
   bool IsValid() const { return term_.IsValid(GateClock::now()); }
   // It was held, and is not any more.

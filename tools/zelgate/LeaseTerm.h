@@ -1,6 +1,6 @@
-// How long a lease holds: by the holder's own clock, and by the clocks of those who wait for its end. Nobody compares
-// clocks of two machines: the holder counts from before it asked for the renewal, the others from when they saw it. So
-// the holder always stops first. Pure.
+// How long a lease holds: by the holder's own clock, and by the clocks of those who wait for its end. Nobody
+// compares clocks of two machines: the holder counts from before it asked for the renewal, the others from
+// when they saw it. So the holder always stops first. Pure.
 #pragma once
 
 #include <atomic>

@@ -1,5 +1,5 @@
-// What is said on a device's link subject: a JSON object a message, so that a consumer of the stream knows what it may
-// have missed. Pure.
+// What is said on a device's link subject: a JSON object a message, so that a consumer of the stream knows
+// what it may have missed. Pure.
 #pragma once
 
 #include <string>
@@ -15,12 +15,12 @@ struct LinkNote {
   std::string time;  // RFC 3339
 };
 
-// {"event": KIND, ...}; `reason` is left out when empty. Kinds: "serving" and "released" (this process has the device from
-// here on, or not any more), "up", "down".
+// {"event": KIND, ...}; `reason` is left out when empty. Kinds: "serving" and "released" (this process has
+// the device from here on, or not any more), "up", "down".
 std::string LinkEventText(const LinkNote& note, const std::string& kind, const std::string& reason);
 
-// {"event": "gap", "route": "t/state", "reason": ..., "count": ..., "first": ..., "last": ..., "bytes": ...}: `first` and
-// `last` are values of Zel-Seq.
+// {"event": "gap", "route": "t/state", "reason": ..., "count": ..., "first": ..., "last": ..., "bytes": ...}:
+// `first` and `last` are values of Zel-Seq.
 std::string GapText(const LinkNote& note, const Gap& gap);
 
 }  // namespace zelgate

@@ -187,7 +187,9 @@ void NatsSubscription::Forget(void* closure) {
 
 // ---- The connection ---------------------------------------------------------------------------------------
 
-Nats::~Nats() {
+Nats::~Nats() { Close(); }
+
+void Nats::Close() {
   if (raw_ == nullptr) return;
   isEnding_ = true;
   natsConnection_Close(raw_.get());

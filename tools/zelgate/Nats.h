@@ -1,9 +1,9 @@
-// NATS as objects that clean up after themselves: connection, messages, subscriptions, key-value buckets. Failures are
-// values whose text is a sentence: what failed, with whom, why, and what to do.
+// NATS as objects that clean up after themselves: connection, messages, subscriptions, key-value buckets.
+// Failures are values whose text is a sentence: what failed, with whom, why, and what to do.
 //
-// Every class may be used from any thread. Handlers run on libnats' delivery threads (one pool for all subscriptions,
-// one call at a time for each of them); they must be short, must not wait for an answer from NATS, and nothing may be
-// thrown out of them.
+// Every class may be used from any thread. Handlers run on libnats' delivery threads (one pool for all
+// subscriptions, one call at a time for each of them); they must be short, must not wait for an answer from
+// NATS, and nothing may be thrown out of them.
 #pragma once
 
 #include <nats/nats.h>
@@ -71,8 +71,8 @@ class NatsMessage {
 
 using NatsHandler = std::function<void(NatsMessage message)>;
 
-// When it is destroyed no call of the handler begins any more, and one that runs has returned, unless it is this very
-// thread's. So hold no lock that the handler wants.
+// When it is destroyed no call of the handler begins any more, and one that runs has returned, unless it is
+// this very thread's. So hold no lock that the handler wants.
 class NatsSubscription {
  public:
   NatsSubscription() = default;
@@ -104,7 +104,8 @@ struct NatsEvents {
   std::function<void()> onClosed;  // given up: the server refuses the credentials
 };
 
-// A connection to one of several servers, which is restored for ever. Started before its server, it waits and says so.
+// A connection to one of several servers, which is restored for ever. Started before its server, it waits and
+// says so.
 class Nats {
  public:
   Nats() = default;
@@ -112,9 +113,11 @@ class Nats {
   Nats(const Nats&) = delete;
   Nats& operator=(const Nats&) = delete;
 
-  // Once. Fails over what the configuration names (files that cannot be read) and over refused credentials, not over a
-  // server that isn't there. `name` is what the server's operator sees.
+  // Once. Fails over what the configuration names (files that cannot be read) and over refused credentials,
+  // not over a server that isn't there. `name` is what the server's operator sees.
   NatsResult Start(const NatsConfig& config, const std::string& name, NatsEvents events = {});
+  // When it returns no callback of NatsEvents runs any more. Again does nothing.
+  void Close();
   bool IsUp() const { return isUp_; }
   bool IsClosed() const { return isClosed_; }
   // False when it is not up by then.
@@ -167,8 +170,8 @@ struct KeyEntry {
 // Tells what happens to the keys of a bucket, what is there already first. One thread uses it.
 class KeyWatcher {
  public:
-  // What came within the time; nothing when nothing did, or at the end of what was there already. `isComplete` is set
-  // true with that end. A failure means that this watcher is of no use any more.
+  // What came within the time; nothing when nothing did, or at the end of what was there already.
+  // `isComplete` is set true with that end. A failure means that this watcher is of no use any more.
   NatsResult Next(std::chrono::milliseconds timeout, std::optional<KeyEntry>& entry, bool& isComplete);
 
  private:

@@ -1,5 +1,5 @@
-// Profiles: which topics and ports of which devices are delivered, and what happens to their messages when NATS is slower
-// than the devices. Pure.
+// Profiles: which topics and ports of which devices are delivered, and what happens to their messages when
+// NATS is slower than the devices. Pure.
 #pragma once
 
 #include <cstdint>
@@ -57,12 +57,13 @@ bool Matches(const Profile& profile, const DeviceFacts& device);
 
 // Reads the JSON object of one profile:
 //   {"devices": {"name": "press-*", "serial": "S1*", "id": "10.20.*"},
-//    "topics": ["state", {"topic": "alarm", "policy": "drop-oldest"}], "ports": [700, {"port": 701, "policy": "block"}]}
+//    "topics": ["state", {"topic": "alarm", "policy": "drop-oldest"}],
+//    "ports": [700, {"port": 701, "policy": "block"}]}
 // True, or `why` says what is wrong and what to write.
 bool ParseProfile(const std::string& json, Profile& profile, std::string& why);
 
-// What is delivered of a device: what all profiles that match it name. When two name a route the first one's policy
-// holds, in the order of their names.
+// What is delivered of a device: what all profiles that match it name. When two name a route the first one's
+// policy holds, in the order of their names.
 Routes RoutesOf(const std::map<std::string, Profile>& profiles, const DeviceFacts& device);
 
 }  // namespace zelgate

@@ -9,7 +9,8 @@
 
 namespace zelgate {
 
-// Changes the profiles to what the content says. A value that is no profile is said; an earlier one of its name stays.
+// Changes the profiles to what the content says. A value that is no profile is said; an earlier one of its
+// name stays.
 void FollowProfiles(const BucketContent& content, std::map<std::string, Profile>& profiles);
 
 }  // namespace zelgate

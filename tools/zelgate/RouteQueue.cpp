@@ -74,7 +74,8 @@ std::vector<Gap> RouteQueue::TakeGaps() {
   return taken;
 }
 
-// What keeps its order goes first: it has one under way at most, and the others go meanwhile, one after the other.
+// What keeps its order goes first: it has one under way at most, and the others go meanwhile, one after the
+// other.
 RouteQueue::Line* RouteQueue::NextLine() {
   if (ordered_.CanGo()) return &ordered_;
   auto at = lines_.upper_bound(lastServed_);

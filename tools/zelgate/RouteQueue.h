@@ -1,5 +1,5 @@
-// The events of one device that wait to be published or acknowledged: in which order they go, how many may be under way,
-// and what becomes of those that are too many. It knows no clock and no NATS. Pure.
+// The events of one device that wait to be published or acknowledged: in which order they go, how many may be
+// under way, and what becomes of those that are too many. It knows no clock and no NATS. Pure.
 #pragma once
 
 #include <cstdint>
@@ -47,7 +47,8 @@ class RouteQueue {
   // How many of a route that may drop are under way at a time.
   static constexpr size_t kMostUnderWay = 16;
 
-  // The number of the next message of the device, counted from 1. Each one that comes has one, also one that is dropped.
+  // The number of the next message of the device, counted from 1. Each one that comes has one, also one that
+  // is dropped.
   uint64_t NextSequence() { return ++sequence_; }
 
   // False: it is full, and the policy is to wait. The event is untouched then.
@@ -56,8 +57,8 @@ class RouteQueue {
   void PutLink(Event&& event);
   // One that cannot be published at all.
   void AddGap(const std::string& route, const std::string& reason, uint64_t sequence, uint64_t bytes);
-  // The gaps that nobody was told of yet, one for each route and reason: an event for each is the caller's to make, for
-  // PutLink. None while such events wait or are under way, so that many gaps become one.
+  // The gaps that nobody was told of yet, one for each route and reason: an event for each is the caller's to
+  // make, for PutLink. None while such events wait or are under way, so that many gaps become one.
   std::vector<Gap> TakeGaps();
 
   // The next event that may be published now. It is under way then, until it is acknowledged.

@@ -28,8 +28,8 @@ constexpr std::chrono::milliseconds kRunLook{250};
 constexpr std::chrono::milliseconds kTryPause{500};
 constexpr std::chrono::seconds kLastEvents{5};
 
-// The links of a fleet that went down together must not come back in one instant. What is unsent when a device is let go
-// gets out, and one that is gone without a word is noticed.
+// The links of a fleet that went down together must not come back in one instant. What is unsent when a
+// device is let go gets out, and one that is gone without a word is noticed.
 zel::Options LibraryOptions() {
   using std::chrono::seconds;
   zel::Options options;
@@ -50,7 +50,10 @@ class Gate {
         library_(LibraryOptions()),
         subjects_(config.site),
         writer_(nats_, config.limits.window) {}
-  ~Gate() { Stop(); }
+  ~Gate() {
+    Stop();
+    nats_.Close();  // its callbacks use what goes before it
+  }
 
   zel::Result LibraryStart() const { return library_.Start(); }
   NatsResult Connect() {

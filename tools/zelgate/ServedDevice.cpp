@@ -86,7 +86,8 @@ void ServedDevice::OnEvent(zel::Event event) {
   }
 }
 
-// In the first attempt to connect: what is subscribed here is sent as soon as the link is there, and nothing waits.
+// In the first attempt to connect: what is subscribed here is sent as soon as the link is there, and nothing
+// waits.
 void ServedDevice::SubscribeFirst() {
   const std::lock_guard lock(openMutex_);
   if (std::exchange(isSubscribed_, true)) return;
@@ -225,7 +226,8 @@ void ServedDevice::OnMessage(const Route& route, const zel::TopicMessage* topic,
   writer_.Pump(shared_from_this());
 }
 
-// Waits while there is no room and the policy is to wait; the device waits, too, as soon as its buffers are full.
+// Waits while there is no room and the policy is to wait; the device waits, too, as soon as its buffers are
+// full.
 void ServedDevice::Accept(const Route& route, Event&& event) {
   std::unique_lock lock(mutex_);
   event.sequence = queue_.NextSequence();

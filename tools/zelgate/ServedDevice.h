@@ -1,4 +1,5 @@
-// One device that this process serves: its connection, what is delivered of it, and the events that wait for the stream.
+// One device that this process serves: its connection, what is delivered of it, and the events that wait for
+// the stream.
 #pragma once
 
 #include <libzel/libzel.hpp>

@@ -1,5 +1,5 @@
-// What a process knows of its site's shards: who lives, who has which, and at which revision. It is told what the bucket
-// of leases says. Pure.
+// What a process knows of its site's shards: who lives, who has which, and at which revision. It is told what
+// the bucket of leases says. Pure.
 #pragma once
 
 #include <cstdint>

@@ -62,7 +62,8 @@ void ShardKeeper::Step() {
   Share();
 }
 
-// Every holder has a name that was never used, so that what is written in an earlier one's name means nothing.
+// Every holder has a name that was never used, so that what is written in an earlier one's name means
+// nothing.
 void ShardKeeper::BeginAnew() {
   term_.End();
   if (!own_.empty()) {
@@ -71,6 +72,8 @@ void ShardKeeper::BeginAnew() {
             " shards: it was not renewed in time, because NATS was away or this process stood " +
             "still; their devices are let go, and shards are taken again");
   }
+  // Requests that came meanwhile are refused as long as their subscriptions are there: first let all come in.
+  if (!own_.empty() && nats_.IsUp()) (void)nats_.Flush(std::chrono::seconds(1));
   Drop({own_.begin(), own_.end()});
   const std::string earlier = Holder();
   if (!earlier.empty()) book_.End(earlier);
@@ -105,14 +108,25 @@ void ShardKeeper::Hear() {
       Complain(result);
       return watcher_.reset();
     }
-    if (entry) book_.See(entry->key, entry->value, entry->revision, entry->isDeleted, GateClock::now());
+    if (entry && IsEarlierSelf(entry->key)) {
+      if (!entry->isDeleted && !entry->value.empty()) leftOver_.insert(entry->key);
+    } else if (entry) {
+      book_.See(entry->key, entry->value, entry->revision, entry->isDeleted, GateClock::now());
+    }
     patience = std::chrono::milliseconds(isComplete_ && wasComplete ? 1 : 250);
   } while (entry && !isStopping_);
 }
 
-// The write with the revision that was seen last ends a holder: its own next renewal then fails. If it has renewed after
-// all, this write is the one that fails.
+// What this process held in an earlier name it has let go of: nobody need wait for the end of that.
+bool ShardKeeper::IsEarlierSelf(const std::string& key) const {
+  return key.starts_with(HolderKey(process_) + "-") && key != HolderKey(Holder());
+}
+
+// The write with the revision that was seen last ends a holder: its own next renewal then fails. If it has
+// renewed after all, this write is the one that fails.
 void ShardKeeper::EndDead() {
+  for (const std::string& key : std::exchange(leftOver_, {}))
+    (void)bucket_.Delete(key);  // others end it else
   for (const ShardBook::Dead& dead : book_.DeadHolders(GateClock::now())) {
     if (dead.holder == Holder()) return watcher_.reset();  // it is this process that hears nothing
     uint64_t revision = 0;

@@ -1,5 +1,5 @@
-// Holds a process's share of the site's shards: renews its lease, takes shards that nobody has, ends the leases of holders
-// that do not renew, and hands over what is above its share.
+// Holds a process's share of the site's shards: renews its lease, takes shards that nobody has, ends the
+// leases of holders that do not renew, and hands over what is above its share.
 #pragma once
 
 #include <atomic>
@@ -57,6 +57,7 @@ class ShardKeeper {
   void Step();
   bool Listen();
   void Hear();
+  bool IsEarlierSelf(const std::string& key) const;
   void EndDead();
   void Share();
   void HandOver(const std::vector<int>& shards);
@@ -84,6 +85,7 @@ class ShardKeeper {
   ShardBook book_;
   std::unique_ptr<Lease> lease_;
   std::set<int> own_;
+  std::set<std::string> leftOver_;  // keys of this process's earlier names
   std::atomic<size_t> count_ = 0;
   Reminder reminder_;
   std::atomic<bool> isStopping_ = false;

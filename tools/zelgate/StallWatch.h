@@ -1,5 +1,5 @@
-// Notices that the process stood still (stopped, or its host asleep): what arrives right after may have waited meanwhile, in
-// buffers that tell no time. Pure; one lock of the user's guards it.
+// Notices that the process stood still (stopped, or its host asleep): what arrives right after may have
+// waited meanwhile, in buffers that tell no time. Pure; one lock of the user's guards it.
 #pragma once
 
 #include <chrono>

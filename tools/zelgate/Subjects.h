@@ -1,5 +1,5 @@
-// Names of NATS subjects and keys for what devices call things otherwise. Nothing that a device says gets into one
-// unescaped. Pure.
+// Names of NATS subjects and keys for what devices call things otherwise. Nothing that a device says gets
+// into one unescaped. Pure.
 #pragma once
 
 #include <cstddef>
@@ -20,13 +20,13 @@ bool IsSiteName(std::string_view text);
 std::optional<std::string> DeviceToken(std::string_view id);
 std::optional<std::string> DeviceOfToken(std::string_view token);
 
-// "a/b c" becomes "a.b=20c", and back: "/" becomes ".", letters, digits, "_" and "-" stay, every other byte becomes
-// "=XX" in capitals, an empty level "=". What EscapeTopic never makes isn't taken back.
+// "a/b c" becomes "a.b=20c", and back: "/" becomes ".", letters, digits, "_" and "-" stay, every other byte
+// becomes "=XX" in capitals, an empty level "=". What EscapeTopic never makes isn't taken back.
 std::string EscapeTopic(std::string_view topic);
 std::optional<std::string> UnescapeTopic(std::string_view tokens);
 
-// The subjects of one site. `device` is a token of DeviceToken. Those with a topic are empty when they would be longer
-// than kMaxSubject.
+// The subjects of one site. `device` is a token of DeviceToken. Those with a topic are empty when they would
+// be longer than kMaxSubject.
 class Subjects {
  public:
   explicit Subjects(std::string site) : site_(std::move(site)) {}

@@ -7,7 +7,8 @@ inline constexpr const char* kVerdictHeader = "Zel-Verdict";
 inline constexpr const char* kErrorHeader = "Zel-Error";    // the device's own error word, decimal
 inline constexpr const char* kReasonHeader = "Zel-Reason";  // why, a sentence
 
-// In a request or publication: how old it may be when it is sent, and how long its answer is waited for; milliseconds.
+// In a request or publication: how old it may be when it is sent, and how long its answer is waited for;
+// milliseconds.
 inline constexpr const char* kTimeoutHeader = "Zel-Timeout";
 // In a publication: the two words that go with it; 0 when left out.
 inline constexpr const char* kGroupHeader = "Zel-Group";

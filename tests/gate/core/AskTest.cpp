@@ -1,5 +1,5 @@
-// Requests and publications from NATS to devices. The simulator answers port 601 with the error 16388, 602 not at all, 605
-// after 700 ms, and echoes the others.
+// Requests and publications from NATS to devices. The simulator answers port 601 with the error 16388, 602
+// not at all, 605 after 700 ms, and echoes the others.
 #include <atomic>
 #include <csignal>
 #include <cstdlib>

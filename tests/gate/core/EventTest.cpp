@@ -1,5 +1,5 @@
-// What devices send, in the site's stream. The simulator's bursts on "few" are 100 messages, on "many" 2000; on "large"
-// one of 2 MiB; port 700 ticks.
+// What devices send, in the site's stream. The simulator's bursts on "few" are 100 messages, on "many" 2000;
+// on "large" one of 2 MiB; port 700 ticks.
 #include <csignal>
 #include <cstring>
 #include <set>
