@@ -14,6 +14,7 @@ namespace {
 constexpr int kWorkers = 8;
 constexpr size_t kMostJobs = 1024;  // of one device
 constexpr std::chrono::milliseconds kUsualTimeout{5000};
+constexpr std::chrono::milliseconds kGentle{500};
 constexpr uint32_t kLongestTimeoutMs = 600000;
 constexpr const char* kQueueGroup = "zelgate";
 
@@ -52,6 +53,7 @@ Asker::~Asker() {
 }
 
 NatsResult Asker::Serve(const std::shared_ptr<ServedDevice>& device) {
+  isGentle_ = true;
   const auto line = std::make_shared<Line>();
   line->device = device;
   {
@@ -77,8 +79,6 @@ void Asker::Forget(const std::string& token) {
     line = std::move(found->second);
     lines_.erase(found);
   }
-  line->requests.Stop();
-  line->publications.Stop();
   std::deque<Job> left;
   {
     std::unique_lock lock(mutex_);
@@ -86,7 +86,20 @@ void Asker::Forget(const std::string& token) {
     left.swap(line->jobs);
     idle_.wait(lock, [&] { return !line->isBusy; });
   }
+  End(*line);
   for (const Job& job : left) Refuse(job.message, "the device is being handed over; ask again");
+}
+
+// What is on its way here is refused, so that whoever asked knows. A server that is slow to answer is not
+// waited for by one device after the other.
+void Asker::End(Line& line) {
+  for (NatsSubscription* const subscription : {&line.requests, &line.publications}) {
+    if (!nats_.IsUp() || !isGentle_) {
+      subscription->Stop();
+    } else {
+      isGentle_ = subscription->StopGently(kGentle);
+    }
+  }
 }
 
 Asker::Figures Asker::GetFigures() const {

@@ -3,6 +3,7 @@
 // sent at all.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -70,6 +71,7 @@ class Asker {
   };
 
   void Put(const std::shared_ptr<Line>& line, NatsMessage message);
+  void End(Line& line);
   void Work();
   void Tick();
   void Do(ServedDevice& device, Job& job);
@@ -83,6 +85,7 @@ class Asker {
   Nats& nats_;
   const Subjects subjects_;
   const std::function<bool()> isLeaseValid_;
+  std::atomic<bool> isGentle_ = true;  // subscriptions end gently; not after one took too long
 
   mutable std::mutex mutex_;  // guards the following
   std::condition_variable changed_;

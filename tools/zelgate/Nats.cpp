@@ -171,6 +171,15 @@ void NatsSubscription::Stop() {
   target_.reset();
 }
 
+bool NatsSubscription::StopGently(std::chrono::milliseconds timeout) {
+  bool isDone = raw_ == nullptr;
+  if (!isDone && natsSubscription_DrainTimeout(raw_.get(), timeout.count()) == NATS_OK) {
+    isDone = natsSubscription_WaitForDrainCompletion(raw_.get(), timeout.count()) == NATS_OK;
+  }
+  Stop();
+  return isDone;
+}
+
 void NatsSubscription::Call(natsConnection* /*connection*/, natsSubscription* /*subscription*/,
                             natsMsg* message, void* closure) {
   NatsMessage owned(message);

@@ -81,6 +81,9 @@ class NatsSubscription {
   NatsSubscription& operator=(NatsSubscription&& other) noexcept;
 
   void Stop();
+  // The same, but what the server has sent until it knows still comes to the handler, which nothing ends
+  // before. False when that took longer.
+  bool StopGently(std::chrono::milliseconds timeout);
   explicit operator bool() const { return raw_ != nullptr; }
 
  private:

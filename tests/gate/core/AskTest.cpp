@@ -121,7 +121,7 @@ TEST_F(AskTest, ADeviceThatNeverReadsHoldsUpNoOther) {
 }
 
 TEST_F(AskTest, WhatComesWhileTheProcessStandsStillIsTooOld) {
-  gate_->Signal(SIGSTOP);
+  gate_->Stop();
   Reply reply;
   std::thread asker([&] { reply = Ask(kServed, 606, "late", "500"); });
   std::this_thread::sleep_for(std::chrono::milliseconds(1200));  // less than the lease
@@ -133,7 +133,7 @@ TEST_F(AskTest, WhatComesWhileTheProcessStandsStillIsTooOld) {
 }
 
 TEST_F(AskTest, AProcessThatStoodStillLongerThanItsLeaseSendsNothing) {
-  gate_->Signal(SIGSTOP);
+  gate_->Stop();
   Reply reply;
   std::thread asker([&] { reply = Ask(kServed, 607, "late", "60000", std::chrono::seconds(8)); });
   std::this_thread::sleep_for(std::chrono::milliseconds(3500));  // more than the holder's 3 s

@@ -82,6 +82,12 @@ bool Child::HasEnded() {
   return status_ != -1;
 }
 
+void Child::Stop() const {
+  Signal(SIGSTOP);
+  siginfo_t info{};
+  (void)waitid(P_PID, static_cast<id_t>(process_), &info, WSTOPPED | WEXITED | WNOWAIT);
+}
+
 int Child::Wait() {
   (void)Until([this] { return HasEnded(); });
   return status_;

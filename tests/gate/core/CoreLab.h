@@ -28,6 +28,8 @@ class Child {
   Child& operator=(const Child&) = delete;
 
   void Signal(int number) const;
+  // SIGSTOP; when it returns all threads stand still.
+  void Stop() const;
   // The exit status, 1000 and its number for a signal, -1 when it does not end in half a minute.
   int Wait();
   bool Says(const std::string& text) const;

@@ -112,7 +112,7 @@ TEST_F(EventTest, AMessageThatIsTooLongIsAGapWithItsSize) {
 TEST_F(EventTest, NothingIsLostWhileTheServerStandsStill) {
   ServeTopics(R"(["many"])");
   ASSERT_TRUE(HasAll("many", 20)) << gate_->Errors();
-  Server().Signal(SIGSTOP);
+  Server().Stop();
   std::this_thread::sleep_for(std::chrono::milliseconds(700));  // less than what makes the lease end
   Server().Signal(SIGCONT);
   ASSERT_TRUE(HasAll("many", 2000)) << gate_->Errors();
