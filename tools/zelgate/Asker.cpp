@@ -113,12 +113,13 @@ void Asker::Put(const std::shared_ptr<Line>& line, NatsMessage message) {
   const auto now = GateClock::now();
   {
     const std::lock_guard lock(mutex_);
-    if (!line->isGone && line->jobs.size() < kMostJobs) {
+    const bool hasRoom = !line->isGone && line->jobs.size() < kMostJobs;
+    if (hasRoom) {
       line->jobs.push_back({std::move(message), now, stalls_.AgeAtArrival(now)});
       if (!std::exchange(line->isBusy, true)) ready_.push_back(line);
+      return changed_.notify_one();
     }
   }
-  if (!message) return changed_.notify_one();
   Refuse(message, "too many requests wait for the device, or it is being handed over; ask again later");
 }
 
