@@ -97,8 +97,8 @@ class Connection {
     return {result, std::move(made)};
   }
 
-  /// Makes a connection without connecting it (libzelx_createInstance): its receive thread, which runs from here
-  /// on, connects and restores the link. `onEvent` may be empty; it may be called before this returns.
+  /// Makes a connection without connecting it (libzelx_createInstance): its receive thread, which runs from
+  /// here on, connects and restores the link. `onEvent` may be empty; it may be called before this returns.
   static ValueOf<Connection> CreateInBackground(const DeviceId& device, EventCallback onEvent = {}) {
     Connection made;
     made.targets_ = std::make_unique<Targets>();
