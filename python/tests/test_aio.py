@@ -54,7 +54,7 @@ async def test_each_of_many_tasks_gets_its_own_answer(device):
 @on_loop
 async def test_loop_goes_on_while_a_request_waits(device):
     async with opened(device) as connection:
-        asked = asyncio.ensure_future(connection.request(SILENT, timeout=0.3))
+        asked = asyncio.ensure_future(connection.request(SILENT, timeout=1))
         turns = 0
         while not asked.done():
             await asyncio.sleep(0.001)

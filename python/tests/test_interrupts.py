@@ -43,7 +43,7 @@ def report(action):
         tried()
     except KeyboardInterrupt:
         seconds = time.monotonic() - begun[0]
-        print("at once" if seconds < 0.3 else seconds)
+        print("at once" if seconds < 1.5 else seconds)
 
 begun = []
 """
@@ -108,7 +108,7 @@ def test_ctrl_c_within_a_callback_of_the_connect_ends_it_too():
         try:
             zel.Connection({NOWHERE!r}, timeout=50, on_event=on_event)
         except KeyboardInterrupt:
-            print(time.monotonic() - begun[0] < 0.3)
+            print(time.monotonic() - begun[0] < 1.5)
         """
     )
     assert printed == ["True"]
