@@ -79,6 +79,14 @@ TEST(NameServerTest, IsWaitedForThoughNothingElseCanBeLookedFor) {
   EXPECT_EQ(result.output, "hello\n");
 }
 
+TEST(NameServerTest, IsWaitedForAsLongAsTheUserSays) {
+  const SlowNameServer server(std::chrono::milliseconds(3500));
+  ASSERT_TRUE(server.IsBound());
+  const ZelResult result = RunZel({"request", "press.example", "-p", "600", "hello", "-t", "15000"});
+  EXPECT_EQ(result.status, 0) << result.errors;
+  EXPECT_EQ(result.output, "hello\n");
+}
+
 TEST(NameServerTest, IsNotWaitedForLongerThanTheUserSays) {
   const SlowNameServer server(std::chrono::milliseconds(2000));
   ASSERT_TRUE(server.IsBound());

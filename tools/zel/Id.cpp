@@ -52,7 +52,7 @@ int ShowLocal(Context& context) {
 
 int Get(const IdOptions& options, Context& context) {
   const Budget budget(options.patience);
-  const std::string host = FindHost(options.host, budget, context);
+  const std::string host = FindHost(options.host, options.patience, budget, context);
   const auto id = AskIdentifier(host, TimeToAnswer(options, budget, host));
   if (!id) FailAsked(context, host, options.host + " does not tell its identifier", id.Code());
   Show(context.output, options.host, id->ToString());
@@ -61,7 +61,7 @@ int Get(const IdOptions& options, Context& context) {
 
 int Set(const IdOptions& options, Context& context) {
   const Budget budget(options.patience);
-  const std::string host = FindHost(options.host, budget, context);
+  const std::string host = FindHost(options.host, options.patience, budget, context);
   const zel::Milliseconds time = TimeToAnswer(options, budget, host);
   const auto id = *zel::DeviceId::Parse(options.identifier);
   zel::Result result = id.AssignTo(host, time / 2);

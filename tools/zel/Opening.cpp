@@ -185,7 +185,8 @@ class Opener {
 
   std::string FindName() {
     const NameLookup lookup(device_, context_.stopper);
-    const Deadline end = After(Seconds(budget_.Take(kLookTime, "look for " + device_)));
+    const zel::Milliseconds most = std::max(kLookTime, zel::Milliseconds(patience_.timeoutMs));
+    const Deadline end = After(Seconds(budget_.Take(most, "look for " + device_)));
     const auto isNamed = [this](const zel::Device& device) { return IsCalled(device, device_); };
     const auto hasAddress = [&] { return lookup.Address().has_value(); };
     std::string problem;
@@ -281,8 +282,8 @@ Opened OpenDevice(const std::string& device, const Patience& patience, const Bud
   }
 }
 
-std::string FindHost(const std::string& device, const Budget& budget, Context& context) {
-  const Patience patience;
+std::string FindHost(const std::string& device, const Patience& patience, const Budget& budget,
+                     Context& context) {
   const zel::EventCallback none;
   return Opener(device, patience, budget, context, none, WhenDown::kFail).FindAddress();
 }

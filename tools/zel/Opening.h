@@ -34,7 +34,8 @@ Opened OpenDevice(const std::string& device, const Patience& patience, const Bud
                   const zel::EventCallback& onEvent = {}, WhenDown whenDown = WhenDown::kFail);
 
 // The address of a device that is named so, and is not connected to.
-std::string FindHost(const std::string& device, const Budget& budget, Context& context);
+std::string FindHost(const std::string& device, const Patience& patience, const Budget& budget,
+                     Context& context);
 
 // What connects to an address whose device does not tell its identifier, once the route is pinned.
 zel::DeviceId PlaceholderId(const std::string& address);
