@@ -1,5 +1,6 @@
-// Firewalls: this host's lets in only answers to a question to one host, as most do, so none to multicast or broadcast;
-// that of 10.77.0.2 drops direct requests, that of 10.77.0.3 connections, that of 10.77.0.4 nothing.
+// Firewalls: this host's lets in only answers to a question to one host, as most do, so none to multicast or
+// broadcast; that of 10.77.0.2 drops direct requests, that of 10.77.0.3 connections, that of 10.77.0.4
+// nothing.
 #include <gtest/gtest.h>
 
 #include "ZelProcess.h"

@@ -28,8 +28,8 @@ enum class WhenDown { kFail, kGoOn };
 // Finds a device by its identifier, its address, a host name, or its own name or serial number, and connects
 // to its server. An identifier is first asked for at the address that it is made of; when another one is
 // there, or nobody, it is looked for on the networks. Throws LibraryFailure with the reason when nothing is
-// found, and with kFail when the server cannot be reached, but not before it was tried again as often as the user wants.
-// With kGoOn the connection may be down.
+// found, and with kFail when the server cannot be reached, but not before it was tried again as often as the
+// user wants. With kGoOn the connection may be down.
 Opened OpenDevice(const std::string& device, const Patience& patience, const Budget& budget, Context& context,
                   const zel::EventCallback& onEvent = {}, WhenDown whenDown = WhenDown::kFail);
 

@@ -13,8 +13,8 @@ struct TableColumn {
   size_t width = 0;
 };
 
-// Lays rows out; knows no terminal. A table too wide for its line gets more lines a row: the first `leading` columns, or
-// as many as fit, and below them, indented, the others that are not empty, each behind its title.
+// Lays rows out; knows no terminal. A table too wide for its line gets more lines a row: the first `leading`
+// columns, or as many as fit, and below them, indented, the others that are not empty, each behind its title.
 class Table {
  public:
   Table(std::vector<TableColumn> columns, size_t leading, size_t lineWidth);

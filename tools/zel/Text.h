@@ -45,8 +45,8 @@ std::string Counted(uint64_t count, std::string_view thing);
 
 // "01 ff"
 std::string HexBytes(std::span<const uint8_t> bytes);
-// Lines of offset, bytes and their ASCII characters, each ended by a line feed. 16, 8 and 4 bytes take 77, 44 and 28
-// columns.
+// Lines of offset, bytes and their ASCII characters, each ended by a line feed. 16, 8 and 4 bytes take 77, 44
+// and 28 columns.
 std::string HexDump(std::span<const uint8_t> bytes, size_t perLine = 16);
 // Pairs of hexadecimal digits; blanks, ":" and a leading "0x" of a pair are skipped. Nothing for anything
 // else.

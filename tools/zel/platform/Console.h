@@ -49,8 +49,8 @@ std::string TimeOfDay(std::chrono::system_clock::time_point time);
 // library must be set up.
 std::optional<std::string> LookUpHost(const std::string& name);
 
-// The programs that hold a UDP port, "name (process 123)" or as much of it as the system tells, joined by commas; empty
-// when none does.
+// The programs that hold a UDP port, "name (process 123)" or as much of it as the system tells, joined by
+// commas; empty when none does.
 std::string HoldersOfUdpPort(uint16_t port);
 
 }  // namespace zeltool
