@@ -25,6 +25,7 @@ std::unique_ptr<CLI::App> MakeCommandLine(std::string& config, Task& task) {
   AddStatus(*app, task);
   AddAsk(*app, task);
   AddCheck(*app, task);
+  AddHub(*app, task);
   for (CLI::App* command : app->get_subcommands([](CLI::App*) { return true; })) command->fallthrough();
   app->require_subcommand(1);
   app->footer(kHelp);

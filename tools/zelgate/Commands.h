@@ -25,5 +25,6 @@ void AddFind(CLI::App& app, Task& task);
 void AddStatus(CLI::App& app, Task& task);
 void AddAsk(CLI::App& app, Task& task);
 void AddCheck(CLI::App& app, Task& task);
+void AddHub(CLI::App& app, Task& task);
 
 }  // namespace zelgate

@@ -4,6 +4,7 @@
 
 #include <chrono>
 
+#include "GateProcess.h"
 #include "PlainNats.h"
 #include "SiteConfig.h"
 
@@ -159,6 +160,22 @@ TEST_F(StreamsTest, ASiteMayJoinTheHubLater) {
       [&] { return zelgate::ReadStreamUse(*hub, zelgate::kHubStream, use) && use.messages >= before + 100; },
       std::chrono::seconds(90)))
       << use.messages - before;
+}
+
+TEST_F(StreamsTest, TheHubsStreamIsMadeByACommand) {
+  const std::string path = WriteSiteConfig("hub-1", "", "admin");
+  GateResult result{};
+  EXPECT_TRUE(Until([&] {
+    return (result = RunGate({"hub", "--config", path, "north", "south"})).status == 0;
+  })) << result.errors;
+  EXPECT_EQ(result.output,
+            "The stream ZEL_ALL at nats://hub-1.zel.example:4222 takes the events of: north, south\n");
+}
+
+TEST_F(StreamsTest, ANameThatIsNoSiteIsRefusedByTheCommand) {
+  const GateResult result = RunGate({"hub", "--config", WriteSiteConfig("hub-1", "", "admin"), "north.>"});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_NE(result.errors.find("'north.>' is no name of a site"), std::string::npos) << result.errors;
 }
 
 TEST_F(StreamsTest, AUserWithoutThePermissionIsToldSo) {
