@@ -1,5 +1,5 @@
-# The four Debian packages; the components have their names.
-set(packages libzel0 libzel-dev libzel-tools python3-libzel)
+# The five Debian packages; the components have their names.
+set(packages libzel0 libzel-dev libzel-tools python3-libzel zelgate)
 set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
   WORLD_READ WORLD_EXECUTE)
 
@@ -13,6 +13,8 @@ foreach(package IN LISTS packages)
   set(contained)
   if(package STREQUAL libzel-tools)
     set(contained libcli11-dev nlohmann-json3-dev libasio-dev)
+  elseif(package STREQUAL zelgate)
+    set(contained libcli11-dev nlohmann-json3-dev libtoml11-dev)
   endif()
   add_notices(${copyright} ${contained})
   install(FILES ${copyright} DESTINATION ${docdir}/${package} COMPONENT ${package})
@@ -40,6 +42,9 @@ foreach(kind file IN ZIP_LISTS generated_kinds generated_files)
     COMMAND sh -c "'${lab}' -- '$<TARGET_FILE:zel>' --generate ${kind} > ${file}")
   set_property(TARGET package_files APPEND PROPERTY SOURCES ${CMAKE_CURRENT_BINARY_DIR}/${file})
 endforeach()
+add_custom_command(OUTPUT zelgate.1 DEPENDS zelgate VERBATIM
+  COMMAND sh -c "'${lab}' -- help2man --no-info --name='fleets of Zel devices on NATS' '$<TARGET_FILE:zelgate>' > zelgate.1")
+zipped(zelgate.1 ${CMAKE_CURRENT_BINARY_DIR}/zelgate.1 ${CMAKE_INSTALL_MANDIR}/man1 zelgate)
 add_custom_command(OUTPUT zelsim.1 DEPENDS zelsim VERBATIM
   COMMAND help2man --no-info --name=simulated\ Zel\ devices --output=zelsim.1 $<TARGET_FILE:zelsim>)
 foreach(program zel zelsim)
@@ -53,6 +58,12 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zel.fish DESTINATION ${CMAKE_INSTALL_D
   COMPONENT libzel-tools)
 install(FILES ${PROJECT_SOURCE_DIR}/tools/wireshark/zel.lua DESTINATION ${CMAKE_INSTALL_LIBDIR}/wireshark/plugins
   COMPONENT libzel-tools)
+
+# Nothing of zelgate starts by itself: the configuration is to be written first.
+install(DIRECTORY zelgate/systemd/ DESTINATION lib/systemd/system COMPONENT zelgate)
+install(DIRECTORY zelgate/nats DESTINATION ${docdir}/zelgate/examples COMPONENT zelgate)
+install(FILES zelgate/zelgate.toml zelgate/hub.toml DESTINATION ${docdir}/zelgate/examples COMPONENT zelgate)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/gate.md DESTINATION ${docdir}/zelgate COMPONENT zelgate)
 
 set(python lib/python3/dist-packages)
 python_package(${python} python3-libzel)
@@ -108,15 +119,21 @@ describe(libzel-tools net "Zel device communication protocol, tools" "${about}
 .
 This package has the program zel, which does all of that from a shell, the
 device simulator zelsim, and a dissector for Wireshark and tshark.")
+describe(zelgate net "Zel device communication protocol, fleets on NATS JetStream" "${about}
+.
+This package has the program zelgate, which brings the events of many devices
+at several sites into NATS streams, and requests to the devices, with units
+for systemd and example configurations.")
 describe(python3-libzel python "Zel device communication protocol, Python package" "${about}
 .
 This package has the module zel for Python 3.")
 
 set(CPACK_DEBIAN_LIBZEL0_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_LIBZEL-TOOLS_PACKAGE_SHLIBDEPS ON)
-# Names and lines for debuggers, in libzel0-dbgsym and libzel-tools-dbgsym.
+# Names and lines for debuggers, in libzel0-dbgsym, libzel-tools-dbgsym and zelgate-dbgsym.
 set(CPACK_DEBIAN_LIBZEL0_DEBUGINFO_PACKAGE ON)
 set(CPACK_DEBIAN_LIBZEL-TOOLS_DEBUGINFO_PACKAGE ON)
+set(CPACK_DEBIAN_ZELGATE_DEBUGINFO_PACKAGE ON)
 install(CODE "execute_process(COMMAND ${CMAKE_STRIP} --strip-debug --enable-deterministic-archives
   \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/libzel.a COMMAND_ERROR_IS_FATAL ANY)" COMPONENT libzel-dev)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/src)
@@ -124,6 +141,9 @@ set(CPACK_DEBIAN_LIBZEL-DEV_PACKAGE_DEPENDS "libzel0 (= ${debian_version}), libc
 set(CPACK_DEBIAN_LIBZEL-DEV_PACKAGE_SUGGESTS "cmake, pkgconf")
 set(CPACK_DEBIAN_LIBZEL-TOOLS_PACKAGE_DEPENDS "libzel0 (>= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_LIBZEL-TOOLS_PACKAGE_SUGGESTS "bash-completion, tshark | wireshark")
+set(CPACK_DEBIAN_ZELGATE_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_ZELGATE_PACKAGE_DEPENDS "libzel0 (>= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_ZELGATE_PACKAGE_SUGGESTS "libzel-tools, nats-server, prometheus")
 set(CPACK_DEBIAN_PYTHON3-LIBZEL_PACKAGE_DEPENDS "libzel0 (>= ${PROJECT_VERSION}), python3:any (>= 3.9)")
 set(CPACK_DEBIAN_PYTHON3-LIBZEL_PACKAGE_ARCHITECTURE all)
 

@@ -50,13 +50,13 @@ installs() {
   set -e
   mkdir -p "$root/var/lib/dpkg"/{info,updates} "$root/etc"
   local package
-  for package in libc6 libgcc-s1 libstdc++6 libc6-dev python3; do
+  for package in libc6 libgcc-s1 libstdc++6 libc6-dev python3 libnats3.4 libcpp-httplib0.11 libprometheus-cpp-core1.0; do
     printf 'Package: %s\nStatus: install ok installed\nMaintainer: none\nArchitecture: amd64\n' "$package"
     printf 'Multi-Arch: allowed\nVersion: %s\nDescription: none\n\n' "$(dpkg-query -W -f '${Version}' "$package")"
   done >"$root/var/lib/dpkg/status"
   # Scripts of packages would run in the root, which has no shell.
   dpkg --root="$root" --force-script-chrootless --install "$packages"/*.deb
-  [ "$(dpkg-query --admindir="$root/var/lib/dpkg" -W -f '${Package} ${db:Status-Status}\n' '*zel*' | grep -c installed)" = 6 ]
+  [ "$(dpkg-query --admindir="$root/var/lib/dpkg" -W -f '${Package} ${db:Status-Status}\n' '*zel*' | grep -c installed)" = 8 ]
   dpkg --root="$root" --verify
 }
 
@@ -105,7 +105,7 @@ runs_the_tools() {
   # A shell without bash-completion has the script's function, too.
   bash -c "source '$root/usr/share/bash-completion/completions/zel' && complete -p zel"
   local page
-  for page in zel zelsim; do man --warnings -E UTF-8 -l "$root/usr/share/man/man1/$page.1.gz" | grep -i "$page"; done
+  for page in zel zelsim zelgate; do man --warnings -E UTF-8 -l "$root/usr/share/man/man1/$page.1.gz" | grep -i "$page"; done
 }
 
 runs_python() {
@@ -160,6 +160,7 @@ has_one_version() {
     is "$file" "Version: $version" "$(grep ^Version "$file")"
   done
   is zelsim "zelsim $version" "$("$root/usr/bin/zelsim" --version)"
+  is zelgate "zelgate $version" "$("$tree/tests/lab/lab.sh" -- "$root/usr/bin/zelgate" --version)"
   is zel "zel $version" "$("$tree/tests/lab/lab.sh" -- "$root/usr/bin/zel" --version)"
   is zel.exe "zel $version" "$("$tree/tests/lab/lab.sh" --wine -- "$zip/bin/zel.exe" --version | tr -d '\r')"
   for file in libzel.dll zel.exe; do
@@ -176,7 +177,7 @@ says_its_licence() {
   set -e
   local package zip full=/usr/share/common-licenses/Apache-2.0
   zip=$(echo "$work"/zip/*)
-  for package in libzel0 libzel-dev libzel-tools python3-libzel; do
+  for package in libzel0 libzel-dev libzel-tools python3-libzel zelgate; do
     grep -x 'SPDX-License-Identifier: Apache-2.0' "$root/usr/share/doc/$package/copyright"
     grep "$full" "$root/usr/share/doc/$package/copyright"
   done
@@ -212,7 +213,8 @@ wheels_work() { "$here/wheels.sh" "$packages" "$work/wheels" "$(echo "$work"/zip
 
 removes() {
   set -e
-  dpkg --root="$root" --force-script-chrootless --purge libzel-dev libzel-tools{-dbgsym,} python3-libzel libzel0{-dbgsym,}
+  dpkg --root="$root" --force-script-chrootless --purge libzel-dev libzel-tools{-dbgsym,} python3-libzel \
+    zelgate{-dbgsym,} libzel0{-dbgsym,}
   [ -z "$(find "$root/usr" -type f)" ] || fail "left: $(find "$root/usr" -type f)"
 }
 
