@@ -1,5 +1,5 @@
-// What the bucket zel_devices says of the site's devices. Each key has one writer: zelgate find writes found.DEV, the
-// process that serves the device writes link.DEV. Values are JSON objects. Pure.
+// What the bucket zel_devices says of the site's devices. Each key has one writer: zelgate find writes
+// found.DEV, the process that serves the device writes link.DEV. Values are JSON objects. Pure.
 #pragma once
 
 #include <map>
@@ -10,8 +10,8 @@
 
 namespace zelgate {
 
-// What discovery, or the list of the configuration, says of a device. Texts of devices are as they sent them, but bytes
-// that are no UTF-8 are replaced when they are written.
+// What discovery, or the list of the configuration, says of a device. Texts of devices are as they sent them,
+// but bytes that are no UTF-8 are replaced when they are written.
 struct DeviceFinding {
   std::string id;       // six decimals joined by "."
   std::string address;  // dotted IPv4, where the device is asked
@@ -58,7 +58,8 @@ class DeviceTable {
     std::optional<DeviceLink> link;
   };
 
-  // One entry of the bucket; no value: it was deleted. False for an entry that is none of ours, which changes nothing.
+  // One entry of the bucket; no value: it was deleted. False for an entry that is none of ours, which changes
+  // nothing.
   bool Apply(std::string_view key, std::optional<std::string_view> value);
   // By token.
   const std::map<std::string, Row, std::less<>>& Rows() const { return rows_; }

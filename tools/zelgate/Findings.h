@@ -1,4 +1,5 @@
-// What rounds of discovery say of the devices of a site: which are there, where, and which identifiers several claim. Pure.
+// What rounds of discovery say of the devices of a site: which are there, where, and which identifiers
+// several claim. Pure.
 #pragma once
 
 #include <cstdint>
@@ -25,7 +26,8 @@ class Findings {
   void Restore(const DeviceFinding& written);
   // An answer in the present round. False when there are too many devices, or the identifier is none.
   bool Note(const DeviceFinding& answer);
-  // Ends the round. Devices that answered no more stay as they were: that they are silent is their link's affair.
+  // Ends the round. Devices that answered no more stay as they were: that they are silent is their link's
+  // affair.
   void EndRound();
   // Those that are not as they were written.
   std::vector<DeviceFinding> Unwritten() const;

@@ -25,8 +25,8 @@ class Http {
   Http(const Http&) = delete;
   Http& operator=(const Http&) = delete;
 
-  // Once. Listens at "127.0.0.1:9470" or "[::1]:9470", port 0 takes a free one. Pages by path, "/metrics". Why it cannot,
-  // one sentence, or nothing.
+  // Once. Listens at "127.0.0.1:9470" or "[::1]:9470", port 0 takes a free one. Pages by path, "/metrics".
+  // Why it cannot, one sentence, or nothing.
   std::string Start(const std::string& listen, std::map<std::string, HttpPage> pages);
   // The port that it listens at.
   int Port() const;

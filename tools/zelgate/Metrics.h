@@ -1,4 +1,5 @@
-// What a process tells about itself and its devices: Prometheus' text format, and one line about its health. Pure.
+// What a process tells about itself and its devices: Prometheus' text format, and one line about its health.
+// Pure.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
-// Discovery on this machine's networks, in rounds. From the first round on, the library's discovery has its sockets until
-// the process ends.
+// Discovery on this machine's networks, in rounds. From the first round on, the library's discovery has its
+// sockets until the process ends.
 #pragma once
 
 #include <libzel/libzel.hpp>

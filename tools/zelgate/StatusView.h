@@ -27,7 +27,8 @@ std::vector<StatusLine> StatusOf(const DeviceTable& table, const std::set<std::s
 
 // "site north: 3 devices, 2 up, 1 unserved; 2 processes serve them"
 std::string SummaryOf(const std::string& site, const std::vector<StatusLine>& lines, size_t processes);
-// Columns below their titles, one line a device. Names of devices can neither steer a terminal nor begin a line.
+// Columns below their titles, one line a device. Names of devices can neither steer a terminal nor begin a
+// line.
 std::string TableOf(const std::vector<StatusLine>& lines);
 // "10.20.0.7.0.1 (press 7) is up since ..., served by ...": one device, one line.
 std::string SentenceOf(const StatusLine& line);

@@ -1,4 +1,5 @@
-// What the example configurations of packaging/zelgate/nats promise, seen by programs that have nothing of zelgate.
+// What the example configurations of packaging/zelgate/nats promise, seen by programs that have nothing of
+// zelgate.
 #include <gtest/gtest.h>
 
 #include <array>

@@ -1,4 +1,5 @@
-// The servers of a fleet, as processes on hosts of the lab's network (servers.sh says which). Run by its COMMAND.
+// The servers of a fleet, as processes on hosts of the lab's network (servers.sh says which). Run by its
+// COMMAND.
 #pragma once
 
 #include <sys/types.h>
@@ -16,7 +17,8 @@ class Servers {
   Servers(const Servers&) = delete;
   Servers& operator=(const Servers&) = delete;
 
-  // Starts "hub-1", say, with what it kept before. With a change, a sed expression, its configuration is another one.
+  // Starts "hub-1", say, with what it kept before. With a change, a sed expression, its configuration is
+  // another one.
   void Start(const std::string& name, const std::string& change = "");
   // Starts hub-1 to hub-3, north and south.
   void StartAll();

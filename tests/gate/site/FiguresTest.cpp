@@ -1,5 +1,5 @@
-// What a process tells about itself over HTTP, at the site north, and Debian's Prometheus reading it. Of the two devices
-// one is simulated on the command's host, the other is not there.
+// What a process tells about itself over HTTP, at the site north, and Debian's Prometheus reading it. Of the
+// two devices one is simulated on the command's host, the other is not there.
 #include <gtest/gtest.h>
 
 #include <httplib.h>
