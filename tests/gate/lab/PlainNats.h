@@ -44,7 +44,8 @@ using PlainSubscription = std::unique_ptr<natsSubscription, PlainDeleter<natsSub
 
 class PlainNats {
  public:
-  // Tries until the server is there; Status() says how that went.
+  // Tries until the server is there; Status() says how that went. "hub" is whichever of the hub's servers is
+  // there.
   PlainNats(const std::string& server, const Access& access) {
     (void)Until([&] {
       status_ = Connect(server, access);
@@ -115,7 +116,13 @@ class PlainNats {
     natsOptions* made = nullptr;
     (void)natsOptions_Create(&made);
     const std::unique_ptr<natsOptions, PlainDeleter<natsOptions_Destroy>> options(made);
-    (void)natsOptions_SetURL(made, Servers::Url(server).c_str());
+    const std::vector<std::string> names =
+        server == "hub" ? std::vector<std::string>{"hub-1", "hub-2", "hub-3"} : std::vector{server};
+    std::vector<std::string> urls;
+    std::vector<const char*> texts;
+    for (const std::string& name : names) urls.push_back(Servers::Url(name));
+    for (const std::string& url : urls) texts.push_back(url.c_str());
+    (void)natsOptions_SetServers(made, texts.data(), static_cast<int>(texts.size()));
     (void)natsOptions_SetUserInfo(made, access.user.c_str(), access.password.c_str());
     (void)natsOptions_SetSecure(made, true);
     (void)natsOptions_LoadCATrustedCertificates(made, access.authority.c_str());
