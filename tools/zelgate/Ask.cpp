@@ -83,7 +83,7 @@ class Asking {
 
   // An identifier, or a name or serial number that exactly one device has.
   std::optional<std::string> TokenOf(const std::string& text, std::string& why) {
-    if (const auto token = DeviceToken(text)) return token;
+    if (auto token = DeviceToken(text)) return token;
     if (DeviceOfToken(text)) return text;
     DeviceTable table;
     const NatsResult read = ReadTable(table);

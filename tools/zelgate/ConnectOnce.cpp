@@ -21,7 +21,7 @@ NatsResult Refused(const Nats& nats) {
 }  // namespace
 
 NatsResult ConnectOnce(Nats& nats, const Config& config, const std::string& name) {
-  const NatsResult started = nats.Start(config.nats, "zelgate " + name + " " + config.site);
+  NatsResult started = nats.Start(config.nats, "zelgate " + name + " " + config.site);
   if (!started || nats.WaitUntilUp(kConnectPatience)) return started;
   if (nats.IsClosed()) return Refused(nats);
   return {NATS_NO_SERVER,

@@ -111,8 +111,9 @@ bool DeviceTable::Apply(std::string_view key, std::optional<std::string_view> va
   if (!value) return Erase(device, isFinding);
   if (!isFinding) {
     auto link = ParseLink(*value);
-    if (link) rows_[device].link = std::move(link);
-    return link.has_value();
+    const bool isLink = link.has_value();
+    if (isLink) rows_[device].link = std::move(link);
+    return isLink;
   }
   auto finding = ParseFinding(*value);
   if (!finding || finding->id != *id) return false;

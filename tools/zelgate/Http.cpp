@@ -2,7 +2,7 @@
 
 #include <httplib.h>
 
-#include <cstring>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -48,7 +48,7 @@ Http::~Http() {
 
 int Http::Port() const { return server_->port; }
 
-std::string Http::Start(const std::string& listen, std::map<std::string, HttpPage> pages) {
+std::string Http::Start(const std::string& listen, const std::map<std::string, HttpPage>& pages) {
   httplib::Server& http = server_->http;
   http.new_task_queue = [] { return new httplib::ThreadPool(kThreads); };  // httplib deletes it
   // Its own choice lets a second process listen at the same port, and each gets every other question.
@@ -62,8 +62,8 @@ std::string Http::Start(const std::string& listen, std::map<std::string, HttpPag
   http.set_keep_alive_timeout(kPatienceSec);
   http.set_keep_alive_max_count(kMostRequests);
   http.set_payload_max_length(kMostBody);
-  for (auto& [path, page] : pages) {
-    http.Get(path, [page = std::move(page)](const httplib::Request& request, httplib::Response& response) {
+  for (const auto& [path, page] : pages) {
+    http.Get(path, [page = page](const httplib::Request& request, httplib::Response& response) {
       const HttpAnswer answer = page(request.get_param_value("device"));
       response.status = answer.status;
       response.set_content(answer.text, answer.type);
@@ -75,7 +75,7 @@ std::string Http::Start(const std::string& listen, std::map<std::string, HttpPag
                                           : http.bind_to_port(place.host, place.port));
   if (!isBound) {
     return "cannot listen for HTTP at " + listen + ": " +
-           (place.port < 0 ? "it is no address with a port" : std::strerror(errno)) +
+           (place.port < 0 ? "it is no address with a port" : std::generic_category().message(errno)) +
            "; write another http.listen, or name one with --http for each process of a host";
   }
   if (place.port != 0) server_->port = place.port;

@@ -27,7 +27,7 @@ class Http {
 
   // Once. Listens at "127.0.0.1:9470" or "[::1]:9470", port 0 takes a free one. Pages by path, "/metrics".
   // Why it cannot, one sentence, or nothing.
-  std::string Start(const std::string& listen, std::map<std::string, HttpPage> pages);
+  std::string Start(const std::string& listen, const std::map<std::string, HttpPage>& pages);
   // The port that it listens at.
   int Port() const;
 

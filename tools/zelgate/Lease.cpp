@@ -56,7 +56,7 @@ NatsResult Lease::Renew(GateClock::time_point now) {
 
 NatsResult Lease::Take(GateClock::time_point now) {
   KeyEntry entry;
-  const NatsResult read = bucket_.Get(key_, entry);
+  NatsResult read = bucket_.Get(key_, entry);
   if (read) return TakeOver(entry, now);
   other_.clear();
   if (read.code != NATS_NOT_FOUND) return read;

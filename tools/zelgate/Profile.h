@@ -27,6 +27,7 @@ struct Route {
 
   // "t/state" or "p/700": for people and for gaps.
   std::string Name() const { return isTopic ? "t/" + topic : "p/" + std::to_string(port); }
+  // NOLINTNEXTLINE(modernize-use-nullptr): the checker means the 0 that the compiler compares with
   friend auto operator<=>(const Route&, const Route&) = default;
 };
 

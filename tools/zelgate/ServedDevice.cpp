@@ -232,7 +232,9 @@ void ServedDevice::Accept(const Route& route, Event&& event) {
   std::unique_lock lock(mutex_);
   event.sequence = queue_.NextSequence();
   for (;;) {
-    if (isClosing_) return queue_.PutLink(std::move(event));  // the last one: it has come, so it is delivered
+    // The last one: it has come, so it is delivered.
+    // NOLINTNEXTLINE(bugprone-use-after-move): Put has moved it only when it gave true
+    if (isClosing_) return queue_.PutLink(std::move(event));
     const auto found = routes_.find(route);
     const Policy policy = found == routes_.end() ? Policy::kBlock : found->second;
     if (queue_.Put(policy, std::move(event))) break;

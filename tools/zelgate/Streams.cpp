@@ -89,7 +89,7 @@ NatsResult Adjust(Nats& nats, const jsStreamInfo& info, const std::string& subje
                    " and no others, so it is none of zelgate's; rename it, or delete it");
   }
   if (present.MaxBytes == wanted.maxBytes && present.Replicas == wanted.replicas) return {};
-  const NatsResult possible = CheckReplicas(nats, info, wanted.replicas);
+  NatsResult possible = CheckReplicas(nats, info, wanted.replicas);
   if (!possible) return possible;
   present.MaxBytes = wanted.maxBytes;
   present.Replicas = wanted.replicas;
@@ -100,7 +100,7 @@ NatsResult MakeEventStream(Nats& nats, const Config& config) {
   const std::string name = EventStreamName(config.site);
   const std::string subject = Subjects(config.site).AllEvents();
   StreamInfo info;
-  const NatsResult found = Read(nats, name, info);
+  NatsResult found = Read(nats, name, info);
   if (found) return Adjust(nats, *info, subject, config.stream);
   if (found.code != NATS_NOT_FOUND) return found;
   jsStreamConfig fresh = EventConfig(name.c_str(), config.stream);
@@ -112,9 +112,9 @@ NatsResult MakeEventStream(Nats& nats, const Config& config) {
 
 NatsResult MakeBucket(Nats& nats, const std::string& bucket, int history, const StreamConfig& wanted) {
   StreamInfo info;
-  const NatsResult found = Read(nats, "KV_" + bucket, info);
+  NatsResult found = Read(nats, "KV_" + bucket, info);
   if (found) {
-    const NatsResult possible = CheckReplicas(nats, *info, wanted.replicas);
+    NatsResult possible = CheckReplicas(nats, *info, wanted.replicas);
     if (!possible || info->Config->Replicas == wanted.replicas) return possible;
     info->Config->Replicas = wanted.replicas;
     return Update(nats, *info->Config);
@@ -190,14 +190,14 @@ NatsResult MakeHubStream(Nats& nats, const std::vector<std::string>& sites, cons
   wanted.Sources = list.data();
   wanted.SourcesLen = static_cast<int>(list.size());
   StreamInfo info;
-  const NatsResult found = Read(nats, kHubStream, info);
+  NatsResult found = Read(nats, kHubStream, info);
   if (found) return Update(nats, wanted);
   return found.code == NATS_NOT_FOUND ? Add(nats, wanted) : found;
 }
 
 NatsResult ReadStreamUse(Nats& nats, const std::string& stream, StreamUse& use) {
   StreamInfo info;
-  const NatsResult found = Read(nats, stream, info);
+  NatsResult found = Read(nats, stream, info);
   if (!found) return found;
   use.messages = info->State.Msgs;
   use.bytes = info->State.Bytes;
