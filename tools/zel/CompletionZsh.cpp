@@ -31,7 +31,7 @@ std::string WithoutColons(const std::string& text) {
 std::string ActionFor(const std::string& value) { return IsFile(value) ? "_files" : " "; }
 
 // "'(-s --seconds)'{-s,--seconds}'[How long]:N: '"
-std::string Specification(const CompletionOption& option) {
+std::string Entry(const CompletionOption& option) {
   std::string all;
   for (const std::string& name : option.names) all += (all.empty() ? "" : ",") + name;
   std::string rest = "[" + WithoutColons(option.description) + "]";
@@ -42,7 +42,7 @@ std::string Specification(const CompletionOption& option) {
   return Quoted("(" + exclusive + ")") + "{" + all + "}" + Quoted(rest);
 }
 
-std::string Specification(const CompletionArgument& argument) {
+std::string Entry(const CompletionArgument& argument) {
   return Quoted(std::string(argument.isRepeated   ? "*:"
                             : argument.isRequired ? ":"
                                                   : "::") +
@@ -62,8 +62,8 @@ void WriteFunction(std::ostream& out, const CompletionCommand& command) {
   if (!command.parts.empty()) out << "  local curcontext=$curcontext state line\n  typeset -A opt_args\n";
   out << "  _arguments -s" << (command.parts.empty() ? "" : " -C");
   if (!command.path.empty()) out << " \"${_zel_common[@]}\"";
-  for (const CompletionOption& option : command.options) out << " \\\n    " << Specification(option);
-  for (const CompletionArgument& argument : command.arguments) out << " \\\n    " << Specification(argument);
+  for (const CompletionOption& option : command.options) out << " \\\n    " << Entry(option);
+  for (const CompletionArgument& argument : command.arguments) out << " \\\n    " << Entry(argument);
   if (!command.parts.empty()) out << " \\\n    ':command:->command' \\\n    '*::argument:->argument'";
   out << "\n";
   if (!command.parts.empty()) {
@@ -86,7 +86,7 @@ std::string MakeZshCompletion(const CLI::App& app) {
   const CompletionCommand program = ReadCompletion(app);
   std::ostringstream out;
   out << "#compdef zel\n# zsh completion for zel\n\ntypeset -ga _zel_common=(\n";
-  for (const CompletionOption& option : program.options) out << "  " << Specification(option) << "\n";
+  for (const CompletionOption& option : program.options) out << "  " << Entry(option) << "\n";
   out << ")\n\n";
   WriteFunction(out, program);
   // The file is the function's body when zsh loads it by itself, and defines it when it is sourced.
