@@ -160,7 +160,8 @@ class Connection:
 
     A server that is not there is no failure: sends and the receive thread connect later, and `on_event` tells. Topics
     and routed messages come through the receive thread (start_loop); the first request starts it, too. Any number of threads
-    may use one connection. One that is dropped unclosed is closed with a ResourceWarning. `options` are of this connection alone, {zel.Option.WRITE_STALL_MS: 2000}.
+    may use one connection. One that is dropped unclosed is closed with a ResourceWarning. `options` are of this connection
+    alone, {zel.Option.WRITE_STALL_MS: 2000}.
     """
 
     def __init__(

@@ -226,7 +226,6 @@ Config ReadAll(const toml::value& value, const std::string& name) {
     root.Refuse(*root.Find("site"), "site", "is no name of a site",
                 "write letters, digits, - and _, at most 64");
   }
-  root.Text("profiles", config.profiles, "/etc/zelgate/profiles.json");
   ReadNats(root, config.nats);
   ReadNumbers(root, config);
   ReadFind(root, config.find);

@@ -53,8 +53,6 @@ struct Config {
   LimitsConfig limits;
   FindConfig find;
   HttpConfig http;
-  std::string
-      profiles;  // a file that is put into the bucket of profiles when the program starts; may be empty
 };
 
 // Its text names the file, the line, the key, what is wrong and what to write.

@@ -34,7 +34,7 @@ TEST(ConfigTest, TheLeastIsASiteAndAUrl) {
 
 TEST(ConfigTest, EveryKeyIsRead) {
   const Config config = ParseConfig(
-      "site = \"p\"\nprofiles = \"p.json\"\n"
+      "site = \"p\"\n"
       "[nats]\nurls = [\"tls://a:1\", \"nats://b:2\"]\ncredentials = \"c\"\n"
       "[nats.tls]\nca = \"1\"\ncert = \"2\"\nkey = \"3\"\n"
       "[stream]\nmax_bytes = 1048576\nreplicas = 3\n[limits]\ndevices = 7\nwindow = 8\nshards = 9\n"
@@ -50,7 +50,6 @@ TEST(ConfigTest, EveryKeyIsRead) {
   ASSERT_EQ(config.find.devices.size(), 1U);
   EXPECT_EQ(config.find.devices[0].address, "7.8.9.10");
   EXPECT_EQ(config.http.listen, "127.0.0.1:9470");
-  EXPECT_EQ(config.profiles, "p.json");
 }
 
 TEST(ConfigTest, AMissingSiteIsNamed) {
